@@ -1,0 +1,147 @@
+// The adapter's life: the one instance, its construction and its end.
+
+#include <pthread.h>
+
+#include <cstdio>
+#include <memory>
+#include <utility>
+
+#include "adapter/MiddlewareIpc.h"
+#include "adapter/Published.h"
+#include "adapter/VideoScale.h"
+#include "facade/CarouselFacade.h"
+#include "facade/DemuxFacade.h"
+#include "facade/DsmCCCommandFacade.h"
+#include "facade/PropertyFacade.h"
+#include "facade/SIFacade.h"
+#include "facade/TunerFacade.h"
+#include "facade/VersionFacade.h"
+#include "facade/VideoFacade.h"
+#include "ipc/IpcDemuxServer.h"
+#include "ipc/Lock.h"
+#include "protocol/IpcServerManager.h"
+
+using adapter::load;
+using adapter::store;
+
+int graphicsPlaneWidth = 0;
+int graphicsPlaneHeight = 0;
+float videoScaleX = 0;
+float videoScaleY = 0;
+
+namespace {
+
+constexpr const char* revision = "r2483";
+constexpr const char* streamEventName = "nclEditingCommand";
+
+MiddlewareIpc* instance = nullptr;
+
+pthread_mutex_t instanceMutex = PTHREAD_MUTEX_INITIALIZER;
+
+// The constructor initialises instanceMutex while getInstance() holds it, which lets a second
+// caller in and loses those who sleep on it. This one, around the whole, gives the exclusion.
+pthread_mutex_t creationMutex = PTHREAD_MUTEX_INITIALIZER;
+
+template <class Facade>
+void deleteFacade(Facade*& facade) {
+  delete load(facade);
+  store<Facade*>(facade, nullptr);
+}
+
+}  // namespace
+
+MiddlewareIpc* MiddlewareIpc::getInstance() {
+  const quillwork::Lock creation(creationMutex);
+  pthread_mutex_lock(&instanceMutex);
+  if (load(instance) == nullptr) {
+    // An exception leaves instanceMutex locked: without a version facade, say, there is no second
+    // attempt.
+    store(instance, new MiddlewareIpc(1920, 1080));
+  }
+  MiddlewareIpc* const existing = load(instance);
+  pthread_mutex_unlock(&instanceMutex);
+  return existing;
+}
+
+MiddlewareIpc::MiddlewareIpc(int width, int height)
+    : videoWidth(0),
+      videoHeight(0),
+      manager(nullptr),
+      videoFacade(nullptr),
+      propertyFacade(nullptr),
+      siFacade(nullptr),
+      carouselFacade(nullptr),
+      demuxFacade(nullptr),
+      tunerFacade(nullptr),
+      dsmccCommandFacade(nullptr),
+      versionFacade(nullptr) {
+  // Both channels can reach this object from the first step on: if a later step throws, neither
+  // may keep what is about to be freed.
+  struct Rollback {
+    explicit Rollback(MiddlewareIpc& owner) : adapter(&owner) {}
+    ~Rollback() {
+      if (adapter != nullptr) adapter->unregister();
+    }
+    MiddlewareIpc* adapter;
+  } rollback(*this);
+  registerAndCreateFacades();
+  store(graphicsPlaneWidth, 1280);
+  store(graphicsPlaneHeight, 720);
+  setVideoSize(width, height);
+  rollback.adapter = nullptr;
+  pthread_mutex_init(&instanceMutex, nullptr);
+}
+
+void MiddlewareIpc::registerAndCreateFacades() {
+  using namespace middlewarefacade;
+  store(manager, quillwork::IpcServerManager::getInstance());
+  manager->addIpcServerListener(this);
+  manager->addIpcDemuxServerListener(this);
+  store(videoFacade, VideoFacade::createVideoFacade());
+  if (videoFacade != nullptr) videoFacade->addGraphicsSettingsListener(this);
+  store(propertyFacade, PropertyFacade::createPropertyFacade());
+  store(siFacade, SIFacade::createSIFacade());
+  store(carouselFacade, CarouselFacade::createCarouselFacade());
+  store(demuxFacade, DemuxFacade::createDemuxFacade());
+  store(tunerFacade, TunerFacade::createTunerFacade());
+  store(dsmccCommandFacade, DsmCCCommandFacade::createDsmCCCommandFacade());
+  if (dsmccCommandFacade != nullptr) {
+    dsmccCommandFacade->addCommandListener(streamEventName, this);
+  }
+  store(versionFacade, VersionFacade::createVersionFacade());
+  // No null test: the version facade is required.
+  versionFacade->setVersion(revision);
+}
+
+void MiddlewareIpc::unregister() {
+  quillwork::IpcDemuxServer::releaseListener(this);
+  if (manager != nullptr) manager->removeIpcServerListener(this);
+  if (videoFacade != nullptr) videoFacade->removeGraphicsSettingsListener(this);
+  if (dsmccCommandFacade != nullptr) {
+    dsmccCommandFacade->removeCommandListener(streamEventName, this);
+  }
+}
+
+MiddlewareIpc::~MiddlewareIpc() {
+  std::puts("deleting middleware ipc");
+  std::fflush(stdout);
+  // The section-filter channel goes on without this object.
+  quillwork::IpcDemuxServer::releaseListener(this);
+  if (load(manager) != nullptr) {
+    quillwork::IpcServerManager::destroy();
+    store<quillwork::IpcServerManager*>(manager, nullptr);
+    store<MiddlewareIpc*>(instance, nullptr);
+  }
+  if (videoFacade != nullptr) videoFacade->removeGraphicsSettingsListener(this);
+  deleteFacade(videoFacade);
+  if (dsmccCommandFacade != nullptr) {
+    dsmccCommandFacade->removeCommandListener(streamEventName, this);
+  }
+  deleteFacade(dsmccCommandFacade);
+  deleteFacade(propertyFacade);
+  deleteFacade(siFacade);
+  deleteFacade(carouselFacade);
+  deleteFacade(demuxFacade);
+  deleteFacade(tunerFacade);
+  pthread_mutex_destroy(&instanceMutex);
+}

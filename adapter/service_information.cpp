@@ -1,0 +1,227 @@
+// The service-information queries: each asks its facade once and converts the answer.
+
+#include <iterator>
+#include <utility>
+
+#include "adapter/MiddlewareIpc.h"
+#include "adapter/Published.h"
+#include "facade/SIFacade.h"
+#include "facade/TunerFacade.h"
+#include "protocol/ReplyLists.h"
+#include "protocol/message.h"
+
+using adapter::load;
+using quillwork::OwnedRecord;
+using quillwork::OwnedRecords;
+using quillwork::setFieldText;
+
+namespace {
+
+quillwork::service convert(const middlewarefacade::Service_& from) {
+  quillwork::service to{};
+  to.value_1 = from.value_1;
+  to.value_2 = from.value_2;
+  to.value_3 = from.value_3;
+  to.value_4 = from.value_4;
+  to.value_5 = from.value_5;
+  setFieldText(to.name, from.name);
+  return to;
+}
+
+quillwork::service_component convert(const middlewarefacade::ServiceComponent_& from) {
+  return {from.value_1, from.value_2, from.value_3, from.value_4, from.value_5, from.value_6};
+}
+
+quillwork::pmt convert(const middlewarefacade::ProgramMap_& from) {
+  return {from.value_1, from.value_2, from.value_3, from.value_4};
+}
+
+template <class To, class From>
+void convertList(std::list<To>*& to, std::int32_t& count, const std::list<From>& from) {
+  to = new std::list<To>(from.begin(), from.end());
+  count = static_cast<std::int32_t>(to->size());
+}
+
+/// Fills a zero record. What has been allocated when an exception strikes is in the record.
+void convert(quillwork::program_event& to, const middlewarefacade::ProgramEvent_& from) {
+  to.value_1 = from.value_1;
+  to.value_2 = from.value_2;
+  to.value_3 = from.value_3;
+  to.value_4 = from.value_4;
+  to.value_5 = from.value_5;
+  to.value_6 = from.value_6;
+  to.value_7 = from.value_7;
+  to.value_8 = from.value_8;
+  setFieldText(to.text_1, from.text_1);
+  setFieldText(to.text_2, from.text_2);
+  setFieldText(to.text_3, from.text_3);
+  convertList(to.byte_list_1, to.byte_list_1_count, from.byte_list_1);
+  convertList(to.byte_list_2, to.byte_list_2_count, from.byte_list_2);
+  convertList(to.byte_list_3, to.byte_list_3_count, from.byte_list_3);
+  convertList(to.text_list_1, to.text_list_1_count, from.text_list_1);
+  convertList(to.text_list_2, to.text_list_2_count, from.text_list_2);
+  convertList(to.text_list_3, to.text_list_3_count, from.text_list_3);
+}
+
+void convert(quillwork::descriptor& to, const middlewarefacade::Descriptors_& from) {
+  to.tag = from.tag;
+  convertList(to.data, to.length, from.data);
+}
+
+/// Converts the answer of one call of the SI facade, or is empty without that facade.
+template <class To, auto query, class... Arguments>
+std::list<To> convertAll(middlewarefacade::SIFacade* facade, Arguments... arguments) {
+  std::list<To> converted;
+  if (facade == nullptr) return converted;
+  for (const auto& element : (facade->*query)(arguments...)) {
+    converted.push_back(convert(element));
+  }
+  return converted;
+}
+
+/// Likewise for records that own lists, which are freed if the conversion throws.
+template <class To, auto query, class... Arguments>
+std::list<To> convertAllOwned(middlewarefacade::SIFacade* facade, Arguments... arguments) {
+  OwnedRecords<To> converted;
+  if (facade == nullptr) return converted.release();
+  for (const auto& element : (facade->*query)(arguments...)) {
+    convert(converted->emplace_back(), element);
+  }
+  return converted.release();
+}
+
+}  // namespace
+
+using middlewarefacade::SIFacade;
+using middlewarefacade::TunerFacade;
+
+std::list<quillwork::service> MiddlewareIpc::getServices() {
+  return convertAll<quillwork::service, &SIFacade::getServices>(load(siFacade));
+}
+
+std::list<quillwork::program_event> MiddlewareIpc::getProgramEvents() {
+  return convertAllOwned<quillwork::program_event, &SIFacade::getProgramEvents>(load(siFacade));
+}
+
+quillwork::program_event MiddlewareIpc::getProgramEvent() {
+  OwnedRecord<quillwork::program_event> event;
+  if (SIFacade* const facade = load(siFacade)) {
+    convert(*event, facade->getProgramEvent());
+    // Unlike the elements of the list, the single event does not carry its fifth integer.
+    event->value_5 = 0;
+  }
+  return event.release();
+}
+
+std::list<quillwork::service_component> MiddlewareIpc::getServiceComponents(int serviceId) {
+  return convertAll<quillwork::service_component, &SIFacade::getServiceComponents>(load(siFacade),
+                                                                                  serviceId);
+}
+
+std::list<quillwork::pmt> MiddlewareIpc::getPMTs(int program) {
+  return convertAll<quillwork::pmt, &SIFacade::getPMTs>(load(siFacade), program);
+}
+
+std::list<int> MiddlewareIpc::getCASystemIds() {
+  SIFacade* const facade = load(siFacade);
+  return facade != nullptr ? facade->getCASystemIds() : std::list<int>();
+}
+
+std::list<quillwork::descriptor> MiddlewareIpc::getNetworkDescriptors() {
+  return convertAllOwned<quillwork::descriptor, &SIFacade::getNetworkDescriptors>(load(siFacade));
+}
+
+std::list<quillwork::descriptor> MiddlewareIpc::getTransportStreamDescriptors(int transportStream) {
+  return convertAllOwned<quillwork::descriptor, &SIFacade::getTransportStreamDescriptors>(
+      load(siFacade), transportStream);
+}
+
+std::list<quillwork::descriptor> MiddlewareIpc::getServiceDescriptors(int serviceId) {
+  return convertAllOwned<quillwork::descriptor, &SIFacade::getServiceDescriptors>(load(siFacade),
+                                                                                 serviceId);
+}
+
+std::list<quillwork::descriptor> MiddlewareIpc::getProgramEventDescriptors(int first, int second) {
+  return convertAllOwned<quillwork::descriptor, &SIFacade::getProgramEventDescriptors>(
+      load(siFacade), first, second);
+}
+
+std::list<quillwork::descriptor> MiddlewareIpc::getServiceComponentDescriptors(int component) {
+  return convertAllOwned<quillwork::descriptor, &SIFacade::getServiceComponentDescriptors>(
+      load(siFacade), component);
+}
+
+quillwork::network MiddlewareIpc::getNetwork() {
+  quillwork::network network{};
+  if (SIFacade* const facade = load(siFacade)) {
+    const middlewarefacade::Network_ from = facade->getNetwork();
+    network.network_value = from.network_value;
+    setFieldText(network.name, from.name);
+  }
+  return network;
+}
+
+quillwork::transport_stream MiddlewareIpc::getTransportStream() {
+  quillwork::transport_stream stream{};
+  if (SIFacade* const facade = load(siFacade)) {
+    const middlewarefacade::TransportStream_ from = facade->getTransportStream();
+    stream.value_1 = from.value_1;
+    stream.value_2 = from.value_2;
+    stream.value_3 = from.value_3;
+    stream.real_value = from.real_value;
+    stream.mode = from.mode >= 0 && from.mode <= 3 ? from.mode : 0;
+  }
+  return stream;
+}
+
+int MiddlewareIpc::getCurrentService() {
+  SIFacade* const facade = load(siFacade);
+  return facade != nullptr ? facade->getCurrentService() : -1;
+}
+
+bool MiddlewareIpc::isProtectedService() {
+  SIFacade* const facade = load(siFacade);
+  return facade != nullptr && facade->isProtectedService();
+}
+
+std::string MiddlewareIpc::getServiceDescription() {
+  SIFacade* const facade = load(siFacade);
+  return facade != nullptr ? facade->getServiceDescription() : std::string();
+}
+
+std::string MiddlewareIpc::getSICodingFormat() {
+  SIFacade* const facade = load(siFacade);
+  return facade != nullptr ? facade->getSICodingFormat() : std::string();
+}
+
+int MiddlewareIpc::getCurrentTransportStreamID() {
+  TunerFacade* const facade = load(tunerFacade);
+  return facade != nullptr ? facade->getCurrentTransportStreamID() : -1;
+}
+
+std::string MiddlewareIpc::getChannelName(int first, int second) {
+  TunerFacade* const facade = load(tunerFacade);
+  return facade != nullptr ? facade->getChannelName(first, second) : std::string();
+}
+
+int MiddlewareIpc::getVirtualChannelNumber(int first, int second) {
+  TunerFacade* const facade = load(tunerFacade);
+  return facade != nullptr ? facade->getVirtualChannelNumber(first, second) : -1;
+}
+
+std::list<int> MiddlewareIpc::getAllIDs(quillwork::tuner_data& request) {
+  TunerFacade* const facade = load(tunerFacade);
+  if (facade == nullptr) return {};
+  switch (request.kind) {
+    case 1:
+      return facade->getIdListFor(request.argument);
+    case 2:
+      return facade->getIdList();
+    case 3:
+      return facade->getSecondIdListFor(request.argument);
+    case 4:
+      return facade->getThirdIdListFor(request.argument);
+    default:
+      return {};
+  }
+}

@@ -1,0 +1,16 @@
+#pragma once
+
+#include <string>
+
+namespace middlewarefacade {
+
+/// Hears of finished object-carousel downloads. Called on a thread of the middleware.
+///
+/// The order of the operations is an ABI: the middleware is compiled against it.
+class CarouselListener {
+ public:
+  virtual void downloadComplete(std::string first) = 0;
+  virtual void downloadComplete(std::string first, std::string second) = 0;
+};
+
+}  // namespace middlewarefacade

@@ -1,0 +1,14 @@
+#pragma once
+
+#include "protocol/records.h"
+
+namespace middlewarefacade {
+
+/// Hears of DSM-CC stream events (ISO/IEC 13818-6) of the names it was added for. Called on a
+/// thread of the middleware.
+class DsmCCCommandListener {
+ public:
+  virtual void commandReceived(const ipcutil::DsmCCCommand_t& command) = 0;
+};
+
+}  // namespace middlewarefacade

@@ -1,0 +1,14 @@
+#pragma once
+
+#include "protocol/records.h"
+
+namespace middlewarefacade {
+
+/// Hears of changed graphics settings. Called on a thread of the middleware.
+class GraphicsSettingsListener {
+ public:
+  /// Two rectangles of the new settings, in pixels; the size of the second becomes the video size.
+  virtual void graphicsSettingsChanged(ipcutil::Rectangle_t first, ipcutil::Rectangle_t second) = 0;
+};
+
+}  // namespace middlewarefacade

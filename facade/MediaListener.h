@@ -1,0 +1,12 @@
+#pragma once
+
+
+namespace middlewarefacade {
+
+/// Hears of media players that have reached the end. Called on a thread of the middleware.
+class MediaListener {
+ public:
+  virtual void endOfMedia(int player) = 0;
+};
+
+}  // namespace middlewarefacade

@@ -1,0 +1,16 @@
+#pragma once
+
+namespace quillwork {
+
+/// Hears of the client's arrival and departure. Registered with the IpcServerManager, which borrows
+/// it. Called on the control channel's thread with the manager mutex held: an implementation must
+/// not call a locking operation of the manager.
+///
+/// The order of the operations is an ABI.
+class ConnectionListener {
+ public:
+  virtual void clientConnected() = 0;
+  virtual void clientDisconnected() = 0;
+};
+
+}  // namespace quillwork

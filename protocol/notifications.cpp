@@ -1,0 +1,173 @@
+// The records that the library sends to the client on its own, and the one call that waits for an
+// answer.
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+
+#include "ipc/IpcServer.h"
+#include "ipc/Lock.h"
+#include "protocol/IpcServerManager.h"
+#include "protocol/ManagerState.h"
+#include "protocol/message.h"
+
+namespace quillwork {
+
+namespace manager_state {
+
+bool applicationStatePending = false;
+bool applicationStateResult = false;
+pthread_mutex_t applicationStateMutex = PTHREAD_MUTEX_INITIALIZER;
+pthread_cond_t applicationStateCondition = PTHREAD_COND_INITIALIZER;
+constinit std::atomic<std::uint32_t> endedConnections{0};
+
+namespace {
+std::atomic_ref<bool> pending() { return std::atomic_ref<bool>(applicationStatePending); }
+std::atomic_ref<bool> result() { return std::atomic_ref<bool>(applicationStateResult); }
+}  // namespace
+
+// The result is stored before the mutex is taken, whether or not a call is pending.
+void answerApplicationState(bool answer) {
+  result().store(answer);
+  const Lock lock(applicationStateMutex);
+  pthread_cond_signal(&applicationStateCondition);
+}
+
+void endApplicationStateCall() {
+  const Lock lock(applicationStateMutex);
+  ++endedConnections;
+  if (!pending().load()) return;
+  result().store(true);
+  pthread_cond_signal(&applicationStateCondition);
+}
+
+void endAllApplicationStateCalls() {
+  const Lock lock(applicationStateMutex);
+  ++endedConnections;
+  if (!pending().load()) return;
+  result().store(true);
+  pthread_cond_broadcast(&applicationStateCondition);
+}
+
+namespace {
+
+/// Waits for the answer to a call that was sent when `ended` connections had ended. Touches nothing
+/// but the call's own state: the manager may be gone when it returns.
+bool awaitAnswer(std::uint32_t ended) {
+  pending().store(true);
+  result().store(false);
+  {
+    const Lock lock(applicationStateMutex);
+    if (endedConnections.load() == ended) {
+      // One signal ends the wait, whatever has caused it.
+      pthread_cond_wait(&applicationStateCondition, &applicationStateMutex);
+    } else {
+      result().store(true);
+    }
+  }
+  const bool answer = result().load();
+  pending().store(false);
+  return answer;
+}
+
+}  // namespace
+}  // namespace manager_state
+
+namespace {
+
+constexpr std::int32_t endOfMediaType = 16;
+constexpr std::int32_t graphicsSettingsType = 17;
+constexpr std::int32_t downloadCompleteType = 2;
+
+constexpr std::size_t flagPosition = 24;
+constexpr std::size_t longTextPosition = 25;
+constexpr std::size_t longTextField = 1928;
+constexpr std::size_t longTextPart = 1920;
+
+/// A record that starts as zero bytes: no byte of the stack reaches the client.
+message blankRecord(message_group group, std::int32_t type) {
+  message record{};
+  record.group = group;
+  record.type = type;
+  return record;
+}
+
+/// Runs a notification that needs the manager alive. A manager that is being destroyed sends
+/// nothing more.
+template <class Notification>
+bool notify(Notification&& notification) {
+  const Gate::Stay stay(manager_state::notifiers);
+  if (stay) return notification();
+  errno = EBADF;
+  std::perror("Can't send message");
+  return false;
+}
+
+}  // namespace
+
+bool IpcServerManager::endOfMedia(int player) {
+  return notify([&] {
+    message record = blankRecord(MEDIA, endOfMediaType);
+    record[3] = player;
+    return server->sendMessage(record);
+  });
+}
+
+bool IpcServerManager::changeGraphicsSettings(ipcutil::Rectangle_t first,
+                                              ipcutil::Rectangle_t second) {
+  return notify([&] {
+    message record = blankRecord(VIDEO, graphicsSettingsType);
+    put(record, firstWord, first);
+    put(record, firstWord + sizeof first, second);
+    return server->sendMessage(record);
+  });
+}
+
+bool IpcServerManager::downloadComplete(std::string first, std::string second) {
+  return notify([&] {
+    message record = blankRecord(CAROUSEL, downloadCompleteType);
+    putShortString(record, firstText, first);
+    putShortString(record, secondText, second);
+    return server->sendMessage(record);
+  });
+}
+
+bool IpcServerManager::sendDsmCCCommand(ipcutil::DsmCCCommand_t command) {
+  return notify([&] {
+    const std::string& text = command.text;
+    message record = blankRecord(DSMCC_COMMAND, command.command_code);
+    put(record, secondWord, command.event_time);
+    put(record, flagPosition, command.flag);
+    // A text of an exact multiple of the part's length ends with an empty part, so that the
+    // header's count holds.
+    const std::size_t parts = text.size() <= longTextPart ? 1 : text.size() / longTextPart + 1;
+    IpcServer::Turn turn(*server);
+    bool sent = true;
+    if (parts > 1) {
+      message header = blankRecord(LIST_HEADER, static_cast<std::int32_t>(parts));
+      sent = turn.sendMessage(header);
+    }
+    for (std::size_t part = 0; part < parts; ++part) {
+      char field[longTextField] = {};
+      text.copy(field, longTextPart, part * longTextPart);
+      put(record, longTextPosition, field);
+      sent = turn.sendMessage(record) && sent;
+    }
+    return sent;
+  });
+}
+
+bool IpcServerManager::setApplicationState(state newState) {
+  std::uint32_t ended = 0;
+  const bool sent = notify([&] {
+    message record = blankRecord(APPLICATION_STATE, static_cast<std::int32_t>(newState));
+    // A connection's end is counted after its descriptor was closed, which takes a turn: the number
+    // read here is the one that goes with the client that gets the record.
+    IpcServer::Turn turn(*server);
+    ended = manager_state::endedConnections.load();
+    return turn.sendMessage(record);
+  });
+  return sent && manager_state::awaitAnswer(ended);
+}
+
+}  // namespace quillwork
