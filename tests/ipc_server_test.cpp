@@ -1,0 +1,522 @@
+// The control channel's transport, with raw bytes on real sockets.
+
+#include "ipc/IpcServer.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <condition_variable>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <latch>
+#include <memory>
+#include <stdexcept>
+#include <thread>
+
+#include "support/CallLog.h"
+#include "support/RawClient.h"
+#include "support/StandardStreams.h"
+
+namespace quillwork {
+namespace {
+
+constexpr const char* path = "/dev/shm/transport.socket";
+constexpr int pathLength = 25;
+
+/// Writes down the events; a record as its group, type, and words 3 and 489.
+class Recorder : public IpcListener {
+ public:
+  void update(message& record) override {
+    log.add("update", record.group, record.type, record[3], record[489]);
+    if (onUpdate) onUpdate(record);
+  }
+  void update(std::list<message>) override { log.add("updateList"); }
+  void clientConnected() override {
+    log.add("clientConnected");
+    if (onConnected) onConnected();
+  }
+  void clientDisconnected() override { log.add("clientDisconnected"); }
+
+  CallLog log;
+  std::function<void(message&)> onUpdate;
+  std::function<void()> onConnected;
+};
+
+using Calls = std::vector<std::string>;
+
+class ControlTransport : public testing::Test {
+ protected:
+  void start() { server.start(); }
+
+  Recorder recorder;
+  IpcServer server{&recorder, path, pathLength};
+};
+
+message numbered(std::int32_t group, std::int32_t type, std::int32_t value) {
+  message record = request(group, type);
+  record[3] = value;
+  record[489] = -value;
+  return record;
+}
+
+TEST_F(ControlTransport, OneRecordAndACloseGiveTheFourEventsInOrderAndTheNextClientIsServed) {
+  start();
+  RawClient first(path);
+  first.send(numbered(6, 7, 5));
+  first.close();
+  ASSERT_TRUE(recorder.log.awaitCount(4));
+  // The end-of-connection record keeps the rest of the record before it.
+  EXPECT_EQ(recorder.log.take(), (Calls{"clientConnected()", "update(6, 7, 5, -5)",
+                                        "update(0, 2, 5, -5)", "clientDisconnected()"}));
+  RawClient second(path);
+  second.send(numbered(1, 2, 3));
+  ASSERT_TRUE(recorder.log.await("update(1, 2, 3, -3)"));
+}
+
+TEST_F(ControlTransport, TheBufferStartsAsZeroBytesForEachClient) {
+  start();
+  {
+    RawClient client(path);
+    client.send(numbered(6, 7, 5));
+    client.close();
+    ASSERT_TRUE(recorder.log.awaitCount(4));
+  }
+  recorder.log.take();
+  RawClient client(path);
+  client.close();
+  ASSERT_TRUE(recorder.log.awaitCount(3));
+  EXPECT_EQ(recorder.log.take(),
+            (Calls{"clientConnected()", "update(0, 2, 0, 0)", "clientDisconnected()"}));
+}
+
+TEST_F(ControlTransport, AThousandBytesAndACloseAreARecordInFrontOfTheBytesBeforeIt) {
+  start();
+  RawClient client(path);
+  client.send(numbered(6, 7, 5));
+  client.send(bytesOf(numbered(3, 4, 9)).substr(0, 1000));
+  client.close();
+  ASSERT_TRUE(recorder.log.awaitCount(5));
+  EXPECT_EQ(recorder.log.take(),
+            (Calls{"clientConnected()", "update(6, 7, 5, -5)", "update(3, 4, 9, -5)",
+                   "update(0, 2, 9, -5)", "clientDisconnected()"}));
+}
+
+TEST_F(ControlTransport, ARecordThatArrivesByteByByteIsOneRecord) {
+  start();
+  RawClient client(path);
+  for (const char byte : bytesOf(numbered(6, 7, 5))) client.send(std::string_view(&byte, 1));
+  ASSERT_TRUE(recorder.log.awaitCount(2));
+  EXPECT_EQ(recorder.log.take(), (Calls{"clientConnected()", "update(6, 7, 5, -5)"}));
+}
+
+TEST_F(ControlTransport, SeveralRecordsInOneWriteAreSeveralRecords) {
+  start();
+  RawClient client(path);
+  client.send(bytesOf(numbered(1, 1, 1)) + bytesOf(numbered(2, 2, 2)) + bytesOf(numbered(3, 3, 3)));
+  ASSERT_TRUE(recorder.log.awaitCount(4));
+  EXPECT_EQ(recorder.log.take(), (Calls{"clientConnected()", "update(1, 1, 1, -1)",
+                                        "update(2, 2, 2, -2)", "update(3, 3, 3, -3)"}));
+}
+
+TEST_F(ControlTransport, ClientConnectedComesBeforeTheFirstReceive) {
+  start();
+  RawClient client(path);
+  ASSERT_TRUE(recorder.log.await("clientConnected()"));
+  client.send(numbered(6, 7, 5));
+  ASSERT_TRUE(recorder.log.awaitCount(2));
+}
+
+TEST_F(ControlTransport, ASecondClientWaitsUntilTheFirstHasGone) {
+  start();
+  RawClient first(path);
+  ASSERT_TRUE(recorder.log.await("clientConnected()"));
+  RawClient second(path);
+  second.send(numbered(5, 5, 5));
+  first.send(numbered(4, 4, 4));
+  ASSERT_TRUE(recorder.log.await("update(4, 4, 4, -4)"));
+  first.close();
+  ASSERT_TRUE(recorder.log.await("update(5, 5, 5, -5)"));
+  EXPECT_EQ(recorder.log.take(),
+            (Calls{"clientConnected()", "update(4, 4, 4, -4)", "update(0, 2, 4, -4)",
+                   "clientDisconnected()", "clientConnected()", "update(5, 5, 5, -5)"}));
+}
+
+TEST_F(ControlTransport, RecordsAreDiscardedWithoutAListener) {
+  IpcServer silent(nullptr, path, pathLength);
+  silent.start();
+  {
+    RawClient client(path);
+    client.send(numbered(6, 7, 5));
+    message answer = numbered(1, 1, 1);
+    // The record has been read when a send has found the client.
+    while (!silent.sendMessage(answer)) std::this_thread::yield();
+    EXPECT_EQ(bytesOf(client.receiveRecord()), bytesOf(answer));
+  }
+  RawClient next(path);
+  message answer = numbered(2, 2, 2);
+  while (!silent.sendMessage(answer)) std::this_thread::yield();
+  EXPECT_EQ(bytesOf(next.receiveRecord()), bytesOf(answer));
+  EXPECT_TRUE(recorder.log.calls().empty());
+}
+
+TEST_F(ControlTransport, AReplyTravelsInTheReceivedRecord) {
+  recorder.onUpdate = [&](message& record) {
+    record[3] = 1234;
+    EXPECT_TRUE(server.sendMessage(record));
+  };
+  start();
+  RawClient client(path);
+  message expected = numbered(6, 7, 5);
+  expected.reserved = 77;
+  const message answer = client.ask(expected);
+  expected[3] = 1234;
+  EXPECT_EQ(bytesOf(answer), bytesOf(expected));
+}
+
+TEST_F(ControlTransport, RawBytesAreSentAsTheyAre) {
+  recorder.onUpdate = [&](message&) {
+    EXPECT_TRUE(server.sendMessage("raw", 3));
+    EXPECT_TRUE(server.sendMessage("", 0));
+    EXPECT_TRUE(server.sendMessage("!", 1));
+  };
+  start();
+  RawClient client(path);
+  client.send(numbered(6, 7, 5));
+  EXPECT_EQ(client.receive(4), "raw!");
+}
+
+TEST_F(ControlTransport, ASendWithoutAClientFailsAndSaysSo) {
+  message record = numbered(1, 2, 3);
+  const std::string suffix = std::string(": ") + std::strerror(EBADF) + "\n";
+  const auto expectFailure = [&] {
+    const CaughtStream errors(stderr);
+    EXPECT_FALSE(server.sendMessage(record));
+    EXPECT_FALSE(server.sendMessage("x", 1));
+    EXPECT_EQ(errors.text(), "Can't send message" + suffix + "Can't send raw message" + suffix);
+  };
+  expectFailure();
+  start();
+  expectFailure();
+  RawClient client(path);
+  ASSERT_TRUE(recorder.log.await("clientConnected()"));
+  EXPECT_TRUE(server.sendMessage(record));
+  client.close();
+  ASSERT_TRUE(recorder.log.await("clientDisconnected()"));
+  expectFailure();
+  server.stop();
+  expectFailure();
+}
+
+TEST_F(ControlTransport, ASendNeverReachesAFileThatTheHostHasOpenedUnderTheOldNumber) {
+  start();
+  auto client = std::make_unique<RawClient>(path);
+  ASSERT_TRUE(recorder.log.await("clientConnected()"));
+  server.stop();
+  // The lowest free numbers are those that the server has just closed.
+  int pair[2] = {};
+  int spare[2] = {};
+  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, pair), 0);
+  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, spare), 0);
+  message record = numbered(1, 2, 3);
+  {
+    const CaughtStream errors(stderr);
+    EXPECT_FALSE(server.sendMessage(record));
+    start();
+    EXPECT_FALSE(server.sendMessage(record));
+    server.stop();
+    server.stop();
+  }
+  char byte = 0;
+  for (const int descriptor : {pair[0], pair[1], spare[0], spare[1]}) {
+    EXPECT_EQ(recv(descriptor, &byte, 1, 0), -1);
+    EXPECT_EQ(errno, EAGAIN) << "descriptor " << descriptor << " was closed or written to";
+    ::close(descriptor);
+  }
+}
+
+TEST_F(ControlTransport, AVanishedPeerFailsTheSendWithoutASignal) {
+  std::latch closed(1);
+  std::latch connected(1);
+  recorder.onConnected = [&] {
+    connected.count_down();
+    closed.wait();
+    message record = numbered(1, 2, 3);
+    const CaughtStream errors(stderr);
+    EXPECT_FALSE(server.sendMessage(record));
+    EXPECT_EQ(errors.text(), std::string("Can't send message: ") + std::strerror(EPIPE) + "\n");
+  };
+  start();
+  RawClient client(path);
+  connected.wait();
+  client.close();
+  closed.count_down();
+  ASSERT_TRUE(recorder.log.await("clientDisconnected()"));
+}
+
+TEST_F(ControlTransport, ANameOf107BytesIsAcceptedAndOneOf108IsNot) {
+  const std::string accepted = "/dev/shm/" + std::string(98, 'n');
+  ASSERT_EQ(accepted.size(), 107U);
+  IpcServer longest(&recorder, accepted.c_str(), 107);
+  longest.start();
+  {
+    RawClient client(accepted.c_str());
+    ASSERT_TRUE(recorder.log.await("clientConnected()"));
+  }
+  longest.stop();
+
+  IpcServer tooLong(&recorder, (accepted + "n").c_str(), 108);
+  const CaughtStream errors(stderr);
+  tooLong.start();
+  const std::string text = errors.text();
+  EXPECT_EQ(text.substr(0, text.find(':')), "Invalid file name or file name is too big");
+  EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 1);
+}
+
+TEST_F(ControlTransport, OnlyTheGivenLengthOfTheNameIsUsed) {
+  IpcServer server2(&recorder, "/dev/shm/cut.socket.and.more", 19);
+  server2.start();
+  RawClient client("/dev/shm/cut.socket");
+  EXPECT_TRUE(recorder.log.await("clientConnected()"));
+}
+
+TEST_F(ControlTransport, AStaleFileAtThePathIsReplacedAndTheSocketStaysAfterwards) {
+  std::ofstream(path) << "stale";
+  start();
+  {
+    RawClient client(path);
+    ASSERT_TRUE(recorder.log.await("clientConnected()"));
+  }
+  server.stop();
+  EXPECT_TRUE(std::filesystem::is_socket(path));
+}
+
+TEST_F(ControlTransport, AFailedBindIsReportedAndASecondStartTriesAgain) {
+  const std::string directory = "/dev/shm/missing";
+  const std::string name = directory + "/s";
+  IpcServer lost(&recorder, name.c_str(), static_cast<int>(name.size()));
+  {
+    const CaughtStream errors(stderr);
+    lost.start();
+    EXPECT_EQ(errors.text(), std::string("Can't bind filename: ") + std::strerror(ENOENT) + "\n");
+    lost.stop();
+  }
+  std::filesystem::create_directory(directory);
+  lost.start();
+  RawClient client(name.c_str());
+  EXPECT_TRUE(recorder.log.await("clientConnected()"));
+}
+
+std::ptrdiff_t openDescriptors() {
+  return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+}
+
+TEST_F(ControlTransport, FailedStartsLeaveNoMoreThanTheLastOnesSocket) {
+  IpcServer lost(&recorder, "/dev/shm/none/s", 15);
+  const CaughtStream errors(stderr);
+  lost.start();
+  const auto before = openDescriptors();
+  for (int attempt = 0; attempt < 50; ++attempt) lost.start();
+  EXPECT_EQ(openDescriptors(), before);
+}
+
+TEST_F(ControlTransport, ASecondStartWhileRunningDoesNothing) {
+  start();
+  const auto before = openDescriptors();
+  struct stat first {};
+  struct stat second {};
+  ASSERT_EQ(stat(path, &first), 0);
+  start();
+  ASSERT_EQ(stat(path, &second), 0);
+  EXPECT_EQ(first.st_ino, second.st_ino);
+  EXPECT_EQ(openDescriptors(), before);
+}
+
+TEST_F(ControlTransport, AStopBeforeAStartAndASecondStopDoNothing) {
+  server.stop();
+  start();
+  server.stop();
+  server.stop();
+}
+
+TEST_F(ControlTransport, AStopRightAfterAStartAlwaysFindsTheThread) {
+  for (int round = 0; round < 200; ++round) {
+    start();
+    server.stop();
+    // The path is left, and nobody listens there any more.
+    EXPECT_TRUE(std::filesystem::is_socket(path));
+  }
+}
+
+TEST_F(ControlTransport, AConnectionCutByAStopRaisesNoEvent) {
+  start();
+  RawClient client(path);
+  client.send(numbered(6, 7, 5));
+  ASSERT_TRUE(recorder.log.awaitCount(2));
+  server.stop();
+  EXPECT_TRUE(client.isAtEnd());
+  EXPECT_EQ(recorder.log.take(), (Calls{"clientConnected()", "update(6, 7, 5, -5)"}));
+}
+
+TEST_F(ControlTransport, AStoppedServerStartsAgainWithANewSocketAndThread) {
+  start();
+  server.stop();
+  start();
+  RawClient client(path);
+  EXPECT_TRUE(recorder.log.await("clientConnected()"));
+}
+
+TEST_F(ControlTransport, AStopBreaksOffASendThatIsBlocked) {
+  start();
+  RawClient client(path);
+  ASSERT_TRUE(recorder.log.await("clientConnected()"));
+  const CaughtStream errors(stderr);
+  // The client never reads, so the sender blocks once the buffers are full; more wait behind it.
+  std::vector<std::thread> senders;
+  for (int index = 0; index < 3; ++index) {
+    senders.emplace_back([&] {
+      message record = numbered(1, 2, 3);
+      while (server.sendMessage(record)) {
+      }
+    });
+  }
+  server.stop();
+  for (std::thread& sender : senders) sender.join();
+  EXPECT_EQ(recorder.log.take(), Calls{"clientConnected()"});
+}
+
+TEST_F(ControlTransport, AStopDoesNotWaitForTheRestOfALongReply) {
+  std::latch replying(1);
+  recorder.onUpdate = [&](message& record) {
+    IpcServer::Turn turn(server);
+    replying.count_down();
+    for (;;) turn.sendMessage(record);
+  };
+  start();
+  RawClient client(path);
+  client.send(numbered(1, 2, 3));
+  replying.wait();
+  const CaughtStream errors(stderr);
+  server.stop();
+}
+
+TEST_F(ControlTransport, ASenderThatIsBlockedTowardsAHalfClosedClientIsWokenAtTheConnectionsEnd) {
+  start();
+  RawClient client(path);
+  ASSERT_TRUE(recorder.log.await("clientConnected()"));
+  const CaughtStream errors(stderr);
+  std::thread sender([&] {
+    message record = numbered(1, 2, 3);
+    while (server.sendMessage(record)) {
+    }
+  });
+  client.closeSending();
+  sender.join();
+  EXPECT_TRUE(recorder.log.await("clientDisconnected()"));
+}
+
+TEST_F(ControlTransport, NothingFallsBetweenTheSendsOfATurn) {
+  start();
+  RawClient client(path);
+  ASSERT_TRUE(recorder.log.await("clientConnected()"));
+  constexpr int rounds = 200;
+  std::thread other([&] {
+    for (int round = 0; round < rounds; ++round) server.sendMessage("b", 1);
+  });
+  std::thread turns([&] {
+    for (int round = 0; round < rounds; ++round) {
+      IpcServer::Turn turn(server);
+      turn.sendMessage("(", 1);
+      std::this_thread::yield();
+      turn.sendMessage(")", 1);
+    }
+  });
+  const std::string bytes = client.receive(3 * rounds);
+  other.join();
+  turns.join();
+  for (std::size_t index = 0; index < bytes.size(); ++index) {
+    if (bytes[index] == '(') {
+      EXPECT_EQ(bytes[index + 1], ')') << index;
+    }
+  }
+}
+
+TEST_F(ControlTransport, AnEscapingExceptionEndsTheConnectionWithOneLineAndTheNextClientIsServed) {
+  recorder.onUpdate = [](message& record) {
+    if (record.group == 9) throw std::runtime_error("listener's fault");
+    if (record.group == 8) throw 1;
+  };
+  start();
+  for (const int group : {9, 8}) {
+    recorder.log.take();
+    const CaughtStream errors(stderr);
+    RawClient client(path);
+    client.send(numbered(group, 1, 1));
+    EXPECT_TRUE(client.isAtEnd());
+    ASSERT_TRUE(recorder.log.awaitCount(4));
+    EXPECT_EQ(recorder.log.calls().back(), "clientDisconnected()");
+    EXPECT_EQ(errors.text(),
+              group == 9 ? "Client's connection ended by an exception: listener's fault\n"
+                         : "Client's connection ended by an exception of an unknown type\n");
+  }
+}
+
+TEST_F(ControlTransport, AnExceptionInTheEndOfConnectionRecordOrTheEventsKillsNobody) {
+  recorder.onUpdate = [](message&) { throw std::runtime_error("again"); };
+  recorder.onConnected = [] { throw std::runtime_error("at once"); };
+  start();
+  const CaughtStream errors(stderr);
+  for (int round = 0; round < 2; ++round) {
+    RawClient client(path);
+    EXPECT_TRUE(client.isAtEnd());
+    ASSERT_TRUE(recorder.log.awaitCount(3));
+    EXPECT_EQ(recorder.log.take(),
+              (Calls{"clientConnected()", "update(0, 2, 0, 0)", "clientDisconnected()"}));
+  }
+}
+
+TEST_F(ControlTransport, RunWithoutAServerReturnsNull) { EXPECT_EQ(IpcServer::run(nullptr), nullptr); }
+
+TEST_F(ControlTransport, AFailedAcceptEndsTheThreadAndOnlyAStopAndAStartReviveIt) {
+  start();
+  const CaughtStream errors(stderr);
+  // Takes the listening socket away under the thread: the only socket that listens here.
+  for (int descriptor = 3; descriptor < 64; ++descriptor) {
+    int listening = 0;
+    socklen_t size = sizeof listening;
+    if (getsockopt(descriptor, SOL_SOCKET, SO_ACCEPTCONN, &listening, &size) == 0 &&
+        listening != 0) {
+      shutdown(descriptor, SHUT_RDWR);
+    }
+  }
+  const std::string expected = std::string("Can't accept new connections: ") + std::strerror(EINVAL);
+  while (errors.text().empty()) std::this_thread::yield();
+  EXPECT_EQ(errors.text(), expected + "\n");
+  start();
+  server.stop();
+  start();
+  RawClient client(path);
+  EXPECT_TRUE(recorder.log.await("clientConnected()"));
+}
+
+TEST_F(ControlTransport, TheSocketsAreClosedInAChildOfTheHost) {
+  start();
+  RawClient client(path);
+  ASSERT_TRUE(recorder.log.await("clientConnected()"));
+  int sockets = 0;
+  for (int descriptor = 3; descriptor < 64; ++descriptor) {
+    struct stat status {};
+    if (fstat(descriptor, &status) != 0 || !S_ISSOCK(status.st_mode)) continue;
+    ++sockets;
+    EXPECT_NE(fcntl(descriptor, F_GETFD) & FD_CLOEXEC, 0) << descriptor;
+  }
+  EXPECT_EQ(sockets, 3);
+}
+
+}  // namespace
+}  // namespace quillwork
