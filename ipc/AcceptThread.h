@@ -1,16 +1,20 @@
 #pragma once
 
 #include <cxxabi.h>
+#include <poll.h>
 #include <pthread.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <csignal>
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
 #include <exception>
+
+#include "ipc/Cancellation.h"
 
 /// What the two socket servers' setting-up and accept threads have in common.
 namespace quillwork {
@@ -21,7 +25,7 @@ namespace quillwork {
 /// `path` may be null: the name was refused. Returns whether the socket listens; `listenSocket`
 /// holds the descriptor, -1 if there is none.
 inline bool openListeningSocket(int& listenSocket, const char* path, int pathLength) {
-  listenSocket = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  listenSocket = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
   if (listenSocket < 0) {
     std::perror("Can't create socket");
     return false;
@@ -47,11 +51,24 @@ inline bool openListeningSocket(int& listenSocket, const char* path, int pathLen
   return true;
 }
 
-/// Waits for a client. Prints a failure and returns -1.
+/// Waits for a client, as a cancellation point where the calling thread allows it. Prints a failure
+/// and returns -1.
 inline int acceptClient(int listenSocket) {
-  const int client = accept4(listenSocket, nullptr, nullptr, SOCK_CLOEXEC);
-  if (client == -1) std::perror("Can't accept new connections");
-  return client;
+  for (;;) {
+    // A cancellation can strike accept() when it has already taken the client's connection, which
+    // nobody would close then. So the wait is poll()'s, and the accept is neither cancelled nor
+    // blocked.
+    pollfd waiting{listenSocket, POLLIN, 0};
+    poll(&waiting, 1, -1);
+    const CancellationScope scope(PTHREAD_CANCEL_DISABLE);
+    const int client = accept4(listenSocket, nullptr, nullptr, SOCK_CLOEXEC);
+    if (client != -1) return client;
+    const bool shutDown = (waiting.revents & POLLHUP) != 0;
+    if (errno == EAGAIN && !shutDown) continue;
+    if (shutDown) errno = EINVAL;
+    std::perror("Can't accept new connections");
+    return -1;
+  }
 }
 
 /// Creates a thread on which no signal handler of the host ever runs. Returns 0 or an error number.
