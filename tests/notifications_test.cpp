@@ -177,6 +177,8 @@ TEST_F(Notifications, AnUnrequestedAnswerOnlyStoresItsByte) {
   message reply = request(APPLICATION_STATE, 0);
   reply[3] = 1;
   client->send(reply);
+  // An answered request tells that the answer before it has been dealt with.
+  EXPECT_EQ(client->ask(request(VERSION, 1)).group, VERSION);
   auto answer = call(*client, 3);
   reply[3] = 0;
   client->send(reply);

@@ -39,7 +39,10 @@ std::string askText(const std::string& operation, const Arguments&... arguments)
 
 class FakeVideo : public VideoFacade {
  public:
-  ~FakeVideo() override { called("~Video"); }
+  ~FakeVideo() override {
+    called("~Video");
+    if (host().onVideoDeletion) host().onVideoDeletion();
+  }
   void setVideoBounds(int x, int y, int width, int height) override {
     called("setVideoBounds", x, y, width, height);
   }
@@ -169,7 +172,6 @@ class FakeInformation : public SIFacade {
   }
   std::list<Service_> getServices() override {
     called("getServices");
-    if (host().onGetServices) host().onGetServices();
     return host().services;
   }
   int getCurrentService() override { return askNumber("getCurrentService"); }
@@ -314,17 +316,17 @@ Facade* create(const std::string& name) {
   return host().missing.count(name) != 0 ? nullptr : new Facade;
 }
 
-// The library never deletes the version facade.
-std::unique_ptr<VersionFacade>& versionFacade() {
-  static std::unique_ptr<VersionFacade> facade;
-  return facade;
+// The library never deletes a version facade.
+std::list<std::unique_ptr<VersionFacade>>& versionFacades() {
+  static std::list<std::unique_ptr<VersionFacade>> facades;
+  return facades;
 }
 
 }  // namespace
 
 FakeHost::FakeHost() { theHost = this; }
 
-FakeHost::~FakeHost() { versionFacade().reset(); }
+FakeHost::~FakeHost() { versionFacades().clear(); }
 
 FakeHost& FakeHost::current() { return *theHost; }
 
@@ -348,6 +350,5 @@ DsmCCCommandFacade* DsmCCCommandFacade::createDsmCCCommandFacade() {
   return create<FakeCommand>("DsmCCCommand");
 }
 VersionFacade* VersionFacade::createVersionFacade() {
-  versionFacade().reset(create<FakeVersion>("Version"));
-  return versionFacade().get();
+  return versionFacades().emplace_back(create<FakeVersion>("Version")).get();
 }

@@ -46,8 +46,8 @@ class FakeHost {
   std::vector<unsigned char> section;
   /// Called inside readSection().
   std::function<void()> onReadSection;
-  /// Called inside the services query.
-  std::function<void()> onGetServices;
+  /// Called while the video facade is being deleted.
+  std::function<void()> onVideoDeletion;
 
   /// What the adapter has registered, null for nothing.
   middlewarefacade::GraphicsSettingsListener* graphicsListener = nullptr;
