@@ -163,6 +163,7 @@ class QUILLWORK_EXPORT MiddlewareIpc : public quillwork::IpcServerListener,
  private:
   QUILLWORK_HIDDEN void registerAndCreateFacades();
   QUILLWORK_HIDDEN void unregister();
+  QUILLWORK_HIDDEN void deleteFacades();
 
   int videoWidth;
   int videoHeight;

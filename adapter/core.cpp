@@ -116,10 +116,21 @@ void MiddlewareIpc::registerAndCreateFacades() {
 void MiddlewareIpc::unregister() {
   quillwork::IpcDemuxServer::releaseListener(this);
   if (manager != nullptr) manager->removeIpcServerListener(this);
+  deleteFacades();
+}
+
+void MiddlewareIpc::deleteFacades() {
   if (videoFacade != nullptr) videoFacade->removeGraphicsSettingsListener(this);
+  deleteFacade(videoFacade);
   if (dsmccCommandFacade != nullptr) {
     dsmccCommandFacade->removeCommandListener(streamEventName, this);
   }
+  deleteFacade(dsmccCommandFacade);
+  deleteFacade(propertyFacade);
+  deleteFacade(siFacade);
+  deleteFacade(carouselFacade);
+  deleteFacade(demuxFacade);
+  deleteFacade(tunerFacade);
 }
 
 MiddlewareIpc::~MiddlewareIpc() {
@@ -132,16 +143,6 @@ MiddlewareIpc::~MiddlewareIpc() {
     store<quillwork::IpcServerManager*>(manager, nullptr);
     store<MiddlewareIpc*>(instance, nullptr);
   }
-  if (videoFacade != nullptr) videoFacade->removeGraphicsSettingsListener(this);
-  deleteFacade(videoFacade);
-  if (dsmccCommandFacade != nullptr) {
-    dsmccCommandFacade->removeCommandListener(streamEventName, this);
-  }
-  deleteFacade(dsmccCommandFacade);
-  deleteFacade(propertyFacade);
-  deleteFacade(siFacade);
-  deleteFacade(carouselFacade);
-  deleteFacade(demuxFacade);
-  deleteFacade(tunerFacade);
+  deleteFacades();
   pthread_mutex_destroy(&instanceMutex);
 }

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cxxabi.h>
 #include <poll.h>
 #include <pthread.h>
 #include <sys/socket.h>
@@ -82,6 +81,10 @@ inline int createAcceptThread(pthread_t& thread, void* (*body)(void*), void* arg
   return error;
 }
 
+/// Inside a handler for everything: whether it has caught the unwinding of a cancelled thread, which
+/// must go on. A cancellation has no exception object.
+inline bool isCancellation() { return std::current_exception() == nullptr; }
+
 /// Runs code of the host's. An exception that escapes it is printed as one line; returns whether
 /// none did. The unwinding of a cancelled thread passes through.
 template <class Call>
@@ -89,11 +92,10 @@ bool callHost(Call&& call) {
   try {
     call();
     return true;
-  } catch (abi::__forced_unwind&) {
-    throw;
   } catch (const std::exception& error) {
     std::fprintf(stderr, "Client's connection ended by an exception: %s\n", error.what());
   } catch (...) {
+    if (isCancellation()) throw;
     std::fputs("Client's connection ended by an exception of an unknown type\n", stderr);
   }
   return false;

@@ -127,12 +127,14 @@ class Arguments {
 
 }  // namespace
 
-/// What one accept thread works with. It lives on that thread's stack, and outlives the server if
-/// the host destroys that one first.
+/// What one accept thread works with. It outlives the server if the host destroys that one first.
+/// The thread discards it when it ends by itself; whoever cancels and joins the thread does so
+/// otherwise, so that no lock is taken while a cancelled stack unwinds.
 class IpcDemuxServer::Session {
  public:
-  Session(IpcDemuxServer* server, int listening, int connection);
-  ~Session();
+  /// A session of the calling thread.
+  static Session& create(IpcDemuxServer* server, int listening, int connection);
+  static void discard(pthread_t thread);
   Session(const Session&) = delete;
   Session& operator=(const Session&) = delete;
 
@@ -149,8 +151,10 @@ class IpcDemuxServer::Session {
   void replaceThread();
 
  private:
-  class Use;
   struct Legacy;
+
+  Session(IpcDemuxServer* server, int listening, int connection)
+      : server_(server), listening_(listening), connection_(connection) {}
   using Handler = void (Session::*)();
   static const std::array<Handler, 14> requests;
   static constexpr std::int32_t readSectionCode = 13;
@@ -164,6 +168,8 @@ class IpcDemuxServer::Session {
   void sendSection(const Bytes& section) const;
   template <class Operation>
   void call(Operation operation);
+  IpcDemuxServerListener* beginCall();
+  void endCall();
   void awaitCancellationIfReplaced();
 
   template <void (IpcDemuxServerListener::*operation)()>
@@ -178,7 +184,7 @@ class IpcDemuxServer::Session {
 
   static Session* sessions;
 
-  Session* next_;
+  Session* next_ = nullptr;
   IpcDemuxServer* server_;
   const pthread_t thread_ = pthread_self();
   const int listening_;
@@ -216,42 +222,23 @@ struct IpcDemuxServer::Session::Legacy {
   bool owesSection;
 };
 
-/// Marks the server's listener as in use for the time of a call.
-class IpcDemuxServer::Session::Use {
- public:
-  explicit Use(Session& session) : session_(session) {
-    const Lock lock(sessionsMutex);
-    if (session.server_ != nullptr) {
-      session.calling_ = std::atomic_ref(session.server_->listener).load();
-    }
-  }
-  ~Use() {
-    const Lock lock(sessionsMutex);
-    session_.calling_ = nullptr;
-    if (callEnded != nullptr) pthread_cond_signal(callEnded);
-  }
-  Use(const Use&) = delete;
-  Use& operator=(const Use&) = delete;
-
-  /// Null for none.
-  [[nodiscard]] IpcDemuxServerListener* target() const { return session_.calling_; }
-
- private:
-  Session& session_;
-};
-
-IpcDemuxServer::Session::Session(IpcDemuxServer* server, int listening, int connection)
-    : server_(server), listening_(listening), connection_(connection) {
+IpcDemuxServer::Session& IpcDemuxServer::Session::create(IpcDemuxServer* server, int listening,
+                                                         int connection) {
+  auto* const session = new Session(server, listening, connection);
   const Lock lock(sessionsMutex);
-  next_ = sessions;
-  sessions = this;
+  session->next_ = sessions;
+  sessions = session;
+  return *session;
 }
 
-IpcDemuxServer::Session::~Session() {
+void IpcDemuxServer::Session::discard(pthread_t thread) {
   const Lock lock(sessionsMutex);
   Session** link = &sessions;
-  while (*link != this) link = &(*link)->next_;
-  *link = next_;
+  while (*link != nullptr && pthread_equal((*link)->thread_, thread) == 0) link = &(*link)->next_;
+  if (*link == nullptr) return;
+  Session* const ended = *link;
+  *link = ended->next_;
+  delete ended;
 }
 
 void IpcDemuxServer::Session::detachFrom(const IpcDemuxServer* server) {
@@ -286,6 +273,7 @@ void IpcDemuxServer::Session::replaceThread() {
   pthread_mutex_unlock(&sessionsMutex);
   pthread_cancel(old);
   pthread_join(old, nullptr);
+  discard(old);
   pthread_t successor{};
   const int connection = legacy->connection;
   if (createAcceptThread(successor, succeed, legacy.get()) == 0) {
@@ -300,10 +288,11 @@ void IpcDemuxServer::Session::replaceThread() {
 void* IpcDemuxServer::Session::succeed(void* argument) {
   const std::unique_ptr<Legacy> legacy(static_cast<Legacy*>(argument));
   pthread_setname_np(pthread_self(), "ipc-demux");
-  Session session(legacy->server, legacy->listening, legacy->connection);
+  Session& session = create(legacy->server, legacy->listening, legacy->connection);
   if (legacy->owesSection) session.sendSection({});
   session.serveClient();
   session.serve();
+  discard(pthread_self());
   return nullptr;
 }
 
@@ -347,11 +336,30 @@ bool IpcDemuxServer::Session::isInService() {
 
 template <class Operation>
 void IpcDemuxServer::Session::call(Operation operation) {
-  {
-    const Use use(*this);
-    if (use.target() != nullptr) operation(*use.target());
+  if (IpcDemuxServerListener* const target = beginCall()) {
+    try {
+      operation(*target);
+    } catch (...) {
+      // Whoever has cancelled the call discards the session.
+      if (!isCancellation()) endCall();
+      throw;
+    }
   }
+  endCall();
   awaitCancellationIfReplaced();
+}
+
+/// Marks the server's listener, which may be null, as in use.
+IpcDemuxServerListener* IpcDemuxServer::Session::beginCall() {
+  const Lock lock(sessionsMutex);
+  if (server_ != nullptr) calling_ = std::atomic_ref(server_->listener).load();
+  return calling_;
+}
+
+void IpcDemuxServer::Session::endCall() {
+  const Lock lock(sessionsMutex);
+  calling_ = nullptr;
+  if (callEnded != nullptr) pthread_cond_signal(callEnded);
 }
 
 void IpcDemuxServer::Session::awaitCancellationIfReplaced() {
@@ -467,6 +475,7 @@ void IpcDemuxServer::stop() {
   if (thread != pthread_t{}) {
     pthread_cancel(thread);
     pthread_join(thread, nullptr);
+    Session::discard(thread);
     thread = {};
   }
   if (client().load() != -1) close(client().load());
@@ -478,11 +487,12 @@ void* IpcDemuxServer::run(void* argument) {
   if (argument == nullptr) return nullptr;
   auto* const server = static_cast<IpcDemuxServer*>(argument);
   pthread_setname_np(pthread_self(), "ipc-demux");
-  Session session(server, listenSocket, -1);
+  Session& session = Session::create(server, listenSocket, -1);
   const std::atomic_ref<bool> inService(server->running);
   inService.store(true);
   inService.notify_all();
   session.serve();
+  Session::discard(pthread_self());
   return nullptr;
 }
 

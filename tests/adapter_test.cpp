@@ -151,8 +151,10 @@ TEST_F(Adapter, TheVersionFacadeIsRequired) {
 TEST_F(Adapter, AFailedConstructionLeavesNoRegistrationBehind) {
   host.throwing = "Tuner";
   EXPECT_THROW(static_cast<void>(MiddlewareIpc::getInstance()), std::runtime_error);
-  const Calls seen = calls();
-  EXPECT_EQ(seen.back(), "removeGraphicsSettingsListener(1)");
+  EXPECT_EQ(calls(), (Calls{"createVideo()", "addGraphicsSettingsListener()", "createProperty()",
+                            "createSI()", "createCarousel()", "createDemux()", "createTuner()",
+                            "removeGraphicsSettingsListener(1)", "~Video()", "~Property()",
+                            "~SI()", "~Carousel()", "~Demux()"}));
   // Both channels go on without the object.
   RawClient control;
   EXPECT_EQ(control.ask(request(SI, 6)).type, 0);
