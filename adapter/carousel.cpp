@@ -1,11 +1,14 @@
 // Object carousels and DSM-CC stream events.
 
+#include <utility>
+
 #include "adapter/MiddlewareIpc.h"
+#include "adapter/Notify.h"
 #include "adapter/Published.h"
 #include "facade/CarouselFacade.h"
-#include "protocol/IpcServerManager.h"
 
 using adapter::load;
+using adapter::notify;
 
 std::string MiddlewareIpc::mountCarousel(std::string locator) {
   auto* const facade = load(carouselFacade);
@@ -29,11 +32,11 @@ void MiddlewareIpc::downloadComplete(std::string first) {
 }
 
 void MiddlewareIpc::downloadComplete(std::string first, std::string second) {
-  if (auto* const target = load(manager)) {
-    target->downloadComplete(std::move(first), std::move(second));
-  }
+  notify(manager, [&](auto& target) {
+    return target.downloadComplete(std::move(first), std::move(second));
+  });
 }
 
 void MiddlewareIpc::commandReceived(const ipcutil::DsmCCCommand_t& command) {
-  if (auto* const target = load(manager)) target->sendDsmCCCommand(command);
+  notify(manager, [&](auto& target) { return target.sendDsmCCCommand(command); });
 }

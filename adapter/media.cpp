@@ -5,15 +5,16 @@
 #include <cstdio>
 
 #include "adapter/MiddlewareIpc.h"
+#include "adapter/Notify.h"
 #include "adapter/Published.h"
 #include "adapter/VideoScale.h"
 #include "facade/PropertyFacade.h"
 #include "facade/VersionFacade.h"
 #include "facade/VideoFacade.h"
-#include "protocol/IpcServerManager.h"
 #include "protocol/message.h"
 
 using adapter::load;
+using adapter::notify;
 using adapter::store;
 using middlewarefacade::PropertyFacade;
 using middlewarefacade::VersionFacade;
@@ -229,16 +230,15 @@ void MiddlewareIpc::setVideoSize(int width, int height) {
 }
 
 void MiddlewareIpc::endOfMedia(int player) {
-  if (auto* const target = load(manager)) target->endOfMedia(player);
+  notify(manager, [&](auto& target) { return target.endOfMedia(player); });
 }
 
 void MiddlewareIpc::graphicsSettingsChanged(ipcutil::Rectangle_t first,
                                             ipcutil::Rectangle_t second) {
   setVideoSize(second.width, second.height);
-  if (auto* const target = load(manager)) target->changeGraphicsSettings(first, second);
+  notify(manager, [&](auto& target) { return target.changeGraphicsSettings(first, second); });
 }
 
 bool MiddlewareIpc::sendAppState(quillwork::state newState) {
-  auto* const target = load(manager);
-  return target != nullptr && target->setApplicationState(newState);
+  return notify(manager, [&](auto& target) { return target.setApplicationState(newState); });
 }

@@ -22,6 +22,7 @@
 #include "support/CallLog.h"
 #include "support/RawClient.h"
 #include "support/StandardStreams.h"
+#include "support/Threads.h"
 
 namespace quillwork {
 namespace {
@@ -389,13 +390,16 @@ TEST_F(ControlTransport, AStopBreaksOffASendThatIsBlocked) {
   const CaughtStream errors(stderr);
   // The client never reads, so the sender blocks once the buffers are full; more wait behind it.
   std::vector<std::thread> senders;
-  for (int index = 0; index < 3; ++index) {
+  std::atomic<pid_t> threads[3] = {};
+  for (std::atomic<pid_t>& thread : threads) {
     senders.emplace_back([&] {
+      thread = threadId();
       message record = numbered(1, 2, 3);
       while (server.sendMessage(record)) {
       }
     });
   }
+  for (const std::atomic<pid_t>& thread : threads) awaitSleeping(thread);
   server.stop();
   for (std::thread& sender : senders) sender.join();
   EXPECT_EQ(recorder.log.take(), Calls{"clientConnected()"});
@@ -421,11 +425,14 @@ TEST_F(ControlTransport, ASenderThatIsBlockedTowardsAHalfClosedClientIsWokenAtTh
   RawClient client(path);
   ASSERT_TRUE(recorder.log.await("clientConnected()"));
   const CaughtStream errors(stderr);
+  std::atomic<pid_t> thread{0};
   std::thread sender([&] {
+    thread = threadId();
     message record = numbered(1, 2, 3);
     while (server.sendMessage(record)) {
     }
   });
+  awaitSleeping(thread);
   client.closeSending();
   sender.join();
   EXPECT_TRUE(recorder.log.await("clientDisconnected()"));

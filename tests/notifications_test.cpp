@@ -14,6 +14,7 @@
 #include "support/RawClient.h"
 #include "support/RecordingListener.h"
 #include "support/StandardStreams.h"
+#include "support/Threads.h"
 
 namespace quillwork {
 namespace {
@@ -195,10 +196,13 @@ TEST_F(Notifications, TheManagersEndAnswersTrue) {
 TEST_F(Notifications, DestructionBreaksOffANotificationThatTheClientHoldsUp) {
   const auto client = connect();
   const CaughtStream errors(stderr);
-  std::atomic<int> sent{0};
+  std::atomic<pid_t> thread{0};
   std::thread flood([&] {
-    while (manager->endOfMedia(1)) ++sent;
+    thread = threadId();
+    while (manager->endOfMedia(1)) {
+    }
   });
+  awaitSleeping(thread);
   IpcServerManager::destroy();
   flood.join();
   manager = IpcServerManager::getInstance();

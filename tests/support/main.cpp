@@ -16,10 +16,14 @@ int main(int argumentCount, char** arguments) {
 // What the sanitizers' runtimes ask a program for when it starts.
 extern "C" {
 
-// A cancelled thread unwinds without telling AddressSanitizer, whose clean-up at the thread's end
-// then takes the stack that it uses itself for somebody else's.
+// A cancelled thread unwinds without telling AddressSanitizer, whose own clean-up then takes the
+// stack that it uses itself for somebody else's.
 __attribute__((visibility("default"))) const char* __asan_default_options() {
   return "use_sigaltstack=0";
+}
+
+__attribute__((visibility("default"))) const char* __asan_default_suppressions() {
+  return "interceptor_name:sigaltstack\n";
 }
 
 // The adapter's constructor initialises the instance mutex while getInstance() holds it.
