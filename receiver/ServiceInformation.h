@@ -1,0 +1,190 @@
+#pragma once
+
+#include <compare>
+#include <cstdint>
+#include <list>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "receiver/SectionAssembler.h"
+#include "receiver/Text.h"
+
+namespace receiver {
+
+/// A descriptor: its tag, and the bytes behind its length byte.
+struct Descriptor {
+  std::uint8_t tag;
+  std::vector<std::uint8_t> data;
+};
+using Descriptors = std::vector<Descriptor>;
+
+/// A service of the SDT (ETSI EN 300 468, 5.2.3), or a program of the PAT that no SDT names.
+struct Service {
+  std::uint16_t id;
+  std::uint16_t transportStream;
+  int originalNetwork;  ///< -1 where no SDT says it
+  int type;             ///< service_type, -1 without a service descriptor
+  int runningStatus;
+  bool isScrambled;  ///< free_CA_mode
+  bool hasSchedule;
+  bool hasPresentFollowing;
+  bool isActual;  ///< of the transport stream that is received
+  bool isInPat;
+  std::string name;
+  std::string provider;
+};
+
+/// An event of the EIT (5.2.4). Times are as they are broadcast: UTC for DVB, local for ISDB.
+struct Event {
+  std::uint8_t tableId;
+  std::uint16_t service;
+  std::uint16_t transportStream;
+  std::uint16_t originalNetwork;
+  std::uint8_t section;
+  std::uint8_t version;
+  std::uint16_t id;
+  std::int64_t start;  ///< seconds since 1970, -1 for undefined
+  int duration;        ///< seconds, -1 for undefined
+  int runningStatus;
+  bool isScrambled;
+  std::string language;  ///< ISO 639-2, empty without a short event descriptor
+  std::string name;
+  std::string text;
+  std::string extendedText;  ///< of all extended event descriptors
+  /// Items of the extended event descriptors: description and text.
+  std::vector<std::pair<std::string, std::string>> items;
+  std::vector<std::uint8_t> content;         ///< two bytes for each content nibble pair
+  std::vector<std::uint8_t> parentalRating;  ///< four bytes for each country
+  Descriptors descriptors;
+};
+
+/// An elementary stream of a PMT (ISO/IEC 13818-1, 2.4.4.8).
+struct Component {
+  std::uint16_t pid;
+  std::uint8_t streamType;
+  int tag;  ///< of the stream identifier descriptor, -1 without one
+  std::uint16_t program;
+  std::string language;     ///< of the first language descriptor entry
+  std::set<int> caSystems;  ///< of its CA descriptors
+  Descriptors descriptors;
+};
+
+struct ProgramMap {
+  std::uint16_t program;
+  std::uint16_t pid;
+  std::uint16_t pcrPid;
+  std::uint8_t version;
+  std::set<int> caSystems;  ///< of the program's CA descriptors
+  std::vector<Component> components;
+};
+
+/// How a transport stream is delivered; the values travel to the client.
+enum class Delivery { unknown = 0, satellite = 1, cable = 2, terrestrial = 3 };
+
+/// A transport stream of a NIT or BAT loop.
+struct TransportStream {
+  std::uint16_t id;
+  std::uint16_t originalNetwork;
+  Delivery delivery;
+  double frequency;  ///< MHz, 0 for unknown
+  std::map<int, int> channelNumbers;  ///< by service id
+  std::vector<int> services;          ///< of the service list descriptor
+  Descriptors descriptors;
+};
+
+/// A network of the NIT (5.2.1), or a bouquet of the BAT (5.2.2).
+struct Network {
+  std::uint16_t id;
+  bool isActual;
+  std::string name;
+  Descriptors descriptors;
+  std::vector<TransportStream> transportStreams;
+};
+
+struct Counters {
+  std::uint64_t packets = 0;
+  std::uint64_t sections = 0;
+  /// Sections whose content was new. A new version with equal content is no change.
+  std::uint64_t changes = 0;
+  StreamErrors errors;
+};
+
+/// The service information of a stream: keeps the newest section of each number of each table, from
+/// the moment it arrives, and reads them when asked. Any thread.
+class ServiceInformation {
+ public:
+  /// `table`: the character table of texts that do not name their own; without one it is found out
+  /// from the stream.
+  explicit ServiceInformation(std::optional<CharacterTable> table);
+
+  /// Takes the next packet of the stream.
+  void feed(Packet packet);
+  /// The stream begins anew: the next packet does not follow the last one, and the counters start
+  /// at zero. What is known stays.
+  void restart();
+
+  /// The transport stream id of the PAT, -1 before the first.
+  [[nodiscard]] int transportStreamId() const;
+  /// The version of the PAT, -1 before the first.
+  [[nodiscard]] int patVersion() const;
+  [[nodiscard]] std::vector<Service> services() const;
+  [[nodiscard]] std::vector<Event> events() const;
+  [[nodiscard]] std::vector<ProgramMap> programMaps() const;
+  [[nodiscard]] std::vector<Network> networks() const;
+  [[nodiscard]] std::vector<Network> bouquets() const;
+  /// Of the services of the SDT, by service id of the received stream.
+  [[nodiscard]] Descriptors serviceDescriptors(int service) const;
+  /// The CA systems of the CAT and of all PMTs, in order.
+  [[nodiscard]] std::set<int> caSystems() const;
+  /// The first program of the PAT, -1 for none.
+  [[nodiscard]] int firstProgram() const;
+  /// Of the last TDT or TOT, in seconds since 1970; nothing before the first.
+  [[nodiscard]] std::optional<std::int64_t> broadcastTime() const;
+  [[nodiscard]] Counters counters() const;
+
+ private:
+  /// What tells one sub-table from another.
+  struct SubTable {
+    std::uint16_t pid;
+    std::uint8_t tableId;
+    std::uint16_t extension;
+    std::uint32_t further;  ///< transport stream and network where the extension does not suffice
+    auto operator<=>(const SubTable&) const = default;
+  };
+  using Sections = std::map<std::uint8_t, Section>;
+
+  void store(std::uint16_t pid, const Section& section);
+  void storeTime(const Section& section);
+  void followPat();
+  void watch(std::uint16_t pid);
+  [[nodiscard]] CharacterTable findTable() const;
+  [[nodiscard]] std::string text(std::span<const std::uint8_t> bytes) const;
+  [[nodiscard]] bool carriesIsdb() const;
+  [[nodiscard]] std::vector<Network> readNetworks(bool bouquets) const;
+  [[nodiscard]] Network readNetwork(Section& section) const;
+  [[nodiscard]] TransportStream readTransportStream(const std::uint8_t* loop) const;
+  [[nodiscard]] Event readEvent(Section& section, std::uint8_t* entry) const;
+  void readEventTexts(Event& event) const;
+  [[nodiscard]] std::vector<ProgramMap> readProgramMaps() const;
+  template <class Visitor>
+  void forEachSection(std::uint8_t firstTable, std::uint8_t lastTable, Visitor&& visit) const;
+
+  mutable std::mutex mutex_;
+  const bool tableIsGiven_;
+  CharacterTable table_;
+  std::map<std::uint16_t, SectionAssembler> assemblers_;
+  std::map<SubTable, Sections> tables_;
+  std::map<std::uint16_t, std::uint16_t> programs_;  ///< the PAT: program to PMT PID
+  std::vector<std::uint16_t> programOrder_;
+  int transportStreamId_ = -1;
+  int patVersion_ = -1;
+  std::optional<std::int64_t> time_;
+  Counters counters_;
+};
+
+}  // namespace receiver

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string>
+
+namespace receiver {
+
+/// The character table of texts that do not name their own.
+struct CharacterTable {
+  /// An iconv name, "ISO6937" for the DVB default, or "ARIB" for ARIB STD-B24.
+  std::string name = "ISO6937";
+
+  /// Throws std::invalid_argument for a name that this build cannot convert.
+  static CharacterTable named(const std::string& name);
+  [[nodiscard]] bool isArib() const { return name == "ARIB"; }
+};
+
+/// Whether this build can convert ARIB STD-B24 texts.
+bool canConvertArib();
+
+/// Converts a broadcast text to UTF-8: ETSI EN 300 468 annex A with the table as its default, or
+/// ARIB STD-B24. Control codes are dropped, except that a new line is one; what cannot be converted
+/// becomes U+FFFD.
+std::string toUtf8(std::span<const std::uint8_t> text, const CharacterTable& table);
+
+}  // namespace receiver
