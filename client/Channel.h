@@ -1,0 +1,47 @@
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <stdexcept>
+#include <string>
+
+namespace quillwork::client {
+
+/// What went wrong between client and receiver, as one line.
+struct Error : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+/// The peer said nothing for as long as the client was willing to wait.
+struct TimeOut : Error {
+  using Error::Error;
+};
+
+/// A connection to one of the library's sockets. Every operation ends after the time limit at the
+/// latest and throws Error when the peer is not there, has gone, or does not answer. One thread at
+/// a time.
+class Channel {
+ public:
+  Channel(std::string path, std::chrono::milliseconds timeLimit);
+  ~Channel();
+  Channel(const Channel&) = delete;
+  Channel& operator=(const Channel&) = delete;
+
+  void send(const void* data, std::size_t size) const;
+  /// Exactly so many bytes.
+  void receive(void* data, std::size_t size) const { receive(data, size, timeLimit_); }
+  void receive(void* data, std::size_t size, std::chrono::milliseconds timeLimit) const;
+  /// Whether something has arrived within the time.
+  [[nodiscard]] bool waitForData(std::chrono::milliseconds time) const;
+
+  [[nodiscard]] int descriptor() const { return socket_; }
+  [[nodiscard]] const std::string& path() const { return path_; }
+  [[nodiscard]] std::chrono::milliseconds timeLimit() const { return timeLimit_; }
+
+ private:
+  std::string path_;
+  std::chrono::milliseconds timeLimit_;
+  int socket_;
+};
+
+}  // namespace quillwork::client
