@@ -25,6 +25,8 @@ std::size_t width(const std::string& text) {
   return cells;
 }
 
+constexpr std::size_t longestRule = 72;
+
 /// On one line: what would break it becomes a blank.
 std::string onOneLine(std::string text) {
   for (char& character : text) {
@@ -62,7 +64,7 @@ void Table::print(std::FILE* stream) const {
   };
   printRow(titles_);
   std::vector<std::string> rule;
-  for (const std::size_t size : widths) rule.emplace_back(size, '-');
+  for (const std::size_t size : widths) rule.emplace_back(std::min(size, longestRule), '-');
   printRow(rule);
   for (const auto& row : rows_) printRow(row);
 }

@@ -328,7 +328,10 @@ int main(int argumentCount, char** arguments) {
   } catch (const CLI::Success& success) {
     return application.exit(success);
   } catch (const CLI::Error& error) {
-    fmt::print(stderr, "quillwork-client: {}\n", error.what());
+    const bool isUnknown = application.get_subcommands().empty() && !application.remaining().empty();
+    fmt::print(stderr, "quillwork-client: {}\n",
+               isUnknown ? fmt::format("unknown command '{}'", application.remaining().front())
+                         : error.what());
     return EXIT_FAILURE;
   } catch (const std::exception& error) {
     fmt::print(stderr, "quillwork-client: {}\n", error.what());
