@@ -350,9 +350,9 @@ std::vector<Service> ServiceInformation::services() const {
         std::uint8_t length = 0;
         service.type = desc48_get_type(bytes.data());
         const std::uint8_t* field = desc48_get_provider(bytes.data(), &length);
-        service.provider = text({field, length});
+        service.provider = text(std::span(field, length));
         field = desc48_get_service(bytes.data(), &length);
-        service.name = text({field, length});
+        service.name = text(std::span(field, length));
       }
       if (isActual) named.insert(service.id);
       services.push_back(std::move(service));
@@ -427,43 +427,53 @@ Event ServiceInformation::readEvent(Section& section, std::uint8_t* entry) const
   return event;
 }
 
+// ARIB's codes stay in force from one part to the next, in the middle of a character even; a DVB text
+// chooses its character table in each part anew.
+std::string ServiceInformation::text(const ContinuedText& parts) const {
+  std::string converted;
+  std::vector<std::uint8_t> joined;
+  for (const std::vector<std::uint8_t>& part : parts) {
+    if (table_.isArib()) {
+      joined.insert(joined.end(), part.begin(), part.end());
+    } else {
+      converted += text(std::span<const std::uint8_t>(part));
+    }
+  }
+  return converted + text(std::span<const std::uint8_t>(joined));
+}
+
 void ServiceInformation::readEventTexts(Event& event) const {
   std::uint8_t length = 0;
-  // A text or an item can go on in the next descriptor, in the middle of a character: the bytes are
-  // joined before they are converted.
-  std::vector<std::uint8_t> extended;
-  std::vector<std::pair<std::string, std::vector<std::uint8_t>>> items;
+  // A text or an item can go on in the next descriptor.
+  ContinuedText extended;
+  std::vector<std::pair<std::string, ContinuedText>> items;
   for (const Descriptor& descriptor : event.descriptors) {
     auto bytes = whole(descriptor);
     std::uint8_t* const data = bytes.data();
     if (descriptor.tag == 0x4d && desc4d_validate(data)) {
       event.language.assign(reinterpret_cast<const char*>(desc4d_get_lang(data)), 3);
       const std::uint8_t* field = desc4d_get_event_name(data, &length);
-      event.name = text({field, length});
+      event.name = text(std::span(field, length));
       field = desc4d_get_text(data, &length);
-      event.text = text({field, length});
+      event.text = text(std::span(field, length));
     } else if (descriptor.tag == 0x4e && desc4e_validate(data)) {
       for (std::uint8_t index = 0; std::uint8_t* const item = desc4e_get_item(data, index);
            ++index) {
         const std::uint8_t* field = desc4en_get_item_description(item, &length);
-        const std::string description = text({field, length});
+        const std::string description = text(std::span(field, length));
         field = desc4en_get_item_text(item, &length);
-        if (description.empty() && !items.empty()) {
-          items.back().second.insert(items.back().second.end(), field, field + length);
-        } else {
-          items.emplace_back(description, std::vector<std::uint8_t>(field, field + length));
-        }
+        if (!description.empty() || items.empty()) items.emplace_back(description, ContinuedText());
+        items.back().second.emplace_back(field, field + length);
       }
       const std::uint8_t* const field = desc4e_get_text(data, &length);
-      extended.insert(extended.end(), field, field + length);
+      extended.emplace_back(field, field + length);
     } else if (descriptor.tag == 0x54) {
       event.content.insert(event.content.end(), descriptor.data.begin(), descriptor.data.end());
     } else if (descriptor.tag == 0x55) {
       event.parentalRating.insert(event.parentalRating.end(), descriptor.data.begin(),
                                   descriptor.data.end());
     }
-  }
-  event.extendedText = text(extended);
+  }  event.extendedText = text(extended);
   for (const auto& [description, item] : items) event.items.emplace_back(description, text(item));
 }
 
@@ -563,7 +573,7 @@ Network ServiceInformation::readNetwork(Section& section) const {
   network.descriptors = readLoop(nit_get_descs(section.data()));
   for (const Descriptor& descriptor : network.descriptors) {
     // The name of a network or of a bouquet.
-    if (descriptor.tag == 0x40 || descriptor.tag == 0x47) network.name = text(descriptor.data);
+    if (descriptor.tag == 0x40 || descriptor.tag == 0x47) network.name = text(std::span(descriptor.data));
   }
   for (std::uint8_t index = 0; std::uint8_t* const loop = nit_get_ts(section.data(), index);
        ++index) {

@@ -163,7 +163,9 @@ class ServiceInformation {
   void followPat();
   void watch(std::uint16_t pid);
   [[nodiscard]] CharacterTable findTable() const;
+  using ContinuedText = std::vector<std::vector<std::uint8_t>>;
   [[nodiscard]] std::string text(std::span<const std::uint8_t> bytes) const;
+  [[nodiscard]] std::string text(const ContinuedText& parts) const;
   [[nodiscard]] bool carriesIsdb() const;
   [[nodiscard]] std::vector<Network> readNetworks(bool bouquets) const;
   [[nodiscard]] Network readNetwork(Section& section) const;

@@ -71,6 +71,16 @@ const Converter& converterFrom(const std::string& table) {
 constexpr unsigned char newLine = 0x8a;
 constexpr unsigned char euro = 0xa4;
 
+/// With U+03A9 for U+2126, the ohm sign that iconv makes of ISO 6937's Omega: Unicode knows both as
+/// the same character and prefers the letter.
+std::string normalised(std::string text) {
+  static constexpr std::string_view ohm = "\u2126";
+  for (std::size_t at = text.find(ohm); at != std::string::npos; at = text.find(ohm, at)) {
+    text.replace(at, ohm.size(), "\u03a9");
+  }
+  return text;
+}
+
 /// A text of one byte a character. The control codes 0x80 to 0x9f stand between the characters, and
 /// in the default table 0xa4 is the Euro sign, which ISO 6937 does not have.
 std::string convertSingleBytes(std::string_view text, const std::string& table) {
@@ -79,7 +89,7 @@ std::string convertSingleBytes(std::string_view text, const std::string& table) 
   std::string converted;
   std::string run;
   const auto flush = [&] {
-    if (!run.empty()) converted += converter.isOpen() ? converter.convert(run) : run;
+    if (!run.empty()) converted += converter.isOpen() ? normalised(converter.convert(run)) : run;
     run.clear();
   };
   for (const char character : text) {
@@ -141,7 +151,7 @@ std::string convertArib(std::string_view text) {
       arib_instance_new(nullptr), arib_instance_destroy);
   if (instance == nullptr) return replacement;
   arib_decoder_t* const decoder = arib_get_decoder(instance.get());
-  arib_initialize_decoder_a_profile(decoder);
+  arib_initialize_decoder(decoder);
   // A byte can become a word of several characters.
   std::string converted(text.size() * 8 + 16, '\0');
   const std::size_t size =

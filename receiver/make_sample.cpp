@@ -75,7 +75,7 @@ const std::vector<SampleService>& services() {
 
 /// More than fits into a field of 254 characters.
 std::string longText() {
-  std::string text = utf8("");
+  std::string text;
   for (int sentence = 1; text.size() < 900; ++sentence) {
     text += "In part " + std::to_string(sentence) +
             " the keeper of the observatory reads the stars’ letters – señal, été, Ωmega. ";
@@ -175,11 +175,17 @@ Bytes shortEvent(const std::string& name, const std::string& text) {
 
 /// A text over as many extended event descriptors as it takes, the first with one item.
 Bytes extendedEvent(const std::string& text) {
-  constexpr std::size_t perDescriptor = 200;
-  const std::size_t last = (text.size() - 1) / perDescriptor;
+  // Each part chooses its character table anew, and none ends inside a character.
+  std::vector<std::string> pieces(1, utf8(""));
+  for (const char character : text) {
+    const bool beginsCharacter = (static_cast<unsigned char>(character) & 0xc0U) != 0x80;
+    if (beginsCharacter && pieces.back().size() >= 200) pieces.push_back(utf8(""));
+    pieces.back() += character;
+  }
+  const std::size_t last = pieces.size() - 1;
   Bytes all;
   for (std::size_t part = 0; part <= last; ++part) {
-    const std::string piece = text.substr(part * perDescriptor, perDescriptor);
+    const std::string& piece = pieces[part];
     Bytes items;
     if (part == 0) {
       for (const std::string& field : {std::string("Director"), std::string("Ada Quill")}) {
