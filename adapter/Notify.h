@@ -7,8 +7,8 @@
 
 namespace adapter {
 
-/// Passes a notification of the middleware's on, if there is a manager. Whoever destroys the manager
-/// waits for it to come back; afterwards, or while that goes on, it is dropped. Returns the
+/// Passes a notification of the middleware's on, if there is a manager. Whoever destroys the
+/// manager waits for it to come back; afterwards, or while that goes on, it is dropped. Returns the
 /// sender's answer, false for a dropped one.
 template <class Sender>
 bool notify(quillwork::IpcServerManager*& manager, Sender&& sender) {

@@ -115,7 +115,7 @@ quillwork::program_event MiddlewareIpc::getProgramEvent() {
 
 std::list<quillwork::service_component> MiddlewareIpc::getServiceComponents(int serviceId) {
   return convertAll<quillwork::service_component, &SIFacade::getServiceComponents>(load(siFacade),
-                                                                                  serviceId);
+                                                                                   serviceId);
 }
 
 std::list<quillwork::pmt> MiddlewareIpc::getPMTs(int program) {
@@ -138,7 +138,7 @@ std::list<quillwork::descriptor> MiddlewareIpc::getTransportStreamDescriptors(in
 
 std::list<quillwork::descriptor> MiddlewareIpc::getServiceDescriptors(int serviceId) {
   return convertAllOwned<quillwork::descriptor, &SIFacade::getServiceDescriptors>(load(siFacade),
-                                                                                 serviceId);
+                                                                                  serviceId);
 }
 
 std::list<quillwork::descriptor> MiddlewareIpc::getProgramEventDescriptors(int first, int second) {

@@ -265,9 +265,8 @@ std::string ControlChannel::getVideoLanguage(std::int32_t command) {
 }
 
 std::vector<std::string> ControlChannel::getVideoLanguages() {
-  return askList<std::string>(makeRequest(VIDEO, 4), VIDEO, [](const message& record) {
-    return shortString(record, firstText);
-  });
+  return askList<std::string>(makeRequest(VIDEO, 4), VIDEO,
+                              [](const message& record) { return shortString(record, firstText); });
 }
 
 std::int32_t ControlChannel::getVideoProperty(std::int32_t command) {
@@ -303,9 +302,7 @@ void ControlChannel::removeSystemProperty(const std::string& name) {
   tell(withText(makeRequest(SYSTEM_PROPERTY, 3), firstText, name));
 }
 
-std::int32_t ControlChannel::getCurrentTransportStreamID() {
-  return ask(makeRequest(TUNER, 0))[3];
-}
+std::int32_t ControlChannel::getCurrentTransportStreamID() { return ask(makeRequest(TUNER, 0))[3]; }
 
 std::vector<std::int32_t> ControlChannel::getAllIDs(std::int32_t kind, std::int32_t argument) {
   if (kind == 0) throw Error("identifier lists have a kind other than 0");
@@ -359,9 +356,7 @@ std::vector<std::int32_t> ControlChannel::getCASystemIds() {
                                [](const message& record) { return record[3]; });
 }
 
-bool ControlChannel::isProtectedService() {
-  return getBoolean(ask(makeRequest(SI, 5)), firstWord);
-}
+bool ControlChannel::isProtectedService() { return getBoolean(ask(makeRequest(SI, 5)), firstWord); }
 
 std::vector<Service> ControlChannel::getServices() {
   return askList<Service>(makeRequest(SI, 6), SI, readService);
@@ -374,9 +369,9 @@ std::string ControlChannel::getServiceDescription() {
 }
 
 std::vector<ServiceComponent> ControlChannel::getServiceComponents(std::int32_t serviceId) {
-  return askList<ServiceComponent>(
-      makeRequest(SI, 10, {serviceId}), SI,
-      [](const message& record) { return ServiceComponent{words<6>(record, 3)}; });
+  return askList<ServiceComponent>(makeRequest(SI, 10, {serviceId}), SI, [](const message& record) {
+    return ServiceComponent{words<6>(record, 3)};
+  });
 }
 
 std::vector<Descriptor> ControlChannel::getServiceComponentDescriptors(std::int32_t component) {
@@ -403,9 +398,8 @@ std::vector<Descriptor> ControlChannel::getNetworkDescriptors() {
 }
 
 std::vector<ProgramMap> ControlChannel::getPMTs(std::int32_t program) {
-  return askList<ProgramMap>(makeRequest(SI, 16, {program}), SI, [](const message& record) {
-    return ProgramMap{words<4>(record, 3)};
-  });
+  return askList<ProgramMap>(makeRequest(SI, 16, {program}), SI,
+                             [](const message& record) { return ProgramMap{words<4>(record, 3)}; });
 }
 
 OpenedMedia ControlChannel::open(const std::string& locator) {

@@ -46,9 +46,8 @@ std::string language(std::int32_t value) {
 }
 
 std::string serviceFlags(std::int32_t flags) {
-  const std::pair<int, const char*> names[] = {{1 << 6, "actual"}, {1 << 7, "pat"},
-                                               {1 << 3, "ca"},     {1 << 4, "schedule"},
-                                               {1 << 5, "p/f"}};
+  const std::pair<int, const char*> names[] = {
+      {1 << 6, "actual"}, {1 << 7, "pat"}, {1 << 3, "ca"}, {1 << 4, "schedule"}, {1 << 5, "p/f"}};
   std::string words;
   for (const auto& [bit, name] : names) {
     if ((flags & bit) != 0) words += (words.empty() ? "" : " ") + std::string(name);

@@ -7,7 +7,8 @@
 #include "client/Records.h"
 
 /// How the command-line client shows what it has read: as tables for people, with the columns that
-/// the reference receiver's records have, and as JSON for programs, with the protocol's field names.
+/// the reference receiver's records have, and as JSON for programs, with the protocol's field
+/// names.
 namespace quillwork::client {
 
 using Json = nlohmann::ordered_json;

@@ -64,6 +64,7 @@ void Table::print(std::FILE* stream) const {
   };
   printRow(titles_);
   std::vector<std::string> rule;
+  rule.reserve(widths.size());
   for (const std::size_t size : widths) rule.emplace_back(std::min(size, longestRule), '-');
   printRow(rule);
   for (const auto& row : rows_) printRow(row);

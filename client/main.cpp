@@ -56,8 +56,7 @@ void showRecord(const Record& record) {
 /// A value that is neither a record nor a list.
 void showValue(const std::string& key, const Json& value) {
   if (settings.json) {
-    fmt::print("{}\n",
-               Json{{key, value}}.dump(2, ' ', false, Json::error_handler_t::replace));
+    fmt::print("{}\n", Json{{key, value}}.dump(2, ' ', false, Json::error_handler_t::replace));
   } else {
     fmt::print("{}\n", value.is_string() ? value.get<std::string>() : value.dump());
   }
@@ -69,7 +68,8 @@ void showIdentifiers(const std::vector<std::int32_t>& identifiers, bool hexadeci
     return;
   }
   for (const std::int32_t identifier : identifiers) {
-    fmt::print("{}\n", hexadecimal ? fmt::format("{:#06x}", identifier) : fmt::to_string(identifier));
+    fmt::print("{}\n",
+               hexadecimal ? fmt::format("{:#06x}", identifier) : fmt::to_string(identifier));
   }
 }
 
@@ -103,17 +103,16 @@ void addServiceInformation(CLI::App& application) {
           [] { showRecord(connect().getProgramEvent()); });
 
   static int componentService = -1;
-  command(application, "components", "list the components of a service",
-          [] { show(connect().getServiceComponents(componentService)); })
-      ->add_option("SERVICE", componentService, "the service; the current one without it");
+  command(application, "components", "list the components of a service", [] {
+    show(connect().getServiceComponents(componentService));
+  })->add_option("SERVICE", componentService, "the service; the current one without it");
 
   static int program = -1;
-  command(application, "pmts", "list the program maps",
-          [] { show(connect().getPMTs(program)); })
-      ->add_option("PROGRAM", program, "only the map of this program");
+  command(application, "pmts", "list the program maps", [] {
+    show(connect().getPMTs(program));
+  })->add_option("PROGRAM", program, "only the map of this program");
 
-  command(application, "network", "show the network",
-          [] { showRecord(connect().getNetwork()); });
+  command(application, "network", "show the network", [] { showRecord(connect().getNetwork()); });
   command(application, "transport-stream", "show the transport stream",
           [] { showRecord(connect().getTransportStream()); });
   command(application, "ca-systems", "list the conditional-access systems",
@@ -135,9 +134,8 @@ void addDescriptors(CLI::App& application) {
 
   static int service = -1;
   static int event = 0;
-  auto* const ofEvent = command(*descriptors, "event", "of an event", [] {
-    show(connect().getProgramEventDescriptors(service, event));
-  });
+  auto* const ofEvent = command(*descriptors, "event", "of an event",
+                                [] { show(connect().getProgramEventDescriptors(service, event)); });
   ofEvent->add_option("SERVICE", service, "the event's service")->required();
   ofEvent->add_option("EVENT", event, "the event's identifier")->required();
 
@@ -148,9 +146,9 @@ void addDescriptors(CLI::App& application) {
       ->required();
 
   static int stream = -1;
-  command(*descriptors, "transport-stream", "of a transport stream",
-          [] { show(connect().getTransportStreamDescriptors(stream)); })
-      ->add_option("STREAM", stream, "its identifier; the current one without it");
+  command(*descriptors, "transport-stream", "of a transport stream", [] {
+    show(connect().getTransportStreamDescriptors(stream));
+  })->add_option("STREAM", stream, "its identifier; the current one without it");
 
   command(*descriptors, "network", "of the network",
           [] { show(connect().getNetworkDescriptors()); });
@@ -311,12 +309,12 @@ void addWatch(CLI::App& application) {
 int main(int argumentCount, char** arguments) {
   // The widths of characters; everything else stays as in the C locale.
   if (std::setlocale(LC_CTYPE, "C.UTF-8") == nullptr) std::setlocale(LC_CTYPE, "");
-  CLI::App application{"Asks a receiver through the sockets /dev/shm/ipc.socket and "
-                       "/dev/shm/ipcdemux.socket"};
+  CLI::App application{
+      "Asks a receiver through the sockets /dev/shm/ipc.socket and "
+      "/dev/shm/ipcdemux.socket"};
   application.require_subcommand(1);
   application.add_flag("--json", settings.json, "print JSON with the protocol's field names");
-  application
-      .add_option("--time-limit", settings.timeLimit, "milliseconds to wait for an answer")
+  application.add_option("--time-limit", settings.timeLimit, "milliseconds to wait for an answer")
       ->check(CLI::PositiveNumber);
   addServiceInformation(application);
   addDescriptors(application);
@@ -328,7 +326,8 @@ int main(int argumentCount, char** arguments) {
   } catch (const CLI::Success& success) {
     return application.exit(success);
   } catch (const CLI::Error& error) {
-    const bool isUnknown = application.get_subcommands().empty() && !application.remaining().empty();
+    const bool isUnknown =
+        application.get_subcommands().empty() && !application.remaining().empty();
     fmt::print(stderr, "quillwork-client: {}\n",
                isUnknown ? fmt::format("unknown command '{}'", application.remaining().front())
                          : error.what());

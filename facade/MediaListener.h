@@ -1,6 +1,5 @@
 #pragma once
 
-
 namespace middlewarefacade {
 
 /// Hears of media players that have reached the end. Called on a thread of the middleware.

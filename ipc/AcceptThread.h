@@ -81,8 +81,8 @@ inline int createAcceptThread(pthread_t& thread, void* (*body)(void*), void* arg
   return error;
 }
 
-/// Inside a handler for everything: whether it has caught the unwinding of a cancelled thread, which
-/// must go on. A cancellation has no exception object.
+/// Inside a handler for everything: whether it has caught the unwinding of a cancelled thread,
+/// which must go on. A cancellation has no exception object.
 inline bool isCancellation() { return std::current_exception() == nullptr; }
 
 /// Runs code of the host's. An exception that escapes it is printed as one line; returns whether

@@ -26,7 +26,8 @@ inline thread_local bool lockWaitsAreCancellable = false;
 
 /// A non-recursive mutex whose wait can be cancelled. Whoever stops the accept thread holds the
 /// manager mutex while it joins it; a plain mutex wait is no cancellation point, so the two would
-/// wait for each other for ever. Zero-initialised; needs no construction or destruction at run time.
+/// wait for each other for ever. Zero-initialised; needs no construction or destruction at run
+/// time.
 class CancellableMutex {
  public:
   void lock() {

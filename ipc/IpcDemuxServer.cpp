@@ -268,8 +268,8 @@ void IpcDemuxServer::Session::replaceThread() {
   replaced_ = true;
   IpcDemuxServer* const server = server_;
   const pthread_t old = thread_;
-  auto legacy = std::make_unique<Legacy>(
-      Legacy{server_, listening_, connection_, code_ == readSectionCode});
+  auto legacy =
+      std::make_unique<Legacy>(Legacy{server_, listening_, connection_, code_ == readSectionCode});
   pthread_mutex_unlock(&sessionsMutex);
   pthread_cancel(old);
   pthread_join(old, nullptr);
@@ -368,7 +368,8 @@ void IpcDemuxServer::Session::awaitCancellationIfReplaced() {
     const Lock lock(sessionsMutex);
     replaced = replaced_;
   }
-  while (replaced) pause();
+  if (!replaced) return;
+  for (;;) pause();
 }
 
 template <void (IpcDemuxServerListener::*operation)()>

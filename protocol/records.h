@@ -216,7 +216,7 @@ static_assert(sizeof(video_region) == 16 && offsetof(video_region, height) == 12
 
 template <class Record>
 inline constexpr bool isPlainRecord =
-    std::is_trivially_copyable_v<Record> && std::is_standard_layout_v<Record>;
+    std::is_trivially_copyable_v<Record>&& std::is_standard_layout_v<Record>;
 static_assert(isPlainRecord<service> && isPlainRecord<service_component> && isPlainRecord<pmt> &&
                   isPlainRecord<program_event> && isPlainRecord<network> &&
                   isPlainRecord<transport_stream> && isPlainRecord<system_property> &&

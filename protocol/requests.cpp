@@ -26,7 +26,8 @@ constexpr std::int32_t keepType = -1;
 /// whole, pointers included; a wider pointer does not fit.
 std::int32_t referenceWord(const void* list) {
   if constexpr (sizeof list == sizeof(std::int32_t)) {
-    return std::bit_cast<std::int32_t>(static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(list)));
+    return std::bit_cast<std::int32_t>(
+        static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(list)));
   } else {
     return list != nullptr ? 1 : 0;
   }

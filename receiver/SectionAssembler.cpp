@@ -89,8 +89,7 @@ void SectionAssembler::append(std::span<const std::uint8_t> bytes, StreamErrors&
       collecting_ = false;
       return;
     }
-    const std::size_t wanted =
-        section_.size() < headerSize ? headerSize : sectionSize(section_);
+    const std::size_t wanted = section_.size() < headerSize ? headerSize : sectionSize(section_);
     const std::size_t taken = std::min(wanted - section_.size(), bytes.size());
     section_.insert(section_.end(), bytes.begin(),
                     bytes.begin() + static_cast<std::ptrdiff_t>(taken));

@@ -160,9 +160,9 @@ bool isReadable(const Section& section) {
 
 ServiceInformation::ServiceInformation(std::optional<CharacterTable> table)
     : tableIsGiven_(table.has_value()), table_(table.value_or(CharacterTable())) {
-  for (const std::uint16_t pid : {std::uint16_t{PAT_PID}, std::uint16_t{CAT_PID},
-                                  std::uint16_t{NIT_PID}, std::uint16_t{SDT_PID},
-                                  std::uint16_t{EIT_PID}, std::uint16_t{TDT_PID}, eitLowPid}) {
+  for (const std::uint16_t pid :
+       {std::uint16_t{PAT_PID}, std::uint16_t{CAT_PID}, std::uint16_t{NIT_PID},
+        std::uint16_t{SDT_PID}, std::uint16_t{EIT_PID}, std::uint16_t{TDT_PID}, eitLowPid}) {
     watch(pid);
   }
 }
@@ -196,8 +196,7 @@ void ServiceInformation::store(std::uint16_t pid, const Section& section) {
     storeTime(section);
     return;
   }
-  if (!psi_get_syntax(section.data()) || !psi_get_current(section.data()) ||
-      !isReadable(section)) {
+  if (!psi_get_syntax(section.data()) || !psi_get_current(section.data()) || !isReadable(section)) {
     return;
   }
   const std::uint16_t extension = psi_get_tableidext(section.data());
@@ -391,19 +390,19 @@ std::vector<Event> ServiceInformation::events() const {
   const std::lock_guard lock(mutex_);
   std::vector<Event> events;
   // What ISDB repeats for handheld receivers is the same event again.
-  std::set<std::tuple<std::uint8_t, std::uint32_t, std::uint16_t, std::uint8_t, std::uint16_t>> seen;
-  forEachSection(EIT_TABLE_ID_PF_ACTUAL, EIT_TABLE_ID_SCHED_OTHER_LAST,
-                 [&](std::uint16_t, Section& section) {
-                   for (std::uint8_t index = 0;
-                        std::uint8_t* const entry = eit_get_event(section.data(), index); ++index) {
-                     Event event = readEvent(section, entry);
-                     const std::uint32_t stream = doubleWord(&section[8]);
-                     if (seen.emplace(event.tableId, stream, event.service, event.section, event.id)
-                             .second) {
-                       events.push_back(std::move(event));
-                     }
-                   }
-                 });
+  std::set<std::tuple<std::uint8_t, std::uint32_t, std::uint16_t, std::uint8_t, std::uint16_t>>
+      seen;
+  forEachSection(
+      EIT_TABLE_ID_PF_ACTUAL, EIT_TABLE_ID_SCHED_OTHER_LAST, [&](std::uint16_t, Section& section) {
+        for (std::uint8_t index = 0;
+             std::uint8_t* const entry = eit_get_event(section.data(), index); ++index) {
+          Event event = readEvent(section, entry);
+          const std::uint32_t stream = doubleWord(&section[8]);
+          if (seen.emplace(event.tableId, stream, event.service, event.section, event.id).second) {
+            events.push_back(std::move(event));
+          }
+        }
+      });
   return events;
 }
 
@@ -427,8 +426,8 @@ Event ServiceInformation::readEvent(Section& section, std::uint8_t* entry) const
   return event;
 }
 
-// ARIB's codes stay in force from one part to the next, in the middle of a character even; a DVB text
-// chooses its character table in each part anew.
+// ARIB's codes stay in force from one part to the next, in the middle of a character even; a DVB
+// text chooses its character table in each part anew.
 std::string ServiceInformation::text(const ContinuedText& parts) const {
   std::string converted;
   std::vector<std::uint8_t> joined;
@@ -473,7 +472,8 @@ void ServiceInformation::readEventTexts(Event& event) const {
       event.parentalRating.insert(event.parentalRating.end(), descriptor.data.begin(),
                                   descriptor.data.end());
     }
-  }  event.extendedText = text(extended);
+  }
+  event.extendedText = text(extended);
   for (const auto& [description, item] : items) event.items.emplace_back(description, text(item));
 }
 
@@ -524,8 +524,8 @@ std::set<int> ServiceInformation::caSystems() const {
   const std::lock_guard lock(mutex_);
   std::set<int> systems;
   forEachSection(CAT_TABLE_ID, CAT_TABLE_ID, [&](std::uint16_t, Section& section) {
-    systems.merge(caSystemsOf(
-        readLoop(cat_get_descl(section.data()), cat_get_desclength(section.data()))));
+    systems.merge(
+        caSystemsOf(readLoop(cat_get_descl(section.data()), cat_get_desclength(section.data()))));
   });
   for (ProgramMap& map : readProgramMaps()) {
     systems.merge(map.caSystems);
@@ -573,7 +573,8 @@ Network ServiceInformation::readNetwork(Section& section) const {
   network.descriptors = readLoop(nit_get_descs(section.data()));
   for (const Descriptor& descriptor : network.descriptors) {
     // The name of a network or of a bouquet.
-    if (descriptor.tag == 0x40 || descriptor.tag == 0x47) network.name = text(std::span(descriptor.data));
+    if (descriptor.tag == 0x40 || descriptor.tag == 0x47)
+      network.name = text(std::span(descriptor.data));
   }
   for (std::uint8_t index = 0; std::uint8_t* const loop = nit_get_ts(section.data(), index);
        ++index) {

@@ -91,7 +91,7 @@ struct TransportStream {
   std::uint16_t id;
   std::uint16_t originalNetwork;
   Delivery delivery;
-  double frequency;  ///< MHz, 0 for unknown
+  double frequency;                   ///< MHz, 0 for unknown
   std::map<int, int> channelNumbers;  ///< by service id
   std::vector<int> services;          ///< of the service list descriptor
   Descriptors descriptors;

@@ -33,7 +33,9 @@ class Converter {
   Converter(const Converter&) = delete;
   Converter& operator=(const Converter&) = delete;
 
-  [[nodiscard]] bool isOpen() const { return handle_ != reinterpret_cast<iconv_t>(-1); }
+  [[nodiscard]] bool isOpen() const {
+    return handle_ != reinterpret_cast<iconv_t>(-1);  // NOLINT(performance-no-int-to-ptr)
+  }
 
   [[nodiscard]] std::string convert(std::string_view text) const {
     std::string converted;
@@ -71,8 +73,8 @@ const Converter& converterFrom(const std::string& table) {
 constexpr unsigned char newLine = 0x8a;
 constexpr unsigned char euro = 0xa4;
 
-/// With U+03A9 for U+2126, the ohm sign that iconv makes of ISO 6937's Omega: Unicode knows both as
-/// the same character and prefers the letter.
+/// With U+03A9 for U+2126, the ohm sign that iconv makes of ISO 6937's Omega: Unicode knows both
+/// as the same character and prefers the letter.
 std::string normalised(std::string text) {
   static constexpr std::string_view ohm = "\u2126";
   for (std::size_t at = text.find(ohm); at != std::string::npos; at = text.find(ohm, at)) {
@@ -81,8 +83,8 @@ std::string normalised(std::string text) {
   return text;
 }
 
-/// A text of one byte a character. The control codes 0x80 to 0x9f stand between the characters, and
-/// in the default table 0xa4 is the Euro sign, which ISO 6937 does not have.
+/// A text of one byte a character. The control codes 0x80 to 0x9f stand between the characters,
+/// and in the default table 0xa4 is the Euro sign, which ISO 6937 does not have.
 std::string convertSingleBytes(std::string_view text, const std::string& table) {
   const Converter& converter = converterFrom(table);
   const bool isDefault = table == "ISO6937";

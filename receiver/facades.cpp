@@ -51,8 +51,13 @@ unsigned flagsOf(const Service& service) {
 }
 
 Service_ toFacade(const Service& service) {
-  return {service.id,   service.transportStream,           service.originalNetwork, service.name,
-          service.type, static_cast<int>(flagsOf(service)), service.provider};
+  return {service.id,
+          service.transportStream,
+          service.originalNetwork,
+          service.name,
+          service.type,
+          static_cast<int>(flagsOf(service)),
+          service.provider};
 }
 
 ProgramEvent_ toFacade(const Event& event) {
@@ -235,9 +240,7 @@ class Information : public SIFacade {
   }
 
  private:
-  [[nodiscard]] int orCurrent(int service) {
-    return service == -1 ? getCurrentService() : service;
-  }
+  [[nodiscard]] int orCurrent(int service) { return service == -1 ? getCurrentService() : service; }
 
   const ServiceInformation& information_;
 };

@@ -77,8 +77,7 @@ void serve(const std::string& path, bool once, const std::string& charset) {
   pthread_sigmask(SIG_BLOCK, &signals, nullptr);
   const StreamFile stream(path);
   ServiceInformation information(
-      charset.empty() ? std::nullopt
-                      : std::optional(receiver::CharacterTable::named(charset)));
+      charset.empty() ? std::nullopt : std::optional(receiver::CharacterTable::named(charset)));
   Host host{stream, information, once};
   Host::current() = &host;
   MiddlewareIpc* const adapter = MiddlewareIpc::getInstance();
@@ -89,13 +88,15 @@ void serve(const std::string& path, bool once, const std::string& charset) {
   int signal = 0;
   sigwait(&signals, &signal);
   deleteAdapter(adapter);
+  Host::current() = nullptr;
 }
 
 }  // namespace
 
 int main(int argumentCount, char** arguments) {
-  CLI::App application{"Serves a transport stream to the client of quillwork-ipc, on the sockets "
-                       "/dev/shm/ipc.socket and /dev/shm/ipcdemux.socket, until SIGINT or SIGTERM"};
+  CLI::App application{
+      "Serves a transport stream to the client of quillwork-ipc, on the sockets "
+      "/dev/shm/ipc.socket and /dev/shm/ipcdemux.socket, until SIGINT or SIGTERM"};
   std::string path;
   std::string charset;
   bool once = false;

@@ -27,8 +27,9 @@ constexpr std::uint16_t nitPid = 16;
 constexpr std::uint16_t privatePid = 0x700;
 constexpr std::uint16_t caSystem = 0x0b00;
 constexpr std::time_t midnight = 1'790'208'000;  // 2026-09-24T00:00:00Z
-constexpr std::time_t now = midnight + 20 * 3600 + 10 * 60;
-constexpr int eventSeconds = 7200;
+constexpr std::time_t hour = 3600;
+constexpr std::time_t now = midnight + 20 * hour + 600;
+constexpr std::time_t eventSeconds = 2 * hour;
 constexpr int eventsOfDay = 12;
 
 // Texts as they are broadcast: the first byte chooses the character table (ETSI EN 300 468,
@@ -49,23 +50,64 @@ struct SampleService {
 
 const std::vector<SampleService>& services() {
   static const std::vector<SampleService> all = {
-      {1001, 0x19, 0x100, false, "Quillwork", "Quill One",
+      {1001,
+       0x19,
+       0x100,
+       false,
+       "Quillwork",
+       "Quill One",
        {"Night Train", "Night Train", "Early Tide", "Harbour Kitchen", "Morning Post",
         "The Glass Orchard", "News at Noon", "Letters Home", "The Long Meadow", "Workshop",
         "Evening News", "A Night at the Observatory"}},
       // Default table: an accent stands before its letter.
-      {1002, 0x01, 0x110, true, "Quillwork", "Cin\xc2" "ema \xc8Uber",
-       {"Le Caf\xc2" "e", "L'\xc2" "et\xc2" "e", "No\xc8" "el", "Cora\xcb" "c\xc4" "ao", "Stra\xfb" "e",
-        "M\xc8" "usli", "Caf\xc2" "e cr\xc1" "eme", "Cinq \xa4", "El ni\xc4no", "Gar\xcb" "con",
-        "Fran\xcb" "cais", "La nuit"}},
+      {1002,
+       0x01,
+       0x110,
+       true,
+       "Quillwork",
+       "Cin\xc2"
+       "ema \xc8Uber",
+       {"Le Caf\xc2"
+        "e",
+        "L'\xc2"
+        "et\xc2"
+        "e",
+        "No\xc8"
+        "el",
+        "Cora\xcb"
+        "c\xc4"
+        "ao",
+        "Stra\xfb"
+        "e",
+        "M\xc8"
+        "usli",
+        "Caf\xc2"
+        "e cr\xc1"
+        "eme",
+        "Cinq \xa4", "El ni\xc4no",
+        "Gar\xcb"
+        "con",
+        "Fran\xcb"
+        "cais",
+        "La nuit"}},
       // ISO 8859-5.
-      {1003, 0x02, 0x120, false, "Quillwork", "\x01\xc0\xd0\xd4\xd8\xde \xbf\xd5\xe0\xde",
+      {1003,
+       0x02,
+       0x120,
+       false,
+       "Quillwork",
+       "\x01\xc0\xd0\xd4\xd8\xde \xbf\xd5\xe0\xde",
        {"\x01\xbd\xde\xe7\xec", "\x01\xbd\xde\xe7\xec", "\x01\xc3\xe2\xe0\xde",
         "\x01\xc3\xe2\xe0\xde", "\x01\xbc\xe3\xd7\xeb\xda\xd0", "\x01\xbc\xe3\xd7\xeb\xda\xd0",
         "\x01\xbd\xde\xd2\xde\xe1\xe2\xd8", "\x01\xbc\xe3\xd7\xeb\xda\xd0",
         "\x01\xbc\xe3\xd7\xeb\xda\xd0", "\x01\xc2\xd5\xd0\xe2\xe0",
         "\x01\xbd\xde\xd2\xde\xe1\xe2\xd8", "\x01\xb4\xd6\xd0\xd7"}},
-      {1004, 0x01, 0x130, false, "Quillwork", utf8("Ελλάδα 日本 ğş"),
+      {1004,
+       0x01,
+       0x130,
+       false,
+       "Quillwork",
+       utf8("Ελλάδα 日本 ğş"),
        {utf8("Νύχτα"), utf8("夜の音楽"), utf8("Πρωινό"), utf8("朝のニュース"), utf8("Güneş"),
         utf8("المدينة"), utf8("Μεσημέρι"), utf8("昼休み"), utf8("Çarşı"), utf8("עיר"),
         utf8("Ειδήσεις"), utf8("天気予報")}},
@@ -100,9 +142,7 @@ class SectionBuilder {
     size_ += size;
     return place;
   }
-  void append(const Bytes& bytes) {
-    std::copy(bytes.begin(), bytes.end(), append(bytes.size()));
-  }
+  void append(const Bytes& bytes) { std::copy(bytes.begin(), bytes.end(), append(bytes.size())); }
 
   void number(std::uint8_t version, std::uint8_t section, std::uint8_t last) {
     psi_set_version(data(), version);
@@ -257,7 +297,9 @@ Bytes pmt(const SampleService& service) {
     // The second descriptor has no bytes.
     add(0x1b, videoPid, joined({rawDescriptor(0x52, {1}), rawDescriptor(0x80, {})}));
   }
-  for (const auto& [tag, language] : {std::pair(2, "eng"), std::pair(3, "por")}) {
+  for (const auto& stream : {std::pair(2, "eng"), std::pair(3, "por")}) {
+    const int tag = stream.first;
+    const std::string language = stream.second;
     const Bytes code = descriptor([&](std::uint8_t* desc) {
       desc0a_init(desc);
       desc_set_length(desc, DESC0A_LANGUAGE_SIZE);
@@ -294,10 +336,10 @@ Bytes nit() {
     desc5a_init(desc);
     desc5a_set_frequency(desc, 57'000'000);
   });
-  const Bytes loops[] = {joined({rawDescriptor(0x41, list), terrestrial,
-                                 rawDescriptor(0x5f, {0, 0, 0, 0x28}),
-                                 rawDescriptor(0x83, channels)}),
-                         rawDescriptor(0x41, {0x07, 0xd1, 0x01})};
+  const Bytes loops[] = {
+      joined({rawDescriptor(0x41, list), terrestrial, rawDescriptor(0x5f, {0, 0, 0, 0x28}),
+              rawDescriptor(0x83, channels)}),
+      rawDescriptor(0x41, {0x07, 0xd1, 0x01})};
   std::uint8_t* const header = section.append(NIT_HEADER2_SIZE);
   nith_init(header);
   std::size_t length = 0;
@@ -375,13 +417,14 @@ void addEvent(SectionBuilder& section, const SampleService& service, int index) 
   eitn_init(entry);
   eitn_set_event_id(entry, eventId(service, index));
   eitn_set_start_time(entry, dvb_time_encode_UTC(start));
-  eitn_set_duration_bcd(entry, dvb_time_encode_duration(eventSeconds));
+  eitn_set_duration_bcd(entry, dvb_time_encode_duration(static_cast<unsigned>(eventSeconds)));
   eitn_set_running(entry, now >= start && now < start + eventSeconds ? 4 : 1);
   if (service.isScrambled) eitn_set_ca(entry);
   const std::string& name = service.events[static_cast<std::size_t>(index)];
   Bytes loop = shortEvent(name, "Number " + std::to_string(index + 1) + " of the day");
   if (index == 10) loop = joined({loop, extendedEvent(longText())});
-  loop = joined({loop, rawDescriptor(0x54, {octet(0x10U * (1 + static_cast<unsigned>(index) % 10)), 0}),
+  loop = joined({loop,
+                 rawDescriptor(0x54, {octet(0x10 * (1 + static_cast<std::size_t>(index) % 10)), 0}),
                  rawDescriptor(0x55, {'D', 'E', 'U', 3})});
   eitn_set_desclength(entry, static_cast<std::uint16_t>(loop.size()));
   section.append(loop);
@@ -409,12 +452,13 @@ std::vector<Bytes> allEit() {
     sections.push_back(eit(service, 0x4e, 0, 1, {present}));
     sections.push_back(eit(service, 0x4e, 1, 1, {present + 1}));
     // A segment of eight sections covers three hours.
-    std::map<int, std::vector<int>> segments;
+    std::map<std::time_t, std::vector<int>> segments;
     for (int index = 0; index < eventsOfDay; ++index) {
-      segments[index * eventSeconds / 10800].push_back(index);
+      segments[index * eventSeconds / (3 * hour)].push_back(index);
     }
     for (const auto& [segment, events] : segments) {
-      sections.push_back(eit(service, 0x50, octet(static_cast<std::size_t>(segment) * 8), 56, events));
+      sections.push_back(
+          eit(service, 0x50, octet(static_cast<std::size_t>(segment) * 8), 56, events));
     }
   }
   return sections;

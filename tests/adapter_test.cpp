@@ -33,15 +33,20 @@ void deleteAdapter(MiddlewareIpc* adapter) {
 }
 
 const Calls creation = {
-    "createVideo()",       "addGraphicsSettingsListener()",
-    "createProperty()",    "createSI()",
-    "createCarousel()",    "createDemux()",
-    "createTuner()",       "createDsmCCCommand()",
+    "createVideo()",
+    "addGraphicsSettingsListener()",
+    "createProperty()",
+    "createSI()",
+    "createCarousel()",
+    "createDemux()",
+    "createTuner()",
+    "createDsmCCCommand()",
     "addCommandListener(nclEditingCommand)",
-    "createVersion()",     "setVersion(r2483)",
+    "createVersion()",
+    "setVersion(r2483)",
 };
 
-const std::set<std::string> allButVersion = {"Video", "Property", "SI", "Carousel",
+const std::set<std::string> allButVersion = {"Video", "Property", "SI",          "Carousel",
                                              "Demux", "Tuner",    "DsmCCCommand"};
 
 class Adapter : public testing::Test {
@@ -153,8 +158,8 @@ TEST_F(Adapter, AFailedConstructionLeavesNoRegistrationBehind) {
   EXPECT_THROW(static_cast<void>(MiddlewareIpc::getInstance()), std::runtime_error);
   EXPECT_EQ(calls(), (Calls{"createVideo()", "addGraphicsSettingsListener()", "createProperty()",
                             "createSI()", "createCarousel()", "createDemux()", "createTuner()",
-                            "removeGraphicsSettingsListener(1)", "~Video()", "~Property()",
-                            "~SI()", "~Carousel()", "~Demux()"}));
+                            "removeGraphicsSettingsListener(1)", "~Video()", "~Property()", "~SI()",
+                            "~Carousel()", "~Demux()"}));
   // Both channels go on without the object.
   RawClient control;
   EXPECT_EQ(control.ask(request(SI, 6)).type, 0);
@@ -324,8 +329,8 @@ TEST_F(Adapter, ServicesCarryTheirIntegersAndTheirNameCutTo254Characters) {
 }
 
 middlewarefacade::ProgramEvent_ sampleEvent() {
-  return {1, 2, 3, 4, "one", std::string(300, '2'), "", 7, 6, 5, 4, {1, 255}, {}, {3},
-          {"t", std::string(400, 'u')}, {}, {""}};
+  return {1, 2, 3,        4,  "one", std::string(300, '2'),        "", 7,   6,
+          5, 4, {1, 255}, {}, {3},   {"t", std::string(400, 'u')}, {}, {""}};
 }
 
 TEST_F(Adapter, EventsCarryEverythingAndTheSingleEventLacksItsFifthInteger) {
@@ -440,7 +445,8 @@ TEST_F(Adapter, SingleValuesComeFromTheirFacade) {
                   {"isProtectedService", 256},
                   {"getCurrentTransportStreamID", 6},
                   {"getVirtualChannelNumber", 7}};
-  host.texts = {{"getServiceDescription", "d"}, {"getSICodingFormat", "f"}, {"getChannelName", "c"}};
+  host.texts = {
+      {"getServiceDescription", "d"}, {"getSICodingFormat", "f"}, {"getChannelName", "c"}};
   EXPECT_EQ(adapter->getCurrentService(), 5);
   EXPECT_TRUE(adapter->isProtectedService());
   EXPECT_EQ(adapter->getCurrentTransportStreamID(), 6);
@@ -448,10 +454,10 @@ TEST_F(Adapter, SingleValuesComeFromTheirFacade) {
   EXPECT_EQ(adapter->getServiceDescription(), "d");
   EXPECT_EQ(adapter->getSICodingFormat(), "f");
   EXPECT_EQ(adapter->getChannelName(3, 4), "c");
-  EXPECT_EQ(calls(), (Calls{"getCurrentService()", "isProtectedService()",
-                            "getCurrentTransportStreamID()", "getVirtualChannelNumber(1, 2)",
-                            "getServiceDescription()", "getSICodingFormat()",
-                            "getChannelName(3, 4)"}));
+  EXPECT_EQ(calls(),
+            (Calls{"getCurrentService()", "isProtectedService()", "getCurrentTransportStreamID()",
+                   "getVirtualChannelNumber(1, 2)", "getServiceDescription()",
+                   "getSICodingFormat()", "getChannelName(3, 4)"}));
 }
 
 TEST_F(Adapter, TheKindChoosesTheIdentifierList) {
@@ -475,9 +481,9 @@ TEST_F(Adapter, TheKindChoosesTheIdentifierList) {
 
 TEST_F(Adapter, MediaOperationsAreForwarded) {
   start();
-  host.numbers = {{"getDuration", 1},    {"getCurrentTime", 2}, {"setCurrentTime", 3},
-                  {"play", 4},           {"open", 5},           {"open.player", 6},
-                  {"setMediaBounds", 7}, {"checkVersionFlag", 8}};
+  host.numbers = {
+      {"getDuration", 1}, {"getCurrentTime", 2}, {"setCurrentTime", 3}, {"play", 4},
+      {"open", 5},        {"open.player", 6},    {"setMediaBounds", 7}, {"checkVersionFlag", 8}};
   EXPECT_EQ(adapter->getDuration(11), 1);
   EXPECT_EQ(adapter->getCurrentTime(11), 2);
   EXPECT_EQ(adapter->setCurrentTime(11, 12, 13), 3);
@@ -501,14 +507,13 @@ TEST_F(Adapter, MediaOperationsAreForwarded) {
   adapter->setMediaBassLevel(11, -1);
   adapter->setMediaTrebleLevel(11, 2);
   EXPECT_EQ(adapter->checkVersionFlag(3), 8);
-  EXPECT_EQ(calls(),
-            (Calls{"getDuration(11)", "getCurrentTime(11)", "setCurrentTime(11, 12, 13)",
-                   "play(11)", "open(locator, 9)", "setMediaBounds(1, 2, 3, 4, 5)",
-                   "getMediaBounds(1, 0, 0, 0, 0)", "addMediaListener(11)", "stop(11)",
-                   "close(11)", "setMediaFreeze(11, 1)", "setMediaBalanceLevel(11, 0.5)",
-                   "setMediaSoundLevel(11, 0.25)", "setMediaMute(11, 0)",
-                   "setMediaBassLevel(11, -1)", "setMediaTrebleLevel(11, 2)",
-                   "checkVersionFlag(3)"}));
+  EXPECT_EQ(
+      calls(),
+      (Calls{"getDuration(11)", "getCurrentTime(11)", "setCurrentTime(11, 12, 13)", "play(11)",
+             "open(locator, 9)", "setMediaBounds(1, 2, 3, 4, 5)", "getMediaBounds(1, 0, 0, 0, 0)",
+             "addMediaListener(11)", "stop(11)", "close(11)", "setMediaFreeze(11, 1)",
+             "setMediaBalanceLevel(11, 0.5)", "setMediaSoundLevel(11, 0.25)", "setMediaMute(11, 0)",
+             "setMediaBassLevel(11, -1)", "setMediaTrebleLevel(11, 2)", "checkVersionFlag(3)"}));
 }
 
 TEST_F(Adapter, TheCropRectanglesComeFromTheVideoFacade) {
@@ -661,13 +666,12 @@ TEST_F(Adapter, TheSectionFiltersOperationsAreForwardedOneByOne) {
               b + word(5) + word(2) + b + a + word(6) + word(3) + a + a + word(7) + word(4) + a +
               b + b + word(8) + word(-5) + word(9) + word(10) + word(11) + word(12) + word(13));
   EXPECT_EQ(client.receive(7), word(3) + "\x9\x8\x7");
-  EXPECT_EQ(calls(), (Calls{"start()", "stop()", "setPid(256)", "setTableId(66)",
-                            "setPositiveFilter(1, {61 62}, {63})",
-                            "setGreaterThanFilter(2, {63}, {61 62})",
-                            "setLessThanFilter(3, {61 62}, {61 62})",
-                            "setXorFilter(4, {61 62}, {63}, {63})", "setTimeOut(-5)",
-                            "clearTableId()", "clearPositiveFilter()", "clearLessThanFilter()",
-                            "clearXorFilter()", "readSection()"}));
+  EXPECT_EQ(calls(),
+            (Calls{"start()", "stop()", "setPid(256)", "setTableId(66)",
+                   "setPositiveFilter(1, {61 62}, {63})", "setGreaterThanFilter(2, {63}, {61 62})",
+                   "setLessThanFilter(3, {61 62}, {61 62})", "setXorFilter(4, {61 62}, {63}, {63})",
+                   "setTimeOut(-5)", "clearTableId()", "clearPositiveFilter()",
+                   "clearLessThanFilter()", "clearXorFilter()", "readSection()"}));
 }
 
 // Carousels and notifications.
@@ -682,9 +686,9 @@ TEST_F(Adapter, CarouselRequestsAreForwarded) {
   adapter->addCarouselListener();
   EXPECT_EQ(host.carouselListener, adapter);
   adapter->removeCarouselListener();
-  EXPECT_EQ(calls(), (Calls{"mountCarousel(l)", "umountCarousel(m)", "removeCarouselListener(1)",
-                            "addCarouselListener()", "addCarouselListener()",
-                            "removeCarouselListener(1)"}));
+  EXPECT_EQ(calls(),
+            (Calls{"mountCarousel(l)", "umountCarousel(m)", "removeCarouselListener(1)",
+                   "addCarouselListener()", "addCarouselListener()", "removeCarouselListener(1)"}));
 }
 
 TEST_F(Adapter, WhatTheFacadesReportReachesTheClient) {

@@ -24,10 +24,12 @@ using namespace quillwork::client;
 using Json = nlohmann::json;
 
 const char* const captures[] = {
-    "av-bbb-10s",     "dvbs-hotbird-si", "dvbs-it-mediaset-ait", "dvbs2-fr-tnt-si",
-    "dvbt-gr-ert-a",  "dvbt-it-rai-mux", "dvbt2-de-br",          "eit-pl",
-    "eit-sk",         "isdbt-jp-nhk-si", "made-dynamic-a",       "made-isdbtb-a",
-    "oc-compressed",  "oc-streamevent",  "sdt-at-ca",            "time-after-2038-a",
+    "av-bbb-10s",        "dvbs-hotbird-si", "dvbs-it-mediaset-ait",
+    "dvbs2-fr-tnt-si",   "dvbt-gr-ert-a",   "dvbt-it-rai-mux",
+    "dvbt2-de-br",       "eit-pl",          "eit-sk",
+    "isdbt-jp-nhk-si",   "made-dynamic-a",  "made-isdbtb-a",
+    "oc-compressed",     "oc-streamevent",  "sdt-at-ca",
+    "time-after-2038-a",
 };
 
 /// Full-width letters and digits as their plain forms: both are right for ARIB texts.
@@ -185,7 +187,8 @@ void Capture::compareProgramMaps() {
   std::map<int, Json> wanted;
   std::set<int> programs;
   if (!expected["pat"].empty()) {
-    for (const Json& program : expected["pat"].back()["programs"]) programs.insert(program["program"].get<int>());
+    for (const Json& program : expected["pat"].back()["programs"])
+      programs.insert(program["program"].get<int>());
   }
   for (const Json& map : expected["pmts"]) {
     const int program = map["program"];
@@ -363,9 +366,10 @@ void Capture::compareSections() {
 }
 
 TEST_P(Capture, TheClientReadsWhatIsOnAir) {
-  EXPECT_NE(host->output().find(": " + std::to_string(expected["packets"].get<int>()) + " packets (" +
-                                std::to_string(expected["transport_errors"].get<int>()) + " damaged"),
-            std::string::npos)
+  EXPECT_NE(
+      host->output().find(": " + std::to_string(expected["packets"].get<int>()) + " packets (" +
+                          std::to_string(expected["transport_errors"].get<int>()) + " damaged"),
+      std::string::npos)
       << host->output();
   if (expected.contains("tdt") && !expected["tdt"].is_null() && expected["tdt"]["count"] != 0) {
     EXPECT_NE(host->output().find("broadcast time " + expected["tdt"]["last"].get<std::string>()),

@@ -90,9 +90,17 @@ TEST_F(Dispatch, UnknownSiTypesAreReportedWithTwoBlanks) {
 TEST_F(Dispatch, OtherUnknownTypesAreDroppedWithoutAWord) {
   RawClient client;
   const CaughtStream errors(stderr);
-  for (const auto& [group, type] : std::initializer_list<std::pair<int, int>>{
-           {VIDEO, 19}, {VIDEO, -1}, {VIDEO, 256}, {MEDIA, 16}, {MEDIA, -1}, {CAROUSEL, 2},
-           {CAROUSEL, 5}, {CAROUSEL, -1}, {SYSTEM_PROPERTY, 4}, {SYSTEM_PROPERTY, -1}}) {
+  for (const auto& [group, type] :
+       std::initializer_list<std::pair<int, int>>{{VIDEO, 19},
+                                                  {VIDEO, -1},
+                                                  {VIDEO, 256},
+                                                  {MEDIA, 16},
+                                                  {MEDIA, -1},
+                                                  {CAROUSEL, 2},
+                                                  {CAROUSEL, 5},
+                                                  {CAROUSEL, -1},
+                                                  {SYSTEM_PROPERTY, 4},
+                                                  {SYSTEM_PROPERTY, -1}}) {
     client.send(request(group, type));
   }
   expectNothingMore(client);
@@ -103,9 +111,19 @@ TEST_F(Dispatch, OtherUnknownTypesAreDroppedWithoutAWord) {
 TEST_F(Dispatch, AnEmptyRegistryAnswersWithNothing) {
   manager->removeIpcServerListener(&listener);
   RawClient client;
-  for (const auto& [group, type] : std::initializer_list<std::pair<int, int>>{
-           {VIDEO, 4}, {SYSTEM_PROPERTY, 1}, {TUNER, 2}, {SI, 1}, {SI, 3}, {SI, 4}, {SI, 6},
-           {SI, 9}, {SI, 10}, {SI, 11}, {SI, 13}, {SI, 15}, {SI, 16}}) {
+  for (const auto& [group, type] : std::initializer_list<std::pair<int, int>>{{VIDEO, 4},
+                                                                              {SYSTEM_PROPERTY, 1},
+                                                                              {TUNER, 2},
+                                                                              {SI, 1},
+                                                                              {SI, 3},
+                                                                              {SI, 4},
+                                                                              {SI, 6},
+                                                                              {SI, 9},
+                                                                              {SI, 10},
+                                                                              {SI, 11},
+                                                                              {SI, 13},
+                                                                              {SI, 15},
+                                                                              {SI, 16}}) {
     message expected = request(group, type);
     expected.reserved = 77;
     const message answer = client.ask(expected);
@@ -128,9 +146,12 @@ TEST_F(Dispatch, AnEmptyRegistryAnswersWithNothing) {
     EXPECT_FALSE(getBoolean(client.ask(asked), position)) << group << ' ' << type;
   }
   for (const auto& [group, type, position] :
-       std::initializer_list<std::tuple<int, int, std::size_t>>{
-           {VIDEO, 3, 12}, {VIDEO, 5, 12}, {SYSTEM_PROPERTY, 0, 267}, {CAROUSEL, 0, 267},
-           {SI, 0, 12}, {SI, 8, 12}}) {
+       std::initializer_list<std::tuple<int, int, std::size_t>>{{VIDEO, 3, 12},
+                                                                {VIDEO, 5, 12},
+                                                                {SYSTEM_PROPERTY, 0, 267},
+                                                                {CAROUSEL, 0, 267},
+                                                                {SI, 0, 12},
+                                                                {SI, 8, 12}}) {
     message asked = request(group, type);
     putShortString(asked, position, "not the answer");
     EXPECT_EQ(getString(client.ask(asked), position), "") << group << ' ' << type;

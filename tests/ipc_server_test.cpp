@@ -498,7 +498,9 @@ TEST_F(ControlTransport, AnExceptionInTheEndOfConnectionRecordOrTheEventsKillsNo
   }
 }
 
-TEST_F(ControlTransport, RunWithoutAServerReturnsNull) { EXPECT_EQ(IpcServer::run(nullptr), nullptr); }
+TEST_F(ControlTransport, RunWithoutAServerReturnsNull) {
+  EXPECT_EQ(IpcServer::run(nullptr), nullptr);
+}
 
 TEST_F(ControlTransport, AFailedAcceptEndsTheThreadAndOnlyAStopAndAStartReviveIt) {
   start();
@@ -512,7 +514,8 @@ TEST_F(ControlTransport, AFailedAcceptEndsTheThreadAndOnlyAStopAndAStartReviveIt
       shutdown(descriptor, SHUT_RDWR);
     }
   }
-  const std::string expected = std::string("Can't accept new connections: ") + std::strerror(EINVAL);
+  const std::string expected =
+      std::string("Can't accept new connections: ") + std::strerror(EINVAL);
   while (errors.text().empty()) std::this_thread::yield();
   EXPECT_EQ(errors.text(), expected + "\n");
   start();

@@ -238,19 +238,20 @@ TEST_P(TextRule, TheFirstTextThatIsNotEmptyWins) {
 
 INSTANTIATE_TEST_SUITE_P(
     Queries, TextRule,
-    testing::Values(
-        TextQuery{"getServiceDescription", [](auto& m) { return m.getServiceDescription(); },
-                  "getServiceDescription()"},
-        TextQuery{"getSICodingFormat", [](auto& m) { return m.getSICodingFormat(); },
-                  "getSICodingFormat()"},
-        TextQuery{"getChannelName", [](auto& m) { return m.getChannelName(3, 4); },
-                  "getChannelName(3, 4)"},
-        TextQuery{"getVideoLanguage", [](auto& m) { return m.getVideoLanguage(command{5}); },
-                  "getVideoLanguage(5)"},
-        TextQuery{"getSystemProperty", [](auto& m) { return m.getSystemProperty("p"); },
-                  "getSystemProperty(p)"},
-        TextQuery{"mountCarousel", [](auto& m) { return m.mountCarousel("l"); },
-                  "mountCarousel(l)"}),
+    testing::Values(TextQuery{"getServiceDescription",
+                              [](auto& m) { return m.getServiceDescription(); },
+                              "getServiceDescription()"},
+                    TextQuery{"getSICodingFormat", [](auto& m) { return m.getSICodingFormat(); },
+                              "getSICodingFormat()"},
+                    TextQuery{"getChannelName", [](auto& m) { return m.getChannelName(3, 4); },
+                              "getChannelName(3, 4)"},
+                    TextQuery{"getVideoLanguage",
+                              [](auto& m) { return m.getVideoLanguage(command{5}); },
+                              "getVideoLanguage(5)"},
+                    TextQuery{"getSystemProperty", [](auto& m) { return m.getSystemProperty("p"); },
+                              "getSystemProperty(p)"},
+                    TextQuery{"mountCarousel", [](auto& m) { return m.mountCarousel("l"); },
+                              "mountCarousel(l)"}),
     [](const auto& query) { return std::string(query.param.operation); });
 
 struct ListQuery {
@@ -365,34 +366,31 @@ TEST_P(AllRule, EveryListenerIsCalledLowestAddressFirst) {
 
 INSTANTIATE_TEST_SUITE_P(
     Operations, AllRule,
-    testing::Values(AllQuery{"getMediaBounds",
-                             [](auto& m) {
-                               int x = 1;
-                               int y = 2;
-                               int width = 3;
-                               int height = 4;
-                               m.getMediaBounds(9, x, y, width, height);
-                             },
-                             "getMediaBounds(9, 1, 2, 3, 4)"},
-                    AllQuery{"setMediaFreeze", [](auto& m) { m.setMediaFreeze(9, true); },
-                             "setMediaFreeze(9, 1)"},
-                    AllQuery{"setMediaMute", [](auto& m) { m.setMediaMute(9, false); },
-                             "setMediaMute(9, 0)"},
-                    AllQuery{"setMediaSoundLevel", [](auto& m) { m.setMediaSoundLevel(9, 0.5); },
-                             "setMediaSoundLevel(9, 0.5)"},
-                    AllQuery{"setMediaBalanceLevel",
-                             [](auto& m) { m.setMediaBalanceLevel(9, -0.5); },
-                             "setMediaBalanceLevel(9, -0.5)"},
-                    AllQuery{"setMediaBassLevel", [](auto& m) { m.setMediaBassLevel(9, 0.25); },
-                             "setMediaBassLevel(9, 0.25)"},
-                    AllQuery{"setMediaTrebleLevel", [](auto& m) { m.setMediaTrebleLevel(9, 2); },
-                             "setMediaTrebleLevel(9, 2)"},
-                    AllQuery{"addMediaListener", [](auto& m) { m.addMediaListener(9); },
-                             "addMediaListener(9)"},
-                    AllQuery{"stop", [](auto& m) { m.stop(9); }, "stop(9)"},
-                    AllQuery{"close", [](auto& m) { m.close(9); }, "close(9)"},
-                    AllQuery{"umountCarousel", [](auto& m) { m.umountCarousel("l"); },
-                             "umountCarousel(l)"}),
+    testing::Values(
+        AllQuery{"getMediaBounds",
+                 [](auto& m) {
+                   int x = 1;
+                   int y = 2;
+                   int width = 3;
+                   int height = 4;
+                   m.getMediaBounds(9, x, y, width, height);
+                 },
+                 "getMediaBounds(9, 1, 2, 3, 4)"},
+        AllQuery{"setMediaFreeze", [](auto& m) { m.setMediaFreeze(9, true); },
+                 "setMediaFreeze(9, 1)"},
+        AllQuery{"setMediaMute", [](auto& m) { m.setMediaMute(9, false); }, "setMediaMute(9, 0)"},
+        AllQuery{"setMediaSoundLevel", [](auto& m) { m.setMediaSoundLevel(9, 0.5); },
+                 "setMediaSoundLevel(9, 0.5)"},
+        AllQuery{"setMediaBalanceLevel", [](auto& m) { m.setMediaBalanceLevel(9, -0.5); },
+                 "setMediaBalanceLevel(9, -0.5)"},
+        AllQuery{"setMediaBassLevel", [](auto& m) { m.setMediaBassLevel(9, 0.25); },
+                 "setMediaBassLevel(9, 0.25)"},
+        AllQuery{"setMediaTrebleLevel", [](auto& m) { m.setMediaTrebleLevel(9, 2); },
+                 "setMediaTrebleLevel(9, 2)"},
+        AllQuery{"addMediaListener", [](auto& m) { m.addMediaListener(9); }, "addMediaListener(9)"},
+        AllQuery{"stop", [](auto& m) { m.stop(9); }, "stop(9)"},
+        AllQuery{"close", [](auto& m) { m.close(9); }, "close(9)"},
+        AllQuery{"umountCarousel", [](auto& m) { m.umountCarousel("l"); }, "umountCarousel(l)"}),
     [](const auto& query) { return std::string(query.param.operation); });
 
 TEST_F(Manager, ARecordsKeyIsMinusOneAndTheRestIsZeroWithoutAListener) {

@@ -41,8 +41,9 @@ class Notifications : public testing::Test {
 
   /// Starts the call and returns when the client has its record and the call waits.
   std::future<bool> call(RawClient& client, int newState) {
-    auto answer = std::async(std::launch::async,
-                             [this, newState] { return manager->setApplicationState(state{newState}); });
+    auto answer = std::async(std::launch::async, [this, newState] {
+      return manager->setApplicationState(state{newState});
+    });
     const message record = client.receiveRecord();
     EXPECT_EQ(bytesOf(record), bytesOf(request(APPLICATION_STATE, newState)));
     awaitWaiting();
@@ -110,12 +111,8 @@ TEST_F(Notifications, ACommandsTextIsSplitIntoPartsOf1920Characters) {
   const std::string a(1920, 'a');
   const std::string b(1920, 'b');
   const std::vector<std::pair<std::string, std::vector<std::string>>> rows = {
-      {"", {""}},
-      {"short", {"short"}},
-      {a, {a}},
-      {a + "z", {a, "z"}},
-      {a + b, {a, b, ""}},
-      {a + b + "z", {a, b, "z"}},
+      {"", {""}},          {"short", {"short"}}, {a, {a}},
+      {a + "z", {a, "z"}}, {a + b, {a, b, ""}},  {a + b + "z", {a, b, "z"}},
   };
   for (const auto& [text, parts] : rows) {
     EXPECT_TRUE(manager->sendDsmCCCommand({7, 1.5, 200, text}));

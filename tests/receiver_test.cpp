@@ -83,8 +83,8 @@ class Assembler : public testing::Test {
 };
 
 TEST_F(Assembler, EverySizeFromTheLeastToTheGreatest) {
-  for (const std::size_t size : {12U, 20U, 182U, 183U, 184U, 367U, 368U, 1024U, 4093U, 4094U, 4095U,
-                                 4096U}) {
+  for (const std::size_t size :
+       {12U, 20U, 182U, 183U, 184U, 367U, 368U, 1024U, 4093U, 4094U, 4095U, 4096U}) {
     feedWhole(section(0x81, size));
     EXPECT_EQ(take(), Sections{section(0x81, size)}) << size;
   }
@@ -180,7 +180,8 @@ TEST_F(Assembler, AGapDropsTheSectionThatWasBeingCollected) {
 
 TEST_F(Assembler, ARepeatedPacketIsTakenOnce) {
   const Section whole = section(1, 300);
-  const PacketBytes first = packet(7, true, pointed(0, Section(whole.begin(), whole.begin() + 183)));
+  const PacketBytes first =
+      packet(7, true, pointed(0, Section(whole.begin(), whole.begin() + 183)));
   const PacketBytes second = packet(8, false, Section(whole.begin() + 183, whole.end()));
   for (const PacketBytes& bytes : {first, first, second, second}) feed(bytes);
   EXPECT_EQ(take(), Sections{whole});
@@ -242,7 +243,9 @@ TEST(Text, EveryTableOfDvb) {
   const std::pair<std::string, std::string> rows[] = {
       {"", ""},
       {"plain", "plain"},
-      {"Caf\xc2" "e \xa4 \xc8u", "Café € ü"},
+      {"Caf\xc2"
+       "e \xa4 \xc8u",
+       "Café € ü"},
       {"\x01\xbf\xd5\xe0\xde", "Перо"},
       {"\x02\xc7", "ا"},
       {"\x03\xc1\xe2", "Αβ"},
@@ -268,7 +271,11 @@ TEST(Text, EveryTableOfDvb) {
 }
 
 TEST(Text, WhatCannotBeConvertedIsReplacedAndEndsNothing) {
-  EXPECT_EQ(decoded("\x15" "a\xff" "b"), "a\xef\xbf\xbd" "b");
+  EXPECT_EQ(decoded("\x15"
+                    "a\xff"
+                    "b"),
+            "a\xef\xbf\xbd"
+            "b");
   EXPECT_EQ(decoded(std::string("\x11\x00", 2)), "\xef\xbf\xbd");
   if (canConvert()) {
     EXPECT_EQ(decoded("a\xc2"), "a\xef\xbf\xbd");
@@ -278,8 +285,7 @@ TEST(Text, WhatCannotBeConvertedIsReplacedAndEndsNothing) {
 TEST(Text, AnotherDefaultTableCanBeGiven) {
   EXPECT_THROW(CharacterTable::named("no such table"), std::invalid_argument);
   if (!canConvert()) GTEST_SKIP() << "no character-set modules for this processor";
-  EXPECT_EQ(decoded("Jornal da Manh\xe3", CharacterTable::named("ISO-8859-15")),
-            "Jornal da Manhã");
+  EXPECT_EQ(decoded("Jornal da Manh\xe3", CharacterTable::named("ISO-8859-15")), "Jornal da Manhã");
   // A text that chooses its own table keeps it.
   EXPECT_EQ(decoded("\x05\xf0", CharacterTable::named("ISO-8859-15")), "ğ");
 }

@@ -45,7 +45,6 @@ void expectInOrder(Functions... functions) {
   for (std::size_t index = 0; index < slots.size(); ++index) EXPECT_EQ(slots[index], index);
 }
 
-
 /// The destructors come behind the last operation: the complete one, then the deleting one.
 template <class Implementation>
 bool destructorStandsAt(std::size_t position) {
@@ -59,11 +58,11 @@ bool destructorStandsAt(std::size_t position) {
   return destroyed;
 }
 
-#define DESTRUCTION_SEEN(name)        \
-  static bool& destroyed() {          \
-    static bool seen = false;         \
-    return seen;                      \
-  }                                   \
+#define DESTRUCTION_SEEN(name) \
+  static bool& destroyed() {   \
+    static bool seen = false;  \
+    return seen;               \
+  }                            \
   ~name() override { destroyed() = true; }
 
 struct Version : VersionFacade {
@@ -192,18 +191,18 @@ struct Video : VideoFacade {
 
 TEST(Slots, VideoFacade) {
   using F = VideoFacade;
-  expectInOrder(
-      &F::setVideoBounds, &F::getMainVideoBounds, &F::open, &F::getDuration, &F::getCurrentTime,
-      &F::setCurrentTime, &F::addMediaListener, &F::play, &F::stop, &F::close, &F::setMediaBounds,
-      &F::getMediaBounds, &F::getVideoLanguageA, &F::getVideoLanguages, &F::getVideoLanguageB,
-      &F::selectVideoLanguage, &F::setVideoFreeze, &F::setMediaFreeze, &F::setVideoOption,
-      &F::getVideoProperty9, &F::getVideoProperty10, &F::getVideoProperty11, &F::getVideoProperty12,
-      &F::getVideoProperty13, &F::getVideoProperty14, &F::getVideoProperty15,
-      &F::getVideoProperty16, &F::videoPropertyAction, &F::setVideoBalanceLevel,
-      &F::setMediaBalanceLevel, &F::setVideoSoundLevel, &F::setMediaSoundLevel, &F::setVideoMute,
-      &F::setMediaMute, &F::setVideoBassLevel, &F::setMediaBassLevel, &F::setVideoTrebleLevel,
-      &F::setMediaTrebleLevel, &F::addGraphicsSettingsListener, &F::removeGraphicsSettingsListener,
-      &F::getInitCropValue, &F::updateGraphicsRegion);
+  expectInOrder(&F::setVideoBounds, &F::getMainVideoBounds, &F::open, &F::getDuration,
+                &F::getCurrentTime, &F::setCurrentTime, &F::addMediaListener, &F::play, &F::stop,
+                &F::close, &F::setMediaBounds, &F::getMediaBounds, &F::getVideoLanguageA,
+                &F::getVideoLanguages, &F::getVideoLanguageB, &F::selectVideoLanguage,
+                &F::setVideoFreeze, &F::setMediaFreeze, &F::setVideoOption, &F::getVideoProperty9,
+                &F::getVideoProperty10, &F::getVideoProperty11, &F::getVideoProperty12,
+                &F::getVideoProperty13, &F::getVideoProperty14, &F::getVideoProperty15,
+                &F::getVideoProperty16, &F::videoPropertyAction, &F::setVideoBalanceLevel,
+                &F::setMediaBalanceLevel, &F::setVideoSoundLevel, &F::setMediaSoundLevel,
+                &F::setVideoMute, &F::setMediaMute, &F::setVideoBassLevel, &F::setMediaBassLevel,
+                &F::setVideoTrebleLevel, &F::setMediaTrebleLevel, &F::addGraphicsSettingsListener,
+                &F::removeGraphicsSettingsListener, &F::getInitCropValue, &F::updateGraphicsRegion);
   EXPECT_TRUE(destructorStandsAt<Video>(42));
 }
 

@@ -90,7 +90,9 @@ class FakeVideo : public VideoFacade {
     called("selectVideoLanguage", language);
   }
   void setVideoFreeze(bool freeze) override { called("setVideoFreeze", freeze); }
-  void setMediaFreeze(int player, bool freeze) override { called("setMediaFreeze", player, freeze); }
+  void setMediaFreeze(int player, bool freeze) override {
+    called("setMediaFreeze", player, freeze);
+  }
   void setVideoOption(bool option) override { called("setVideoOption", option); }
   int getVideoProperty9() override { return askNumber("getVideoProperty9"); }
   int getVideoProperty10() override { return askNumber("getVideoProperty10"); }

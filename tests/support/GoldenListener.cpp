@@ -9,8 +9,8 @@ using Chars = std::list<char>;
 using Texts = std::list<std::string>;
 
 program_event firstEvent() {
-  program_event event{1, 2, 3, 4, 5, 6, 7, 8, "one", "text two", "", {}, 2, 0, 0, 3, 0, 0,
-                      nullptr, nullptr, nullptr, nullptr, nullptr, nullptr};
+  program_event event{1, 2, 3, 4, 5, 6, 7,       8,       "one",   "text two", "",      {},
+                      2, 0, 0, 3, 0, 0, nullptr, nullptr, nullptr, nullptr,    nullptr, nullptr};
   event.byte_list_1 = new Chars{1, 2};
   event.byte_list_2 = new Chars;
   event.text_list_1 = new Texts{"first", "", "second"};
@@ -19,8 +19,8 @@ program_event firstEvent() {
 }
 
 program_event secondEvent() {
-  program_event event{11, 12, 13, 14, 15, 16, 17, 18, "", "", "z", {}, 3, 1, 1, 0, 1, 1,
-                      nullptr, nullptr, nullptr, nullptr, nullptr, nullptr};
+  program_event event{11, 12, 13, 14, 15, 16, 17,      18,      "",      "",      "z",     {},
+                      3,  1,  1,  0,  1,  1,  nullptr, nullptr, nullptr, nullptr, nullptr, nullptr};
   setFieldText(event.text_1, std::string(254, 'x'));
   event.byte_list_1 = new Chars{3, 4, 5};
   event.byte_list_2 = new Chars{'\xff'};
@@ -33,14 +33,8 @@ program_event secondEvent() {
 }
 
 quillwork::service namedService(std::int32_t first, std::int32_t step, const std::string& name) {
-  quillwork::service service{first,
-                             first + step,
-                             first + 2 * step,
-                             first + 3 * step,
-                             first + 4 * step,
-                             0,
-                             {},
-                             {}};
+  quillwork::service service{
+      first, first + step, first + 2 * step, first + 3 * step, first + 4 * step, 0, {}, {}};
   setFieldText(service.name, name);
   return service;
 }
@@ -63,8 +57,10 @@ void giveGoldenAnswers(RecordingListener& listener) {
       {"checkVersionFlag", 256},
   };
   listener.texts = {
-      {"getVideoLanguage", "por"},        {"getSystemProperty", "value of it"},
-      {"mountCarousel", "/mnt/oc"},       {"getSICodingFormat", "UTF-8"},
+      {"getVideoLanguage", "por"},
+      {"getSystemProperty", "value of it"},
+      {"mountCarousel", "/mnt/oc"},
+      {"getSICodingFormat", "UTF-8"},
       {"getServiceDescription", "a description"},
   };
   listener.languages = {"por", "eng", "spa"};

@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-/// A program of the build as a process of its own, its standard streams in files. Ended with SIGKILL
-/// if it is still there at the end.
+/// A program of the build as a process of its own, its standard streams in files. Ended with
+/// SIGKILL if it is still there at the end.
 class Program {
  public:
   /// The path comes first; under an emulator the programs run under it, too.

@@ -185,7 +185,7 @@ std::list<quillwork::descriptor> RecordingListener::getServiceDescriptors(int se
 }
 
 std::list<quillwork::descriptor> RecordingListener::getProgramEventDescriptors(int first,
-                                                                              int second) {
+                                                                               int second) {
   called("getProgramEventDescriptors", first, second);
   return descriptors("getProgramEventDescriptors");
 }
@@ -255,7 +255,9 @@ void RecordingListener::setMediaSoundLevel(int player, double level) {
   called("setMediaSoundLevel", player, level);
 }
 
-void RecordingListener::setMediaMute(int player, bool mute) { called("setMediaMute", player, mute); }
+void RecordingListener::setMediaMute(int player, bool mute) {
+  called("setMediaMute", player, mute);
+}
 
 void RecordingListener::setMediaBassLevel(int player, double level) {
   called("setMediaBassLevel", player, level);

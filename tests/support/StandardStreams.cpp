@@ -20,7 +20,8 @@ std::string CaughtStream::text() const {
   std::string text;
   char buffer[4096];
   ssize_t size = 0;
-  while ((size = pread(fileno(file_), buffer, sizeof buffer, static_cast<off_t>(text.size()))) > 0) {
+  while ((size = pread(fileno(file_), buffer, sizeof buffer, static_cast<off_t>(text.size()))) >
+         0) {
     text.append(buffer, static_cast<std::size_t>(size));
   }
   return text;

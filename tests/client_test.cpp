@@ -1,0 +1,423 @@
+// The client library: against the library itself, and against servers that do what they should not.
+
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <functional>
+#include <thread>
+
+#include "client/ControlChannel.h"
+#include "client/SectionFilterChannel.h"
+#include "protocol/IpcServerManager.h"
+#include "protocol/message.h"
+#include "support/DemuxRecorder.h"
+#include "support/GoldenListener.h"
+#include "support/RawClient.h"
+
+namespace {
+
+using namespace quillwork::client;
+using quillwork::CAROUSEL;
+using quillwork::DSMCC_COMMAND;
+using quillwork::IpcServerManager;
+using quillwork::LIST_HEADER;
+using quillwork::MEDIA;
+using quillwork::message;
+using quillwork::SI;
+using Calls = std::vector<std::string>;
+using Bytes = std::vector<std::uint8_t>;
+
+template <class Record>
+auto values(const Record& record) {
+  return std::vector<std::int32_t>(record.values.begin(), record.values.end());
+}
+
+using Numbers = std::vector<std::int32_t>;
+
+class AgainstTheLibrary : public testing::Test {
+ protected:
+  AgainstTheLibrary() {
+    giveGoldenAnswers(listener);
+    manager->addIpcServerListener(&listener);
+  }
+  ~AgainstTheLibrary() override { IpcServerManager::destroy(); }
+
+  /// Waits until the requests without a reply have been handled, too.
+  Calls calls() {
+    EXPECT_TRUE(channel.checkVersionFlag(99));
+    Calls all = log.take();
+    all.pop_back();
+    return all;
+  }
+
+  CallLog log;
+  RecordingListener listener{log};
+  IpcServerManager* manager = IpcServerManager::getInstance();
+  ControlChannel channel;
+};
+
+TEST_F(AgainstTheLibrary, VideoAndAudio) {
+  channel.setVideoBounds({1, 2, 3, 4});
+  channel.videoPropertyAction();
+  channel.selectVideoLanguage("spa");
+  channel.setVideoFreeze(true);
+  channel.setVideoOption(false);
+  const Rectangle bounds = channel.getMainVideoBounds({5, 6, 7, 8});
+  EXPECT_EQ(bounds.x, 10);
+  EXPECT_EQ(bounds.y, 6);
+  EXPECT_EQ(bounds.width, 640);
+  EXPECT_EQ(bounds.height, 480);
+  EXPECT_EQ(channel.getVideoLanguage(3), "por");
+  EXPECT_EQ(channel.getVideoLanguages(), (std::vector<std::string>{"por", "eng", "spa"}));
+  EXPECT_EQ(channel.getVideoProperty(16), 42);
+  channel.updateGraphicsRegion({1, 2, 3, 4});
+  channel.setVideoAudio(2, 0.5);
+  channel.setVideoMute(true);
+  const Calls seen = calls();
+  EXPECT_EQ(Calls(seen.begin(), seen.end() - 1),
+            (Calls{"setVideoProperty(0, 1, 2, 3, 4)", "setVideoProperty(2, 0, 0, 0, 0)",
+                   "setVideoProperty(6, 3, spa)", "setVideoProperty(7, 1)",
+                   "setVideoProperty(8, 0)", "getMainVideoBounds(5, 6, 7, 8)",
+                   "getVideoLanguage(3)", "getVideoLanguages()", "getVideoProperty(16)",
+                   "updateGraphicsRegion(1, 2, 3, 4)", "setVideoAudio(2, 0.5)"}));
+  EXPECT_EQ(seen.back().substr(0, 15), "setVideoAudio(4");
+  EXPECT_THROW(channel.getVideoLanguage(4), Error);
+  EXPECT_THROW(channel.getVideoProperty(8), Error);
+}
+
+TEST_F(AgainstTheLibrary, PropertiesTunerAndCarousels) {
+  EXPECT_EQ(channel.getSystemProperty("model"), "value of it");
+  const auto properties = channel.getSystemProperties();
+  ASSERT_EQ(properties.size(), 2U);
+  EXPECT_EQ(properties[1].name, "b");
+  EXPECT_EQ(properties[1].value, "2");
+  channel.setSystemProperty("name", "value");
+  channel.removeSystemProperty("name");
+  EXPECT_EQ(channel.getCurrentTransportStreamID(), 4097);
+  EXPECT_EQ(channel.getAllIDs(4, 55), (Numbers{1, -2, 65535}));
+  EXPECT_EQ(channel.mountCarousel("dvb://1"), "/mnt/oc");
+  channel.umountCarousel("dvb://1");
+  channel.addCarouselListener();
+  channel.removeCarouselListener();
+  EXPECT_EQ(calls(), (Calls{"getSystemProperty(model)", "getSystemProperties()",
+                            "setSystemProperty(2, name, value)", "removeSystemProperty(name)",
+                            "getCurrentTransportStreamID()", "getAllIDs(4, 55)",
+                            "mountCarousel(dvb://1)", "umountCarousel(dvb://1)",
+                            "addCarouselListener()", "removeCarouselListener()"}));
+  EXPECT_THROW(channel.getAllIDs(0, 1), Error);
+  EXPECT_THROW(channel.removeSystemProperty(std::string(255, 'n')), Error);
+}
+
+TEST_F(AgainstTheLibrary, ServiceInformation) {
+  EXPECT_EQ(channel.getSICodingFormat(), "UTF-8");
+  EXPECT_EQ(channel.getCASystemIds(), (Numbers{0x0b00, 0x0b01}));
+  EXPECT_TRUE(channel.isProtectedService());
+  EXPECT_EQ(channel.getCurrentService(), 101);
+  EXPECT_EQ(channel.getServiceDescription(), "a description");
+  const auto services = channel.getServices();
+  ASSERT_EQ(services.size(), 2U);
+  EXPECT_EQ(values(services[0]), (Numbers{1, 2, 3, 4, 5}));
+  EXPECT_EQ(services[0].name, "Alpha TV");
+  EXPECT_EQ(services[1].name, std::string(254, 'n'));
+  const auto components = channel.getServiceComponents(101);
+  ASSERT_EQ(components.size(), 2U);
+  EXPECT_EQ(values(components[0]), (Numbers{1, 2, 3, 4, 5, 6}));
+  const auto maps = channel.getPMTs(-1);
+  ASSERT_EQ(maps.size(), 2U);
+  EXPECT_EQ(values(maps[1]), (Numbers{101, 102, 103, 104}));
+  const TransportStream stream = channel.getTransportStream();
+  EXPECT_EQ(values(stream), (Numbers{4097, 65281, 3}));
+  EXPECT_EQ(stream.real, 570.5F);
+  EXPECT_EQ(stream.mode, 2);
+  EXPECT_EQ(channel.getNetwork().value, 65281);
+  EXPECT_EQ(channel.getNetwork().name, "Sample Net");
+}
+
+TEST_F(AgainstTheLibrary, DescriptorsWithAndWithoutBytes) {
+  const auto check = [&](const std::vector<Descriptor>& descriptors, const std::string& call) {
+    ASSERT_EQ(descriptors.size(), 3U);
+    EXPECT_EQ(descriptors[0].tag, 0x48);
+    EXPECT_EQ(descriptors[0].data, (Bytes{'a', 'b', 'c'}));
+    EXPECT_EQ(descriptors[1].tag, 0x4d);
+    EXPECT_TRUE(descriptors[1].data.empty());
+    EXPECT_EQ(descriptors[2].tag, -1);
+    EXPECT_EQ(descriptors[2].data, (Bytes{0, 255}));
+    EXPECT_EQ(calls(), Calls{call});
+  };
+  check(channel.getProgramEventDescriptors(101, 1000), "getProgramEventDescriptors(101, 1000)");
+  check(channel.getServiceComponentDescriptors(5), "getServiceComponentDescriptors(5)");
+  check(channel.getTransportStreamDescriptors(6), "getTransportStreamDescriptors(6)");
+  check(channel.getNetworkDescriptors(), "getNetworkDescriptors()");
+}
+
+TEST_F(AgainstTheLibrary, EventsWithTheListsBehindThem) {
+  const ProgramEvent single = channel.getProgramEvent();
+  const auto events = channel.getProgramEvents();
+  ASSERT_EQ(events.size(), 2U);
+  for (const ProgramEvent* const event : {&single, &events[0]}) {
+    EXPECT_EQ(values(*event), (Numbers{1, 2, 3, 4, 5, 6, 7, 8}));
+    EXPECT_EQ(event->texts, (std::array<std::string, 3>{"one", "text two", ""}));
+    EXPECT_EQ(event->byteLists, (std::array<Bytes, 3>{Bytes{1, 2}, Bytes{}, Bytes{}}));
+    EXPECT_EQ(event->textLists[0], (std::vector<std::string>{"first", "", "second"}));
+  }
+  EXPECT_EQ(events[1].texts[0], std::string(254, 'x'));
+  EXPECT_EQ(events[1].byteLists, (std::array<Bytes, 3>{Bytes{3, 4, 5}, Bytes{255}, Bytes{0}}));
+  EXPECT_EQ(events[1].textLists[1].at(0).size(), 400U);
+  EXPECT_EQ(events[1].textLists[2].at(0), "end");
+}
+
+TEST_F(AgainstTheLibrary, MediaAndVersion) {
+  const OpenedMedia media = channel.open("file:///a.ts");
+  EXPECT_TRUE(media.opened);
+  EXPECT_EQ(media.player, 9);
+  EXPECT_EQ(channel.getDuration(9), 3600);
+  EXPECT_EQ(channel.getCurrentTime(9), 12);
+  EXPECT_EQ(channel.setCurrentTime(9, 1, 2), 1);
+  channel.addMediaListener(9);
+  EXPECT_TRUE(channel.play(9));
+  channel.close(9);
+  channel.stop(9);
+  EXPECT_EQ(channel.setMediaBounds(9, {1, 2, 3, 4}), 0);
+  const Rectangle bounds = channel.getMediaBounds(9, {5, 6, 7, 8});
+  EXPECT_EQ(bounds.x, 10);
+  EXPECT_EQ(bounds.y, 6);
+  channel.setMediaFreeze(9, true);
+  channel.setMediaBalanceLevel(9, -0.5);
+  channel.setMediaSoundLevel(9, 0.25);
+  channel.setMediaMute(9, false);
+  channel.setMediaBassLevel(9, 1);
+  channel.setMediaTrebleLevel(9, 2);
+  EXPECT_EQ(calls(),
+            (Calls{"open(file:///a.ts, 0)", "getDuration(9)", "getCurrentTime(9)",
+                   "setCurrentTime(9, 1, 2)", "addMediaListener(9)", "play(9)", "close(9)",
+                   "stop(9)", "setMediaBounds(9, 1, 2, 3, 4)", "getMediaBounds(9, 5, 6, 7, 8)",
+                   "setMediaFreeze(9, 1)", "setMediaBalanceLevel(9, -0.5)",
+                   "setMediaSoundLevel(9, 0.25)", "setMediaMute(9, 0)",
+                   "setMediaBassLevel(9, 1)", "setMediaTrebleLevel(9, 2)"}));
+}
+
+TEST_F(AgainstTheLibrary, NotificationsReachWhoeverWaitsForThem) {
+  EXPECT_EQ(channel.getCurrentService(), 101);
+  manager->endOfMedia(7);
+  manager->changeGraphicsSettings({1, 2, 3, 4}, {5, 6, 7, 8});
+  manager->downloadComplete("a", "b");
+  manager->sendDsmCCCommand({1, 2.5, 3, "short"});
+  const std::string longText = std::string(1920, 'a') + std::string(1920, 'b');
+  manager->sendDsmCCCommand({1, 2.5, 3, longText});
+  const auto next = [&] { return channel.waitForNotification(std::chrono::seconds(10)).value(); };
+  EXPECT_EQ(std::get<EndOfMedia>(next()).player, 7);
+  EXPECT_EQ(std::get<GraphicsSettingsChanged>(next()).second.height, 8);
+  EXPECT_EQ(std::get<DownloadComplete>(next()).second, "b");
+  const auto command = std::get<StreamEventCommand>(next());
+  EXPECT_EQ(command.code, 1);
+  EXPECT_EQ(command.time, 2.5);
+  EXPECT_EQ(command.flag, 3);
+  EXPECT_EQ(command.text, "short");
+  EXPECT_EQ(std::get<StreamEventCommand>(next()).text, longText);
+  EXPECT_FALSE(channel.waitForNotification(std::chrono::milliseconds(0)));
+  std::thread caller([&] { EXPECT_TRUE(manager->setApplicationState(quillwork::state{4})); });
+  EXPECT_EQ(std::get<ApplicationStateRequest>(next()).state, 4);
+  channel.answerApplicationState(true);
+  caller.join();
+}
+
+TEST_F(AgainstTheLibrary, NotificationsBetweenTheRepliesGoToTheCallback) {
+  std::vector<std::size_t> kinds;
+  channel.onNotification(
+      [&](const Notification& notification) { kinds.push_back(notification.index()); });
+  EXPECT_EQ(channel.getCurrentService(), 101);
+  manager->endOfMedia(7);
+  manager->sendDsmCCCommand({1, 2.5, 3, std::string(5000, 'c')});
+  EXPECT_EQ(channel.getServices().size(), 2U);
+  manager->sendDsmCCCommand({1, 2.5, 3, std::string(1921, 'c')});
+  manager->downloadComplete("a", "b");
+  EXPECT_EQ(channel.getCurrentService(), 101);
+  EXPECT_EQ(kinds, (std::vector<std::size_t>{0, 4, 4, 2}));
+}
+
+TEST_F(AgainstTheLibrary, TheSectionFiltersOperations) {
+  DemuxRecorder recorder;
+  recorder.section = [] { return Bytes{1, 2, 3}; };
+  manager->addIpcDemuxServerListener(&recorder);
+  SectionFilterChannel sections;
+  sections.start();
+  sections.stop();
+  sections.set_pid(256);
+  sections.set_table_id(66);
+  sections.set_positive_filter(1, {1}, {2, 3});
+  sections.set_greater_than_filter(2, {}, {});
+  sections.set_less_than_filter(3, {4}, {5});
+  sections.set_xor_filter(4, {1}, {2}, {3});
+  sections.set_time_out(-1);
+  sections.clear_table_id();
+  sections.clear_positive_filter();
+  sections.clear_less_than_filter();
+  sections.clear_xor_filter();
+  EXPECT_EQ(sections.read_section(), (Bytes{1, 2, 3}));
+  EXPECT_EQ(recorder.log.take(),
+            (Calls{"start()", "stop()", "set_pid(256)", "set_table_id(66)",
+                   "set_positive_filter(1, {01}, {02 03})", "set_greater_than_filter(2, {}, {})",
+                   "set_less_than_filter(3, {04}, {05})", "set_xor_filter(4, {01}, {02}, {03})",
+                   "set_time_out(-1)", "clear_table_id()", "clear_positive_filter()",
+                   "clear_less_than_filter()", "clear_xor_filter()", "read_section()"}));
+}
+
+/// A server that sends what the test says, whatever it is asked.
+class Impostor {
+ public:
+  explicit Impostor(std::string reply) {
+    unlink(path);
+    listening_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::strncpy(address.sun_path, path, sizeof address.sun_path - 1);
+    bind(listening_, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+    listen(listening_, 1);
+    thread_ = std::thread([this, reply = std::move(reply)] {
+      const int client = accept(listening_, nullptr, nullptr);
+      char request[4];
+      if (recv(client, request, sizeof request, MSG_WAITALL) > 0) {
+        send(client, reply.data(), reply.size(), MSG_NOSIGNAL);
+      }
+      // What is left unread must not turn the close into a reset.
+      shutdown(client, SHUT_WR);
+      char rest[4096];
+      while (recv(client, rest, sizeof rest, 0) > 0) {
+      }
+      close(client);
+    });
+  }
+  ~Impostor() {
+    thread_.join();
+    close(listening_);
+  }
+  Impostor(const Impostor&) = delete;
+  Impostor& operator=(const Impostor&) = delete;
+
+  static constexpr const char* path = "/dev/shm/impostor.socket";
+
+ private:
+  int listening_;
+  std::thread thread_;
+};
+
+std::string complaintAbout(const std::string& reply,
+                           const std::function<void(ControlChannel&)>& ask) {
+  const Impostor impostor(reply);
+  ControlChannel channel(Impostor::path, std::chrono::seconds(10));
+  try {
+    ask(channel);
+  } catch (const Error& error) {
+    return error.what();
+  }
+  return "";
+}
+
+const std::string prefix = std::string(Impostor::path) + ": ";
+
+void services(ControlChannel& channel) { channel.getServices(); }
+void service(ControlChannel& channel) { channel.getCurrentService(); }
+void event(ControlChannel& channel) { channel.getProgramEvent(); }
+void descriptors(ControlChannel& channel) { channel.getNetworkDescriptors(); }
+
+TEST(AgainstImpostors, ARepliesEndIsMissed) {
+  const std::string whole = bytesOf(request(SI, 7));
+  EXPECT_EQ(complaintAbout("", service), prefix + "the receiver has closed the connection");
+  for (const std::size_t size : {1U, 12U, 1959U}) {
+    EXPECT_EQ(complaintAbout(whole.substr(0, size), service),
+              prefix + "the receiver has closed the connection in the middle of a reply");
+  }
+  EXPECT_EQ(complaintAbout(whole, service), "");
+  EXPECT_EQ(complaintAbout(bytesOf(request(LIST_HEADER, 3)) + bytesOf(request(SI, 6)), services),
+            prefix + "the receiver has closed the connection");
+}
+
+TEST(AgainstImpostors, AnotherAnswerIsNamed) {
+  EXPECT_EQ(complaintAbout(bytesOf(request(SI, 8)), service),
+            prefix + "group 6, type 7 was answered with group 6, type 8");
+  EXPECT_EQ(complaintAbout(bytesOf(request(LIST_HEADER, 0)), service),
+            prefix + "group 6, type 7 was answered with group 7, type 0");
+  EXPECT_EQ(complaintAbout(bytesOf(request(SI, 6)), services),
+            prefix + "group 6, type 6 was answered with group 6, type 6 instead of a list");
+  EXPECT_EQ(complaintAbout(bytesOf(request(LIST_HEADER, 1)) + bytesOf(request(0, 0)), services),
+            prefix + "the list for group 6, type 6 is broken off by group 0, type 0");
+}
+
+TEST(AgainstImpostors, CountsAreBounded) {
+  EXPECT_EQ(complaintAbout(bytesOf(request(LIST_HEADER, -1)), services),
+            prefix + "a list of -1 elements");
+  EXPECT_EQ(complaintAbout(bytesOf(request(LIST_HEADER, INT32_MAX)) + bytesOf(request(SI, 6)),
+                           services),
+            prefix + "a list of 2147483647 elements");
+  message record = request(SI, 2);
+  put(record, 12 + 800, std::int32_t{-5});
+  put(record, 12 + 824, std::int32_t{1});
+  EXPECT_EQ(complaintAbout(bytesOf(record), event), prefix + "a list of -5 elements");
+  record = request(SI, 2);
+  put(record, 12 + 812, std::int32_t{1});
+  put(record, 12 + 836, std::int32_t{1});
+  EXPECT_EQ(complaintAbout(bytesOf(record) + word(INT32_MAX), event),
+            prefix + "a text of 2147483647 bytes");
+  record = request(SI, 3);
+  record[4] = INT32_MAX;
+  record[5] = 1;
+  EXPECT_EQ(complaintAbout(bytesOf(request(LIST_HEADER, 1)) + bytesOf(record), descriptors),
+            prefix + "a list of 2147483647 elements");
+}
+
+TEST(AgainstImpostors, ABrokenCommandIsNamed) {
+  EXPECT_EQ(complaintAbout(bytesOf(request(LIST_HEADER, 3)) + bytesOf(request(DSMCC_COMMAND, 1)) +
+                               bytesOf(request(MEDIA, 16)),
+                           service),
+            prefix + "the parts of a command are broken off by group 8, type 16");
+  EXPECT_EQ(complaintAbout(bytesOf(request(LIST_HEADER, INT32_MAX)) +
+                               bytesOf(request(DSMCC_COMMAND, 1)),
+                           service),
+            prefix + "the receiver has closed the connection");
+  EXPECT_EQ(complaintAbout(bytesOf(request(SI, 7)),
+                           [](ControlChannel& channel) {
+                             channel.videoPropertyAction();
+                             channel.waitForNotification(std::chrono::seconds(10));
+                           }),
+            prefix + "group 6, type 7 came without a request");
+}
+
+TEST(AgainstImpostors, ASilentReceiverIsNotWaitedForForEver) {
+  const int listening = socket(AF_UNIX, SOCK_STREAM, 0);
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  std::strncpy(address.sun_path, "/dev/shm/silent.socket", sizeof address.sun_path - 1);
+  bind(listening, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+  listen(listening, 0);
+  ControlChannel channel("/dev/shm/silent.socket", std::chrono::milliseconds(20));
+  EXPECT_THROW(channel.getCurrentService(), TimeOut);
+  // Nobody reads, either: sooner or later a request is not taken.
+  EXPECT_THROW(
+      {
+        for (;;) channel.videoPropertyAction();
+      },
+      TimeOut);
+  close(listening);
+}
+
+TEST(AgainstImpostors, ASectionsCountIsBounded) {
+  for (const std::int32_t count : {-1, INT32_MAX}) {
+    const Impostor impostor(word(count));
+    SectionFilterChannel channel(Impostor::path);
+    EXPECT_THROW(channel.read_section(), Error);
+  }
+}
+
+TEST(NoReceiver, IsSaidInOneLine) {
+  try {
+    const ControlChannel channel;
+    FAIL();
+  } catch (const Error& error) {
+    EXPECT_STREQ(error.what(), "/dev/shm/ipc.socket: no receiver is running");
+  }
+}
+
+}  // namespace

@@ -1,0 +1,254 @@
+// The two programs as processes of their own, on the sample stream.
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <fstream>
+#include <memory>
+#include <nlohmann/json.hpp>
+
+#include "receiver/Text.h"
+#include "support/Program.h"
+
+namespace {
+
+using Json = nlohmann::json;
+using Words = std::vector<std::string>;
+
+struct Result {
+  int status;
+  std::string output;
+  std::string errors;
+};
+
+Result run(Words words) {
+  Program program(std::move(words));
+  const int status = program.wait();
+  return {status, program.output(), program.errors()};
+}
+
+Result client(Words words) {
+  words.insert(words.begin(), CLIENT);
+  return run(std::move(words));
+}
+
+std::string firstLine(const std::string& text) { return text.substr(0, text.find('\n')); }
+
+void expectError(const Result& result, const std::string& message) {
+  EXPECT_NE(result.status, 0);
+  EXPECT_EQ(result.output, "");
+  EXPECT_EQ(result.errors, message + "\n");
+}
+
+class OnTheSample : public testing::Test {
+ protected:
+  void SetUp() override { ASSERT_TRUE(host.awaitOutput("serving\n")) << host.errors(); }
+  void TearDown() override {
+    host.signal(SIGINT);
+    EXPECT_EQ(host.wait(), 0);
+    EXPECT_EQ(host.errors(), "");
+  }
+
+  Json json(Words words) {
+    words.emplace_back("--json");
+    const Result result = client(std::move(words));
+    EXPECT_EQ(result.status, 0) << result.errors;
+    return Json::parse(result.output);
+  }
+
+  Program host{{RECEIVER, SAMPLE}};
+};
+
+TEST_F(OnTheSample, TheReceiverSaysWhatItHasRead) {
+  EXPECT_EQ(host.output(), std::string(SAMPLE) +
+                               ": 476 packets (0 damaged, 0 gaps), 208 sections (0 bad, 49 "
+                               "changes), 5 services, 56 events, broadcast time "
+                               "2026-09-24T20:10:03\nserving\n");
+}
+
+TEST_F(OnTheSample, Services) {
+  const Json services = json({"services"});
+  ASSERT_EQ(services.size(), 5U);
+  EXPECT_EQ(services[0]["value_1"], 1001);
+  EXPECT_EQ(services[0]["value_2"], 0x2001);
+  EXPECT_EQ(services[0]["name"], "Quill One");
+  const Result table = client({"services"});
+  EXPECT_EQ(firstLine(table.output),
+            "service  stream  network  type  running  flags                       name");
+  EXPECT_NE(table.output.find("   1001    8193    65312    25        4  actual pat schedule p/f     "
+                              "Quill One\n"),
+            std::string::npos)
+      << table.output;
+}
+
+TEST_F(OnTheSample, TextsOfEveryKind) {
+  try {
+    receiver::CharacterTable::named("ISO-8859-5");
+  } catch (const std::invalid_argument&) {
+    GTEST_SKIP() << "no character-set modules for this processor";
+  }
+  const Json services = json({"services"});
+  EXPECT_EQ(services[1]["name"], "Cinéma Über");
+  EXPECT_EQ(services[2]["name"], "Радио Перо");
+  EXPECT_EQ(services[3]["name"], "Ελλάδα 日本 ğş");
+  EXPECT_EQ(json({"network"})["name"], "Réseau d’échantillon");
+  std::vector<std::string> names;
+  for (const Json& event : json({"events", "--service", "1002"})) names.push_back(event["text_2"]);
+  EXPECT_EQ(names, (std::vector<std::string>{"Français", "La nuit", "Le Café", "L'été", "Noël",
+                                             "Coração", "Straße", "Müsli", "Café crème", "Cinq €",
+                                             "El niño", "Garçon", "Français", "La nuit"}));
+}
+
+TEST_F(OnTheSample, Events) {
+  EXPECT_EQ(json({"events"}).size(), 56U);
+  EXPECT_EQ(json({"events", "--service", "1001"}).size(), 14U);
+  const Json present = json({"events", "--present-following"});
+  EXPECT_EQ(present.size(), 8U);
+  EXPECT_EQ(present[0]["value_2"], 110);
+  EXPECT_EQ(present[0]["value_3"], 1790280000);
+  EXPECT_EQ(present[0]["value_4"], 7200);
+  EXPECT_EQ(present[0]["value_5"], 0x4e);
+  const Json event = json({"event"});
+  EXPECT_EQ(event["text_2"], "Evening News");
+  const std::string text = event["text_list_1"][0];
+  EXPECT_GT(text.size(), 900U);
+  EXPECT_NE(text.find("letters – señal, été, Ωmega"), std::string::npos);
+  EXPECT_EQ(event["text_list_2"], (Json{"Director", "Ada Quill"}));
+  EXPECT_EQ(event["byte_list_2"], "44455503");
+  EXPECT_NE(client({"event"}).output.find("start        2026-09-24 20:00:00\n"), std::string::npos);
+}
+
+TEST_F(OnTheSample, MapsComponentsAndDescriptors) {
+  const Json maps = json({"pmts"});
+  ASSERT_EQ(maps.size(), 4U);
+  EXPECT_EQ(maps[1]["value_2"], 0x110);
+  EXPECT_EQ(json({"pmts", "1002"}).size(), 1U);
+  const Json components = json({"components", "1002"});
+  ASSERT_EQ(components.size(), 3U);
+  EXPECT_EQ(components[1]["value_1"], 0x113);
+  EXPECT_EQ(components[1]["value_6"], 0x0b00);
+  EXPECT_EQ(json({"components"}).size(), 3U);
+  const Json descriptors = json({"descriptors", "component", "257"});
+  ASSERT_EQ(descriptors.size(), 2U);
+  EXPECT_EQ(descriptors[1]["tag"], 0x80);
+  EXPECT_EQ(descriptors[1]["data"], "");
+  EXPECT_EQ(json({"descriptors", "event", "1001", "110"})[0]["tag"], 0x4d);
+  EXPECT_EQ(json({"descriptors", "network"})[0]["tag"], 0x40);
+  EXPECT_EQ(json({"descriptors", "transport-stream"})[1]["tag"], 0x5a);
+  EXPECT_EQ(json({"descriptors", "transport-stream", "8194"})[0]["tag"], 0x41);
+}
+
+TEST_F(OnTheSample, SingleValues) {
+  EXPECT_EQ(json({"network"})["network_value"], 0xff20);
+  const Json stream = json({"transport-stream"});
+  EXPECT_EQ(stream["value_1"], 0x2001);
+  EXPECT_EQ(stream["real_value"], 570.0);
+  EXPECT_EQ(stream["mode"], 3);
+  EXPECT_EQ(json({"ca-systems"}), Json{0x0b00});
+  EXPECT_EQ(client({"ca-systems"}).output, "0x0b00\n");
+  EXPECT_EQ(json({"ids", "1", "8193"}), (Json{1001, 1002, 1003, 1004}));
+  EXPECT_EQ(json({"ids", "2"}), (Json{8193, 8194}));
+  EXPECT_EQ(json({"ids", "3", "65312"}), (Json{8193, 8194}));
+  EXPECT_EQ(json({"ids", "4", "12289"}), Json{8193});
+  EXPECT_EQ(json({"current-service"})["service"], 1001);
+  EXPECT_EQ(json({"protected"})["protected"], false);
+  EXPECT_EQ(json({"description"})["description"], "Quill One, Quillwork");
+  EXPECT_EQ(json({"coding-format"})["coding_format"], "UTF-8");
+  EXPECT_EQ(json({"version", "1"})["set"], true);
+  EXPECT_EQ(json({"version", "77"})["set"], false);
+  // This receiver has no properties yet.
+  EXPECT_EQ(json({"property"}), Json::array());
+  EXPECT_EQ(json({"property", "model"})["value"], "");
+  EXPECT_EQ(client({"property", "model", "--set", "x"}).status, 0);
+  EXPECT_EQ(client({"property", "model", "--remove"}).status, 0);
+}
+
+TEST_F(OnTheSample, Sections) {
+  const Json section = json({"section", "--pid", "1792"});
+  EXPECT_EQ(section["size"], 4096);
+  const std::string sdt = json({"section", "--pid", "17", "--table-id", "66"})["section"];
+  EXPECT_EQ(sdt.substr(0, 2), "42");
+  const std::string service =
+      json({"section", "--pid", "18", "--filter", "3:03ec/ffff"})["section"];
+  EXPECT_EQ(service.substr(6, 4), "03ec");
+  const Result shown = client({"section", "--pid", "0", "--count", "2"});
+  EXPECT_EQ(firstLine(shown.output), "section of 32 bytes");
+  EXPECT_NE(shown.output.find("0000  00 b0 1d 20 01 "), std::string::npos) << shown.output;
+  expectError(client({"section", "--pid", "99", "--timeout", "10"}),
+              "quillwork-client: no section on PID 99 within 10 ms");
+}
+
+TEST_F(OnTheSample, WatchingEndsWhenNothingComes) {
+  const Result result = client({"watch", "--timeout", "10"});
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.output, "");
+}
+
+TEST(Commands, WhatIsWrongIsSaidInOneLine) {
+  expectError(client({"services"}),
+              "quillwork-client: /dev/shm/ipc.socket: no receiver is running");
+  expectError(client({"section", "--pid", "0"}),
+              "quillwork-client: /dev/shm/ipcdemux.socket: no receiver is running");
+  expectError(client({"nonsense"}), "quillwork-client: unknown command 'nonsense'");
+  expectError(client({}), "quillwork-client: A subcommand is required");
+  expectError(client({"services", "extra"}),
+              "quillwork-client: The following argument was not expected: extra");
+  expectError(client({"ids", "9"}), "quillwork-client: KIND: Value 9 not in range 1 to 4");
+  expectError(client({"section"}), "quillwork-client: --pid is required");
+}
+
+TEST(Commands, AWrongFilterIsSaidInOneLine) {
+  Program host({RECEIVER, SAMPLE});
+  ASSERT_TRUE(host.awaitOutput("serving\n"));
+  expectError(client({"section", "--pid", "0", "--filter", "xyz"}),
+              "quillwork-client: --filter: 'xyz' is not pairs of hexadecimal digits");
+  expectError(client({"section", "--pid", "0", "--filter", "a:00"}),
+              "quillwork-client: --filter: 'a' is no offset");
+}
+
+TEST(Commands, TheReceiverRefusesBadStreamsInOneLine) {
+  const auto expectRefusal = [](const std::string& path, const std::string& message) {
+    expectError(run({RECEIVER, path}), "quillwork-receiver: " + path + message);
+  };
+  expectRefusal("/nowhere.ts", ": No such file or directory");
+  const std::string path = "/dev/shm/bad.ts";
+  std::ofstream(path).close();
+  expectRefusal(path, ": is empty");
+  std::ofstream(path) << "no stream";
+  expectRefusal(path, ": is no MPEG transport stream of 188-byte packets");
+  std::ofstream(path) << "G" << std::string(187, 'x') << "G";
+  expectRefusal(path, ": is cut inside a packet, 1 bytes after its 1 whole packets");
+  expectError(run({RECEIVER, SAMPLE, "--charset", "nope"}),
+              "quillwork-receiver: unknown character table 'nope'");
+  EXPECT_NE(run({RECEIVER}).status, 0);
+  EXPECT_EQ(run({RECEIVER, "--help"}).status, 0);
+}
+
+TEST(Commands, TheReceiverEndsOnBothSignals) {
+  for (const int signal : {SIGINT, SIGTERM}) {
+    Program host({RECEIVER, "--once", SAMPLE});
+    ASSERT_TRUE(host.awaitOutput("serving\n"));
+    host.signal(signal);
+    EXPECT_EQ(host.wait(), 0);
+    EXPECT_NE(host.output().find("serving\ndeleting middleware ipc\n"), std::string::npos);
+  }
+}
+
+TEST(Commands, DamagedPacketsAreCountedAndSkipped) {
+  std::ifstream sample(SAMPLE, std::ios::binary);
+  std::string bytes((std::istreambuf_iterator<char>(sample)), {});
+  bytes[188 * 10] = 'x';
+  bytes[188 * 30 + 1] = static_cast<char>(bytes[188 * 30 + 1] | '\x80');
+  bytes[188 * 1 + 20] ^= 1;
+  const std::string path = "/dev/shm/damaged.ts";
+  std::ofstream(path, std::ios::binary) << bytes;
+  Program host({RECEIVER, path});
+  ASSERT_TRUE(host.awaitOutput("serving\n"));
+  // Nothing comes before the first of the two on its PID, so that it leaves no gap.
+  EXPECT_NE(host.output().find("476 packets (2 damaged, 1 gaps)"), std::string::npos)
+      << host.output();
+  EXPECT_NE(host.output().find("(1 bad,"), std::string::npos) << host.output();
+  EXPECT_NE(host.output().find("5 services, 56 events"), std::string::npos) << host.output();
+}
+
+}  // namespace
