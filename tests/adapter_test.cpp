@@ -287,6 +287,7 @@ TEST_F(Adapter, WithoutFacadesRecordsAreAllZero) {
   EXPECT_EQ(std::memcmp(&net, &zeroNetwork, sizeof net), 0);
   const transport_stream stream = adapter->getTransportStream();
   const transport_stream zeroStream{};
+  // NOLINTNEXTLINE(bugprone-suspicious-memory-comparison): every byte is what is meant.
   EXPECT_EQ(std::memcmp(&stream, &zeroStream, sizeof stream), 0);
 }
 

@@ -20,7 +20,6 @@
 namespace {
 
 using namespace quillwork::client;
-using quillwork::CAROUSEL;
 using quillwork::DSMCC_COMMAND;
 using quillwork::IpcServerManager;
 using quillwork::LIST_HEADER;
@@ -77,12 +76,12 @@ TEST_F(AgainstTheLibrary, VideoAndAudio) {
   channel.setVideoAudio(2, 0.5);
   channel.setVideoMute(true);
   const Calls seen = calls();
-  EXPECT_EQ(Calls(seen.begin(), seen.end() - 1),
-            (Calls{"setVideoProperty(0, 1, 2, 3, 4)", "setVideoProperty(2, 0, 0, 0, 0)",
-                   "setVideoProperty(6, 3, spa)", "setVideoProperty(7, 1)",
-                   "setVideoProperty(8, 0)", "getMainVideoBounds(5, 6, 7, 8)",
-                   "getVideoLanguage(3)", "getVideoLanguages()", "getVideoProperty(16)",
-                   "updateGraphicsRegion(1, 2, 3, 4)", "setVideoAudio(2, 0.5)"}));
+  EXPECT_EQ(
+      Calls(seen.begin(), seen.end() - 1),
+      (Calls{"setVideoProperty(0, 1, 2, 3, 4)", "setVideoProperty(2, 0, 0, 0, 0)",
+             "setVideoProperty(6, 3, spa)", "setVideoProperty(7, 1)", "setVideoProperty(8, 0)",
+             "getMainVideoBounds(5, 6, 7, 8)", "getVideoLanguage(3)", "getVideoLanguages()",
+             "getVideoProperty(16)", "updateGraphicsRegion(1, 2, 3, 4)", "setVideoAudio(2, 0.5)"}));
   EXPECT_EQ(seen.back().substr(0, 15), "setVideoAudio(4");
   EXPECT_THROW(channel.getVideoLanguage(4), Error);
   EXPECT_THROW(channel.getVideoProperty(8), Error);
@@ -190,13 +189,13 @@ TEST_F(AgainstTheLibrary, MediaAndVersion) {
   channel.setMediaMute(9, false);
   channel.setMediaBassLevel(9, 1);
   channel.setMediaTrebleLevel(9, 2);
-  EXPECT_EQ(calls(),
-            (Calls{"open(file:///a.ts, 0)", "getDuration(9)", "getCurrentTime(9)",
-                   "setCurrentTime(9, 1, 2)", "addMediaListener(9)", "play(9)", "close(9)",
-                   "stop(9)", "setMediaBounds(9, 1, 2, 3, 4)", "getMediaBounds(9, 5, 6, 7, 8)",
-                   "setMediaFreeze(9, 1)", "setMediaBalanceLevel(9, -0.5)",
-                   "setMediaSoundLevel(9, 0.25)", "setMediaMute(9, 0)",
-                   "setMediaBassLevel(9, 1)", "setMediaTrebleLevel(9, 2)"}));
+  EXPECT_EQ(
+      calls(),
+      (Calls{"open(file:///a.ts, 0)", "getDuration(9)", "getCurrentTime(9)",
+             "setCurrentTime(9, 1, 2)", "addMediaListener(9)", "play(9)", "close(9)", "stop(9)",
+             "setMediaBounds(9, 1, 2, 3, 4)", "getMediaBounds(9, 5, 6, 7, 8)",
+             "setMediaFreeze(9, 1)", "setMediaBalanceLevel(9, -0.5)", "setMediaSoundLevel(9, 0.25)",
+             "setMediaMute(9, 0)", "setMediaBassLevel(9, 1)", "setMediaTrebleLevel(9, 2)"}));
 }
 
 TEST_F(AgainstTheLibrary, NotificationsReachWhoeverWaitsForThem) {
@@ -349,9 +348,9 @@ TEST(AgainstImpostors, AnotherAnswerIsNamed) {
 TEST(AgainstImpostors, CountsAreBounded) {
   EXPECT_EQ(complaintAbout(bytesOf(request(LIST_HEADER, -1)), services),
             prefix + "a list of -1 elements");
-  EXPECT_EQ(complaintAbout(bytesOf(request(LIST_HEADER, INT32_MAX)) + bytesOf(request(SI, 6)),
-                           services),
-            prefix + "a list of 2147483647 elements");
+  EXPECT_EQ(
+      complaintAbout(bytesOf(request(LIST_HEADER, INT32_MAX)) + bytesOf(request(SI, 6)), services),
+      prefix + "a list of 2147483647 elements");
   message record = request(SI, 2);
   put(record, 12 + 800, std::int32_t{-5});
   put(record, 12 + 824, std::int32_t{1});
@@ -373,10 +372,10 @@ TEST(AgainstImpostors, ABrokenCommandIsNamed) {
                                bytesOf(request(MEDIA, 16)),
                            service),
             prefix + "the parts of a command are broken off by group 8, type 16");
-  EXPECT_EQ(complaintAbout(bytesOf(request(LIST_HEADER, INT32_MAX)) +
-                               bytesOf(request(DSMCC_COMMAND, 1)),
-                           service),
-            prefix + "the receiver has closed the connection");
+  EXPECT_EQ(
+      complaintAbout(bytesOf(request(LIST_HEADER, INT32_MAX)) + bytesOf(request(DSMCC_COMMAND, 1)),
+                     service),
+      prefix + "the receiver has closed the connection");
   EXPECT_EQ(complaintAbout(bytesOf(request(SI, 7)),
                            [](ControlChannel& channel) {
                              channel.videoPropertyAction();

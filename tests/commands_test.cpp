@@ -75,9 +75,10 @@ TEST_F(OnTheSample, Services) {
   const Result table = client({"services"});
   EXPECT_EQ(firstLine(table.output),
             "service  stream  network  type  running  flags                       name");
-  EXPECT_NE(table.output.find("   1001    8193    65312    25        4  actual pat schedule p/f     "
-                              "Quill One\n"),
-            std::string::npos)
+  EXPECT_NE(
+      table.output.find("   1001    8193    65312    25        4  actual pat schedule p/f     "
+                        "Quill One\n"),
+      std::string::npos)
       << table.output;
 }
 

@@ -14,6 +14,7 @@ int main(int argumentCount, char** arguments) {
 }
 
 // What the sanitizers' runtimes ask a program for when it starts.
+// NOLINTBEGIN(bugprone-reserved-identifier): the names are the runtimes'.
 extern "C" {
 
 // A cancelled thread unwinds without telling AddressSanitizer, whose own clean-up then takes the
@@ -37,3 +38,4 @@ __attribute__((visibility("default"))) const char* __tsan_default_options() {
 }
 
 }  // extern "C"
+// NOLINTEND(bugprone-reserved-identifier)
