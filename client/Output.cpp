@@ -2,7 +2,7 @@
 
 #include <fmt/format.h>
 
-#include <ctime>
+#include <chrono>
 #include <map>
 
 #include "client/Table.h"
@@ -28,11 +28,14 @@ std::string orDash(std::int32_t value) { return value == -1 ? "-" : number(value
 
 std::string time(std::int32_t value) {
   if (value == -1) return "-";
-  const auto seconds = static_cast<time_t>(static_cast<std::uint32_t>(value));
-  std::tm parts{};
-  gmtime_r(&seconds, &parts);
-  return fmt::format("{:04}-{:02}-{:02} {:02}:{:02}:{:02}", parts.tm_year + 1900, parts.tm_mon + 1,
-                     parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec);
+  // With std::chrono, for a time_t of 32 bits ends in 2038.
+  const std::chrono::sys_seconds when{std::chrono::seconds(static_cast<std::uint32_t>(value))};
+  const auto day = std::chrono::floor<std::chrono::days>(when);
+  const std::chrono::year_month_day date(day);
+  const std::chrono::hh_mm_ss clock(when - day);
+  return fmt::format("{:04}-{:02}-{:02} {:02}:{:02}:{:02}", static_cast<int>(date.year()),
+                     static_cast<unsigned>(date.month()), static_cast<unsigned>(date.day()),
+                     clock.hours().count(), clock.minutes().count(), clock.seconds().count());
 }
 
 std::string duration(std::int32_t seconds) {
@@ -50,7 +53,9 @@ std::string serviceFlags(std::int32_t flags) {
       {1 << 6, "actual"}, {1 << 7, "pat"}, {1 << 3, "ca"}, {1 << 4, "schedule"}, {1 << 5, "p/f"}};
   std::string words;
   for (const auto& [bit, name] : names) {
-    if ((flags & bit) != 0) words += (words.empty() ? "" : " ") + std::string(name);
+    if ((flags & bit) == 0) continue;
+    if (!words.empty()) words += ' ';
+    words += name;
   }
   return words;
 }

@@ -67,9 +67,10 @@ Descriptors readLoop(const std::uint8_t* lengthField) {
 
 /// A descriptor in the form that biTStream's getters take: header and bytes.
 std::vector<std::uint8_t> whole(const Descriptor& descriptor) {
-  std::vector<std::uint8_t> bytes = {descriptor.tag,
-                                     static_cast<std::uint8_t>(descriptor.data.size())};
-  bytes.insert(bytes.end(), descriptor.data.begin(), descriptor.data.end());
+  std::vector<std::uint8_t> bytes(DESC_HEADER_SIZE + descriptor.data.size());
+  desc_set_tag(bytes.data(), descriptor.tag);
+  desc_set_length(bytes.data(), static_cast<std::uint8_t>(descriptor.data.size()));
+  std::copy(descriptor.data.begin(), descriptor.data.end(), bytes.begin() + DESC_HEADER_SIZE);
   return bytes;
 }
 

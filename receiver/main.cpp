@@ -5,10 +5,10 @@
 #include <pthread.h>
 
 #include <CLI/CLI.hpp>
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <ctime>
 #include <exception>
 #include <optional>
 #include <stdexcept>
@@ -25,11 +25,14 @@ using receiver::StreamFile;
 
 std::string timeText(std::optional<std::int64_t> time) {
   if (!time) return "none";
-  const auto seconds = static_cast<time_t>(*time);
-  std::tm parts{};
-  gmtime_r(&seconds, &parts);
-  return fmt::format("{:04}-{:02}-{:02}T{:02}:{:02}:{:02}", parts.tm_year + 1900, parts.tm_mon + 1,
-                     parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec);
+  // With std::chrono, for a time_t of 32 bits ends in 2038.
+  const std::chrono::sys_seconds when{std::chrono::seconds(*time)};
+  const auto day = std::chrono::floor<std::chrono::days>(when);
+  const std::chrono::year_month_day date(day);
+  const std::chrono::hh_mm_ss clock(when - day);
+  return fmt::format("{:04}-{:02}-{:02}T{:02}:{:02}:{:02}", static_cast<int>(date.year()),
+                     static_cast<unsigned>(date.month()), static_cast<unsigned>(date.day()),
+                     clock.hours().count(), clock.minutes().count(), clock.seconds().count());
 }
 
 void printSummary(const std::string& path, const ServiceInformation& information) {

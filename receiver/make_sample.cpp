@@ -213,6 +213,12 @@ Bytes shortEvent(const std::string& name, const std::string& text) {
   });
 }
 
+Bytes joined(std::initializer_list<Bytes> parts) {
+  Bytes all;
+  for (const Bytes& part : parts) all.insert(all.end(), part.begin(), part.end());
+  return all;
+}
+
 /// A text over as many extended event descriptors as it takes, the first with one item.
 Bytes extendedEvent(const std::string& text) {
   // Each part chooses its character table anew, and none ends inside a character.
@@ -233,19 +239,12 @@ Bytes extendedEvent(const std::string& text) {
         items.insert(items.end(), field.begin(), field.end());
       }
     }
-    Bytes data = {octet(part << 4U | last), 'e', 'n', 'g', octet(items.size())};
-    data.insert(data.end(), items.begin(), items.end());
-    data.push_back(octet(piece.size()));
-    data.insert(data.end(), piece.begin(), piece.end());
+    const Bytes head = {octet(part << 4U | last), 'e', 'n', 'g', octet(items.size())};
+    const Bytes length = {octet(piece.size())};
+    const Bytes data = joined({head, items, length, Bytes(piece.begin(), piece.end())});
     const Bytes bytes = rawDescriptor(0x4e, data);
     all.insert(all.end(), bytes.begin(), bytes.end());
   }
-  return all;
-}
-
-Bytes joined(std::initializer_list<Bytes> parts) {
-  Bytes all;
-  for (const Bytes& part : parts) all.insert(all.end(), part.begin(), part.end());
   return all;
 }
 
