@@ -13,6 +13,7 @@
 #include "client/SectionFilterChannel.h"
 #include "protocol/IpcServerManager.h"
 #include "protocol/message.h"
+#include "support/ApplicationStateWait.h"
 #include "support/DemuxRecorder.h"
 #include "support/GoldenListener.h"
 #include "support/RawClient.h"
@@ -219,6 +220,7 @@ TEST_F(AgainstTheLibrary, NotificationsReachWhoeverWaitsForThem) {
   EXPECT_FALSE(channel.waitForNotification(std::chrono::milliseconds(0)));
   std::thread caller([&] { EXPECT_TRUE(manager->setApplicationState(quillwork::state{4})); });
   EXPECT_EQ(std::get<ApplicationStateRequest>(next()).state, 4);
+  awaitApplicationStateWait();
   channel.answerApplicationState(true);
   caller.join();
 }

@@ -8,8 +8,8 @@
 #include <thread>
 
 #include "protocol/IpcServerManager.h"
-#include "protocol/ManagerState.h"
 #include "protocol/message.h"
+#include "support/ApplicationStateWait.h"
 #include "support/CallLog.h"
 #include "support/RawClient.h"
 #include "support/RecordingListener.h"
@@ -46,22 +46,8 @@ class Notifications : public testing::Test {
     });
     const message record = client.receiveRecord();
     EXPECT_EQ(bytesOf(record), bytesOf(request(APPLICATION_STATE, newState)));
-    awaitWaiting();
+    awaitApplicationStateWait();
     return answer;
-  }
-
-  /// The call holds its mutex from the moment the pending flag is set until it waits.
-  static void awaitWaiting() {
-    const std::atomic_ref<bool> pending(manager_state::applicationStatePending);
-    while (!pending.load()) std::this_thread::yield();
-    // The count of the condition's waiters is not public; it is the first field of its state.
-    while (!hasWaiter()) std::this_thread::yield();
-  }
-
-  static bool hasWaiter() {
-    // Waiters are counted in a condition's __wrefs, eight for each.
-    const auto& data = manager_state::applicationStateCondition.__data;
-    return __atomic_load_n(&data.__wrefs, __ATOMIC_SEQ_CST) >= 8;
   }
 
   Arrivals arrivals;
