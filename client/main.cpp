@@ -167,11 +167,12 @@ void addOthers(CLI::App& application) {
   static std::string name;
   static std::string value;
   static bool removed = false;
+  static bool isSet = false;
   auto* const property = command(application, "property", "list, show or change properties", [] {
     ControlChannel channel = connect();
     if (removed) {
       channel.removeSystemProperty(name);
-    } else if (!value.empty()) {
+    } else if (isSet) {
       channel.setSystemProperty(name, value);
     } else if (name.empty()) {
       show(channel.getSystemProperties());
@@ -181,7 +182,9 @@ void addOthers(CLI::App& application) {
   });
   auto* const nameOption =
       property->add_option("NAME", name, "the property; all of them without it");
-  auto* const setOption = property->add_option("--set", value, "give it this value");
+  auto* const setOption =
+      property->add_option("--set", value, "give it this value, also an empty one");
+  setOption->each([](const std::string&) { isSet = true; });
   setOption->needs(nameOption);
   property->add_flag("--remove", removed, "remove it")->needs(nameOption)->excludes(setOption);
 
