@@ -33,6 +33,9 @@ extern pthread_cond_t applicationStateCondition;
 /// missed the signal of its client's leaving.
 extern std::atomic<std::uint32_t> endedConnections;
 
+/// Waits for the answer to a call that was sent when `ended` connections had ended. Touches nothing
+/// but the call's own state: the manager may be gone when it returns.
+bool awaitAnswer(std::uint32_t ended);
 /// The client has answered.
 void answerApplicationState(bool answer);
 /// The client has gone: the pending call returns true.

@@ -49,10 +49,6 @@ void endAllApplicationStateCalls() {
   pthread_cond_broadcast(&applicationStateCondition);
 }
 
-namespace {
-
-/// Waits for the answer to a call that was sent when `ended` connections had ended. Touches nothing
-/// but the call's own state: the manager may be gone when it returns.
 bool awaitAnswer(std::uint32_t ended) {
   pending().store(true);
   result().store(false);
@@ -70,7 +66,6 @@ bool awaitAnswer(std::uint32_t ended) {
   return answer;
 }
 
-}  // namespace
 }  // namespace manager_state
 
 namespace {

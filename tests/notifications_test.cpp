@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "protocol/IpcServerManager.h"
+#include "protocol/ManagerState.h"
 #include "protocol/message.h"
 #include "support/ApplicationStateWait.h"
 #include "support/CallLog.h"
@@ -154,6 +155,12 @@ TEST_F(Notifications, ADisconnectionBetweenTheSendAndTheWaitIsNotLost) {
     EXPECT_TRUE(answer.get());
     EXPECT_TRUE(arrivals.log.await("disconnected()"));
   }
+}
+
+TEST_F(Notifications, TheWaitDoesNotBeginWhenTheConnectionHasEndedSinceTheSend) {
+  const std::uint32_t whenSent = manager_state::endedConnections.load();
+  manager_state::endApplicationStateCall();
+  EXPECT_TRUE(manager_state::awaitAnswer(whenSent));
 }
 
 TEST_F(Notifications, AnUnrequestedAnswerOnlyStoresItsByte) {
