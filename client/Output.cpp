@@ -88,8 +88,6 @@ std::string hex(const std::vector<std::uint8_t>& bytes) {
   return fmt::format("{:02x}", fmt::join(bytes, ""));
 }
 
-Json toJson(const std::vector<std::uint8_t>& bytes) { return hex(bytes); }
-
 Json toJson(const Service& service) {
   Json json;
   addValues(json, service.values);
@@ -269,10 +267,6 @@ void printRecord(const TransportStream& stream) {
                deliveryName(stream.mode)});
   }
   table.print(stdout);
-}
-
-void printRecord(const Notification& notification) {
-  fmt::print("{}\n", toJson(notification).dump());
 }
 
 void printSection(const std::vector<std::uint8_t>& section) {

@@ -22,7 +22,6 @@ Json toJson(const TransportStream& stream);
 Json toJson(const Descriptor& descriptor);
 Json toJson(const SystemProperty& property);
 Json toJson(const Notification& notification);
-Json toJson(const std::vector<std::uint8_t>& bytes);
 
 void printTable(const std::vector<Service>& services);
 void printTable(const std::vector<ServiceComponent>& components);
@@ -33,7 +32,6 @@ void printTable(const std::vector<SystemProperty>& properties);
 void printRecord(const ProgramEvent& event);
 void printRecord(const Network& network);
 void printRecord(const TransportStream& stream);
-void printRecord(const Notification& notification);
 /// Sixteen bytes a line, with their characters.
 void printSection(const std::vector<std::uint8_t>& section);
 

@@ -97,8 +97,6 @@ std::vector<Golden> Golden::readAll(const std::string& directory) {
   return all;
 }
 
-const std::string& Golden::request() const { return parts.at(0).bytes; }
-
 std::string differences(const Golden::Part& expected, const std::string& received, bool wide) {
   std::ostringstream text;
   if (received.size() != expected.bytes.size()) {

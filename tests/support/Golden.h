@@ -32,8 +32,6 @@ struct Golden {
   static Golden read(const std::string& path);
   /// Every file of the directory, in the order of their names.
   static std::vector<Golden> readAll(const std::string& directory);
-
-  [[nodiscard]] const std::string& request() const;
 };
 
 /// How a test's parameter is shown.
