@@ -375,6 +375,25 @@ TEST_F(ControlTransport, AConnectionCutByAStopRaisesNoEvent) {
   EXPECT_EQ(recorder.log.take(), (Calls{"clientConnected()", "update(6, 7, 5, -5)"}));
 }
 
+TEST_F(ControlTransport, AListenerThatThrowsWhileTheServerStopsRaisesNoFurtherEvent) {
+  std::latch inside(1);
+  recorder.onUpdate = [&](message&) {
+    inside.count_down();
+    // Sends fail from the moment on in which the stop has begun.
+    std::thread([&] {
+      while (server.sendMessage("x", 1)) std::this_thread::yield();
+    }).join();
+    throw std::runtime_error("too late");
+  };
+  start();
+  RawClient client(path);
+  client.send(numbered(6, 7, 5));
+  inside.wait();
+  const CaughtStream errors(stderr);
+  server.stop();
+  EXPECT_EQ(recorder.log.take(), (Calls{"clientConnected()", "update(6, 7, 5, -5)"}));
+}
+
 TEST_F(ControlTransport, AStoppedServerStartsAgainWithANewSocketAndThread) {
   start();
   server.stop();
