@@ -65,9 +65,11 @@ Descriptors readLoop(const std::uint8_t* lengthField) {
   return readLoop(lengthField + 2, word(lengthField) & 0xfffU);
 }
 
-/// A descriptor in the form that biTStream's getters take: header and bytes.
+/// A descriptor in the form that biTStream's getters take: header and bytes. Behind them zero
+/// bytes: its validators follow the lengths inside a descriptor, at most 255 bytes from its last
+/// one, before they compare them with the descriptor's own.
 std::vector<std::uint8_t> whole(const Descriptor& descriptor) {
-  std::vector<std::uint8_t> bytes(DESC_HEADER_SIZE + descriptor.data.size());
+  std::vector<std::uint8_t> bytes(DESC_HEADER_SIZE + descriptor.data.size() + 256);
   desc_set_tag(bytes.data(), descriptor.tag);
   desc_set_length(bytes.data(), static_cast<std::uint8_t>(descriptor.data.size()));
   std::copy(descriptor.data.begin(), descriptor.data.end(), bytes.begin() + DESC_HEADER_SIZE);
@@ -133,10 +135,19 @@ bool sameContent(const Section& one, const Section& other) {
 
 bool isEit(std::uint8_t tableId) { return tableId >= 0x4e && tableId <= 0x6f; }
 
-/// Whether the section is one that its reader below can read to its end.
+/// Whether the section is one that its reader below can read to its end. Only those of the EIT may
+/// have more than 1,024 bytes, so that biTStream's indices of eight bits suffice for all others.
 bool isReadable(const Section& section) {
-  const std::uint8_t* const data = section.data();
-  switch (psi_get_tableid(data)) {
+  // biTStream looks at a table's whole header before it looks at the length.
+  constexpr std::size_t longestHeader = EIT_HEADER_SIZE;
+  constexpr std::size_t usualLimit = PSI_HEADER_SIZE + PSI_MAX_SIZE;
+  Section padded = section;
+  padded.resize(std::max(section.size(), longestHeader + PSI_CRC_SIZE));
+  const std::uint8_t* const data = padded.data();
+  const std::uint8_t tableId = psi_get_tableid(data);
+  if (isEit(tableId)) return section.size() >= EIT_HEADER_SIZE + PSI_CRC_SIZE && eit_validate(data);
+  if (section.size() < PAT_HEADER_SIZE + PSI_CRC_SIZE || section.size() > usualLimit) return false;
+  switch (tableId) {
     case PAT_TABLE_ID:
       return pat_validate(data);
     case CAT_TABLE_ID:
@@ -152,8 +163,7 @@ bool isReadable(const Section& section) {
     case SDT_TABLE_ID_OTHER:
       return sdt_validate(data);
     default:
-      return isEit(psi_get_tableid(data)) && section.size() >= EIT_HEADER_SIZE + PSI_CRC_SIZE &&
-             eit_validate(data);
+      return false;
   }
 }
 
@@ -395,8 +405,10 @@ std::vector<Event> ServiceInformation::events() const {
       seen;
   forEachSection(
       EIT_TABLE_ID_PF_ACTUAL, EIT_TABLE_ID_SCHED_OTHER_LAST, [&](std::uint16_t, Section& section) {
-        for (std::uint8_t index = 0;
-             std::uint8_t* const entry = eit_get_event(section.data(), index); ++index) {
+        // Not by eit_get_event(), whose index has eight bits: a section can hold 339 events.
+        std::uint8_t* const end = section.data() + section.size() - PSI_CRC_SIZE;
+        for (std::uint8_t* entry = section.data() + EIT_HEADER_SIZE; entry < end;
+             entry += EIT_EVENT_SIZE + eitn_get_desclength(entry)) {
           Event event = readEvent(section, entry);
           const std::uint32_t stream = doubleWord(&section[8]);
           if (seen.emplace(event.tableId, stream, event.service, event.section, event.id).second) {

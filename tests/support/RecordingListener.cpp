@@ -118,12 +118,12 @@ std::string RecordingListener::getSICodingFormat() {
 
 std::list<quillwork::program_event> RecordingListener::getProgramEvents() {
   called("getProgramEvents");
-  return makeEvents != nullptr ? makeEvents() : std::list<quillwork::program_event>();
+  return makeEvents ? makeEvents() : std::list<quillwork::program_event>();
 }
 
 quillwork::program_event RecordingListener::getProgramEvent() {
   called("getProgramEvent");
-  if (makeEvent != nullptr) return makeEvent();
+  if (makeEvent) return makeEvent();
   quillwork::program_event none{};
   none.value_2 = -1;
   return none;

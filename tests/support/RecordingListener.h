@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <list>
 #include <map>
 #include <string>
@@ -30,8 +31,10 @@ class RecordingListener : public quillwork::IpcServerListener {
   quillwork::network networkAnswer{-1, {}, 0};
   quillwork::transport_stream transportStream{0, -1, 0, 0, 0, 0, {}};
   /// Made anew for each call, as the caller owns their lists.
-  std::list<quillwork::program_event> (*makeEvents)() = nullptr;
-  quillwork::program_event (*makeEvent)() = nullptr;
+  std::function<std::list<quillwork::program_event>()> makeEvents;
+  std::function<quillwork::program_event()> makeEvent;
+  /// Called inside each operation, with its name; what it throws escapes from the operation.
+  std::function<void(const std::string& operation)> onCall;
   /// What the bounds operations write; the value `untouched` writes nothing.
   static constexpr int untouched = -99;
   int bounds[4] = {untouched, untouched, untouched, untouched};
@@ -94,6 +97,7 @@ class RecordingListener : public quillwork::IpcServerListener {
   template <class... Arguments>
   void called(const std::string& operation, const Arguments&... arguments) {
     log.add(name.empty() ? operation : name + "." + operation, arguments...);
+    if (onCall) onCall(operation);
   }
   int number(const std::string& operation, int nothing) const {
     const auto found = numbers.find(operation);
