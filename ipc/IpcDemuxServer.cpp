@@ -9,6 +9,8 @@
 #include <cstdio>
 #include <ctime>
 #include <memory>
+#include <stdexcept>
+#include <string>
 #include <vector>
 
 #include "ipc/AcceptThread.h"
@@ -25,6 +27,10 @@ int clientSocket = -1;
 
 constexpr const char* path = "/dev/shm/ipcdemux.socket";
 constexpr int pathLength = 24;
+
+// A section has 4096 bytes, and a pattern no more. What is far beyond is not stored but taken for
+// more than memory holds: the process must not be killed for what a client claims to send.
+constexpr std::int32_t longestVector = 16 << 20;
 
 // How long a call into a released listener may take to come back by itself.
 constexpr long graceNanoseconds = 200'000'000;
@@ -108,6 +114,9 @@ class Arguments {
   Bytes vector() {
     Bytes bytes;
     count_ = integer(count_);
+    if (count_ > longestVector) {
+      throw std::length_error("a vector of " + std::to_string(count_) + " bytes");
+    }
     for (std::int32_t index = 0; index < count_; ++index) {
       if (recv(connection_, &byte_, 1, MSG_WAITALL) != 1) {
         // The peer is gone for good: every further receive would leave the byte as it is.

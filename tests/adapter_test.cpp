@@ -15,6 +15,7 @@
 #include "protocol/IpcServerManager.h"
 #include "protocol/ReplyLists.h"
 #include "protocol/message.h"
+#include "support/Adapter.h"
 #include "support/FakeHost.h"
 #include "support/RawClient.h"
 #include "support/StandardStreams.h"
@@ -23,14 +24,6 @@ namespace {
 
 using namespace quillwork;
 using Calls = std::vector<std::string>;
-
-/// The adapter is deleted as what it is: its class has no virtual destructor.
-void deleteAdapter(MiddlewareIpc* adapter) {
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wdelete-non-virtual-dtor"
-  delete adapter;
-#pragma GCC diagnostic pop
-}
 
 const Calls creation = {
     "createVideo()",

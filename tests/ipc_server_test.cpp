@@ -4,6 +4,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -21,6 +22,7 @@
 
 #include "support/CallLog.h"
 #include "support/RawClient.h"
+#include "support/Sockets.h"
 #include "support/StandardStreams.h"
 #include "support/Threads.h"
 
@@ -315,10 +317,6 @@ TEST_F(ControlTransport, AFailedBindIsReportedAndASecondStartTriesAgain) {
   EXPECT_TRUE(recorder.log.await("clientConnected()"));
 }
 
-std::ptrdiff_t openDescriptors() {
-  return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
-}
-
 TEST_F(ControlTransport, FailedStartsLeaveNoMoreThanTheLastOnesSocket) {
   IpcServer lost(&recorder, "/dev/shm/none/s", 15);
   const CaughtStream errors(stderr);
@@ -392,6 +390,25 @@ TEST_F(ControlTransport, AListenerThatThrowsWhileTheServerStopsRaisesNoFurtherEv
   const CaughtStream errors(stderr);
   server.stop();
   EXPECT_EQ(recorder.log.take(), (Calls{"clientConnected()", "update(6, 7, 5, -5)"}));
+}
+
+TEST_F(ControlTransport, AListenerIsNotCancelledInsideOfItsOwnWait) {
+  std::latch inside(1);
+  bool hasFinished = false;
+  recorder.onUpdate = [&](message&) {
+    inside.count_down();
+    // A wait of the host's is a cancellation point, and the stop has begun when sends fail.
+    while (server.sendMessage("x", 1)) poll(nullptr, 0, 1);
+    poll(nullptr, 0, 0);
+    hasFinished = true;
+  };
+  start();
+  RawClient client(path);
+  client.send(numbered(6, 7, 5));
+  inside.wait();
+  const CaughtStream errors(stderr);
+  server.stop();
+  EXPECT_TRUE(hasFinished);
 }
 
 TEST_F(ControlTransport, AStoppedServerStartsAgainWithANewSocketAndThread) {
@@ -525,14 +542,12 @@ TEST_F(ControlTransport, AFailedAcceptEndsTheThreadAndOnlyAStopAndAStartReviveIt
   start();
   const CaughtStream errors(stderr);
   // Takes the listening socket away under the thread: the only socket that listens here.
-  for (int descriptor = 3; descriptor < 64; ++descriptor) {
+  forEachSocket([](int descriptor) {
     int listening = 0;
     socklen_t size = sizeof listening;
-    if (getsockopt(descriptor, SOL_SOCKET, SO_ACCEPTCONN, &listening, &size) == 0 &&
-        listening != 0) {
-      shutdown(descriptor, SHUT_RDWR);
-    }
-  }
+    getsockopt(descriptor, SOL_SOCKET, SO_ACCEPTCONN, &listening, &size);
+    if (listening != 0) shutdown(descriptor, SHUT_RDWR);
+  });
   const std::string expected =
       std::string("Can't accept new connections: ") + std::strerror(EINVAL);
   while (errors.text().empty()) std::this_thread::yield();
@@ -549,12 +564,10 @@ TEST_F(ControlTransport, TheSocketsAreClosedInAChildOfTheHost) {
   RawClient client(path);
   ASSERT_TRUE(recorder.log.await("clientConnected()"));
   int sockets = 0;
-  for (int descriptor = 3; descriptor < 64; ++descriptor) {
-    struct stat status {};
-    if (fstat(descriptor, &status) != 0 || !S_ISSOCK(status.st_mode)) continue;
+  forEachSocket([&](int descriptor) {
     ++sockets;
     EXPECT_NE(fcntl(descriptor, F_GETFD) & FD_CLOEXEC, 0) << descriptor;
-  }
+  });
   EXPECT_EQ(sockets, 3);
 }
 

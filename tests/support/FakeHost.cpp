@@ -23,6 +23,7 @@ FakeHost& host() { return *theHost; }
 template <class... Arguments>
 void called(const std::string& operation, const Arguments&... arguments) {
   host().log.add(operation, arguments...);
+  if (host().onCall) host().onCall(operation);
 }
 
 template <class... Arguments>

@@ -44,6 +44,8 @@ class FakeHost {
   middlewarefacade::TransportStream_ transportStream;
   std::list<int> identifiers;
   std::vector<unsigned char> section;
+  /// Called at the beginning of each operation, with its name.
+  std::function<void(const std::string& operation)> onCall;
   /// Called inside readSection().
   std::function<void()> onReadSection;
   /// Called while the video facade is being deleted.

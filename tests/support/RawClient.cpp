@@ -61,6 +61,14 @@ quillwork::message RawClient::ask(const quillwork::message& record) const {
   return receiveRecord();
 }
 
+void RawClient::drain() const {
+  char buffer[65536];
+  ssize_t received = 0;
+  while ((received = recv(socket_, buffer, sizeof buffer, 0)) > 0) {
+  }
+  if (received < 0 && errno != ECONNRESET) ADD_FAILURE() << "no end: " << std::strerror(errno);
+}
+
 bool RawClient::isAtEnd() const {
   char byte = 0;
   const ssize_t received = recv(socket_, &byte, 1, 0);

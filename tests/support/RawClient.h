@@ -27,6 +27,8 @@ class RawClient {
   [[nodiscard]] quillwork::message receiveRecord() const;
   /// Sends the record and returns the answer.
   [[nodiscard]] quillwork::message ask(const quillwork::message& record) const;
+  /// Receives until the peer has closed or reset the connection.
+  void drain() const;
   /// Whether the peer has closed the connection and sent nothing more.
   [[nodiscard]] bool isAtEnd() const;
   void closeSending() const;

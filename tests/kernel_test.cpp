@@ -1,0 +1,349 @@
+// What the library takes for granted of the kernel and the C library: how a blocked send is woken,
+// what half a connection does, where a cancellation strikes.
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <pthread.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstring>
+#include <exception>
+#include <functional>
+#include <string>
+#include <thread>
+#include <utility>
+
+#include "support/RawClient.h"
+#include "support/Threads.h"
+
+namespace {
+
+/// Two connected Unix-domain stream sockets.
+class Pair {
+ public:
+  Pair() { EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends_), 0); }
+  ~Pair() {
+    for (const int end : ends_) {
+      if (end != -1) close(end);
+    }
+  }
+  Pair(const Pair&) = delete;
+  Pair& operator=(const Pair&) = delete;
+
+  [[nodiscard]] int ours() const { return ends_[0]; }
+  [[nodiscard]] int theirs() const { return ends_[1]; }
+  void closeTheirs() { close(std::exchange(ends_[1], -1)); }
+
+ private:
+  int ends_[2] = {-1, -1};
+};
+
+/// A thread that sends until a send fails, and the error number of that one.
+class Sender {
+ public:
+  explicit Sender(int socket)
+      : thread_([this, socket] {
+          id_ = threadId();
+          char bytes[1960] = {};
+          while (send(socket, bytes, sizeof bytes, MSG_NOSIGNAL) == sizeof bytes) {
+          }
+          error_ = errno;
+        }) {}
+  void awaitBlocked() const { awaitSleeping(id_); }
+  int join() {
+    thread_.join();
+    return error_;
+  }
+
+ private:
+  std::atomic<pid_t> id_{0};
+  int error_ = 0;
+  std::thread thread_;
+};
+
+bool isReadable(int socket) {
+  pollfd ready{socket, POLLIN, 0};
+  return poll(&ready, 1, 0) == 1;
+}
+
+TEST(BlockedSend, IsWokenByAShutdownOfItsSendingDirection) {
+  const Pair pair;
+  Sender sender(pair.ours());
+  sender.awaitBlocked();
+  shutdown(pair.ours(), SHUT_WR);
+  const int error = sender.join();
+  // The last one may have sent a part of its bytes, and then the next one failed.
+  EXPECT_EQ(error, EPIPE);
+  // The receiving direction stands: nothing looks like the peer's leaving.
+  EXPECT_FALSE(isReadable(pair.ours()));
+  EXPECT_EQ(send(pair.theirs(), "x", 1, MSG_NOSIGNAL), 1);
+  char byte = 0;
+  EXPECT_EQ(recv(pair.ours(), &byte, 1, 0), 1);
+}
+
+TEST(BlockedSend, IsWokenByAShutdownOfBothDirections) {
+  const Pair pair;
+  Sender sender(pair.ours());
+  sender.awaitBlocked();
+  shutdown(pair.ours(), SHUT_RDWR);
+  EXPECT_EQ(sender.join(), EPIPE);
+}
+
+TEST(BlockedSend, IsWokenByThePeersClose) {
+  Pair pair;
+  Sender sender(pair.ours());
+  sender.awaitBlocked();
+  pair.closeTheirs();
+  const int error = sender.join();
+  EXPECT_TRUE(error == EPIPE || error == ECONNRESET) << error;
+}
+
+TEST(BlockedSend, IsWokenWhenThePeerShutsItsReceivingDirection) {
+  const Pair pair;
+  Sender sender(pair.ours());
+  sender.awaitBlocked();
+  shutdown(pair.theirs(), SHUT_RD);
+  EXPECT_EQ(sender.join(), EPIPE);
+}
+
+TEST(HalfClosedPeer, StillTakesWhatIsSent) {
+  const Pair pair;
+  shutdown(pair.theirs(), SHUT_WR);
+  char bytes[4] = {};
+  EXPECT_EQ(recv(pair.ours(), bytes, sizeof bytes, MSG_WAITALL), 0);
+  EXPECT_EQ(send(pair.ours(), "abcd", 4, MSG_NOSIGNAL), 4);
+  EXPECT_EQ(recv(pair.theirs(), bytes, sizeof bytes, MSG_WAITALL), 4);
+}
+
+TEST(HalfClosedPeer, EndsAReceiveOfAllWithThePartThatCame) {
+  const Pair pair;
+  EXPECT_EQ(send(pair.theirs(), "abc", 3, 0), 3);
+  shutdown(pair.theirs(), SHUT_WR);
+  char bytes[8] = {};
+  EXPECT_EQ(recv(pair.ours(), bytes, sizeof bytes, MSG_WAITALL), 3);
+  EXPECT_EQ(recv(pair.ours(), bytes, sizeof bytes, MSG_WAITALL), 0);
+}
+
+TEST(HalfClosedPeer, LeavesWhatItSentBeforeItClosed) {
+  Pair pair;
+  EXPECT_EQ(send(pair.theirs(), "abc", 3, 0), 3);
+  pair.closeTheirs();
+  char bytes[3] = {};
+  EXPECT_EQ(recv(pair.ours(), bytes, sizeof bytes, MSG_WAITALL), 3);
+  EXPECT_EQ(recv(pair.ours(), bytes, sizeof bytes, MSG_WAITALL), 0);
+}
+
+TEST(HalfClosedPeer, IsResetWhenWeCloseWithItsBytesUnread) {
+  Pair pair;
+  EXPECT_EQ(send(pair.ours(), "abc", 3, 0), 3);
+  EXPECT_EQ(send(pair.theirs(), "reply", 5, 0), 5);
+  pair.closeTheirs();
+  // What was sent before is not lost by it.
+  char bytes[5] = {};
+  EXPECT_EQ(recv(pair.ours(), bytes, sizeof bytes, MSG_WAITALL), 5);
+  EXPECT_EQ(recv(pair.ours(), bytes, sizeof bytes, 0), -1);
+  EXPECT_EQ(errno, ECONNRESET);
+}
+
+TEST(ClosedPeer, FailsASendWithoutASignal) {
+  Pair pair;
+  pair.closeTheirs();
+  EXPECT_EQ(send(pair.ours(), "x", 1, MSG_NOSIGNAL), -1);
+  EXPECT_EQ(errno, EPIPE);
+}
+
+/// A socket that listens as the library's do.
+class Listening {
+ public:
+  Listening() {
+    unlink(name);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::strncpy(address.sun_path, name, sizeof address.sun_path - 1);
+    EXPECT_EQ(bind(socket_, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    EXPECT_EQ(listen(socket_, 1), 0);
+  }
+  ~Listening() { close(); }
+  Listening(const Listening&) = delete;
+  Listening& operator=(const Listening&) = delete;
+
+  [[nodiscard]] int descriptor() const { return socket_; }
+  void close() {
+    if (socket_ != -1) ::close(std::exchange(socket_, -1));
+  }
+
+  static constexpr const char* name = "/dev/shm/kernel.socket";
+
+ private:
+  int socket_ = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+};
+
+TEST(ListeningSocket, GivesNothingWithoutBlockingAndSaysWhenItIsShutDown) {
+  const Listening listening;
+  EXPECT_EQ(accept4(listening.descriptor(), nullptr, nullptr, SOCK_CLOEXEC), -1);
+  EXPECT_EQ(errno, EAGAIN);
+  {
+    const RawClient client(Listening::name);
+    const int accepted = accept4(listening.descriptor(), nullptr, nullptr, SOCK_CLOEXEC);
+    ASSERT_NE(accepted, -1);
+    // It does not inherit the listening socket's not blocking.
+    EXPECT_EQ(fcntl(accepted, F_GETFL) & O_NONBLOCK, 0);
+    close(accepted);
+  }
+  shutdown(listening.descriptor(), SHUT_RDWR);
+  pollfd ready{listening.descriptor(), POLLIN, 0};
+  EXPECT_EQ(poll(&ready, 1, -1), 1);
+  EXPECT_NE(ready.revents & POLLHUP, 0);
+}
+
+TEST(ListeningSocket, ClosedWithAConnectionThatWaitsEndsThatOne) {
+  Listening listening;
+  const RawClient client(Listening::name);
+  listening.close();
+  EXPECT_TRUE(client.isAtEnd());
+}
+
+/// A thread that can be cancelled, made without the standard library's, which would not be joined.
+class Cancelled {
+ public:
+  explicit Cancelled(std::function<void()> body) : body_(std::move(body)) {
+    pthread_create(
+        &thread_, nullptr,
+        [](void* self) -> void* {
+          auto& cancelled = *static_cast<Cancelled*>(self);
+          cancelled.id_ = threadId();
+          cancelled.body_();
+          return nullptr;
+        },
+        this);
+  }
+  void awaitSleep() const { awaitSleeping(id_); }
+  void cancel() const { pthread_cancel(thread_); }
+  /// Whether the cancellation ended it.
+  [[nodiscard]] bool join() const {
+    void* result = nullptr;
+    pthread_join(thread_, &result);
+    return result == PTHREAD_CANCELED;
+  }
+
+ private:
+  std::function<void()> body_;
+  std::atomic<pid_t> id_{0};
+  pthread_t thread_{};
+};
+
+TEST(Cancellation, StrikesInPollReceiveAndSend) {
+  const Pair pair;
+  const std::function<void()> waits[] = {
+      [&] {
+        pollfd waiting{pair.ours(), POLLIN, 0};
+        poll(&waiting, 1, -1);
+      },
+      [&] {
+        char byte = 0;
+        recv(pair.ours(), &byte, 1, MSG_WAITALL);
+      },
+      [&] {
+        char bytes[1960] = {};
+        while (send(pair.ours(), bytes, sizeof bytes, MSG_NOSIGNAL) > 0) {
+        }
+      },
+  };
+  for (const auto& wait : waits) {
+    const Cancelled thread(wait);
+    thread.awaitSleep();
+    thread.cancel();
+    EXPECT_TRUE(thread.join());
+  }
+}
+
+TEST(Cancellation, WaitsUntilItIsAllowed) {
+  const Pair pair;
+  std::atomic<bool> hasReceived{false};
+  const Cancelled thread([&] {
+    int before = 0;
+    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before);
+    char byte = 0;
+    recv(pair.ours(), &byte, 1, MSG_WAITALL);
+    hasReceived = true;
+    pthread_setcancelstate(before, nullptr);
+    pthread_testcancel();
+  });
+  thread.awaitSleep();
+  thread.cancel();
+  EXPECT_EQ(send(pair.theirs(), "x", 1, 0), 1);
+  EXPECT_TRUE(thread.join());
+  EXPECT_TRUE(hasReceived);
+}
+
+TEST(Cancellation, DoesNotStrikeInAMutexWait) {
+  pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
+  pthread_mutex_lock(&mutex);
+  std::atomic<bool> hasLocked{false};
+  const Cancelled thread([&] {
+    pthread_mutex_lock(&mutex);
+    hasLocked = true;
+    pthread_mutex_unlock(&mutex);
+    pthread_testcancel();
+  });
+  thread.awaitSleep();
+  thread.cancel();
+  pthread_mutex_unlock(&mutex);
+  EXPECT_TRUE(thread.join());
+  EXPECT_TRUE(hasLocked);
+}
+
+TEST(Cancellation, StrikesInAConditionsWaitWithTheMutexHeldAgain) {
+  pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
+  pthread_cond_t condition = PTHREAD_COND_INITIALIZER;
+  int unlocked = -1;
+  struct Unlock {
+    ~Unlock() { result = pthread_mutex_unlock(&mutex); }
+    pthread_mutex_t& mutex;
+    int& result;
+  };
+  const Cancelled thread([&] {
+    pthread_mutex_lock(&mutex);
+    const Unlock unlock{mutex, unlocked};
+    for (;;) pthread_cond_wait(&condition, &mutex);
+  });
+  thread.awaitSleep();
+  thread.cancel();
+  EXPECT_TRUE(thread.join());
+  EXPECT_EQ(unlocked, 0);
+  EXPECT_EQ(pthread_mutex_trylock(&mutex), 0);
+}
+
+TEST(Cancellation, UnwindsThroughDestructorsAndHandlersAndIsNoException) {
+  const Pair pair;
+  bool wasDestroyed = false;
+  bool wasException = true;
+  struct Mark {
+    ~Mark() { mark = true; }
+    bool& mark;
+  };
+  const Cancelled thread([&] {
+    const Mark mark{wasDestroyed};
+    try {
+      char byte = 0;
+      recv(pair.ours(), &byte, 1, MSG_WAITALL);
+    } catch (const std::exception&) {
+      ADD_FAILURE();
+    } catch (...) {
+      wasException = std::current_exception() != nullptr;
+      throw;
+    }
+  });
+  thread.awaitSleep();
+  thread.cancel();
+  EXPECT_TRUE(thread.join());
+  EXPECT_TRUE(wasDestroyed);
+  EXPECT_FALSE(wasException);
+}
+
+}  // namespace
