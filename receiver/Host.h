@@ -1,5 +1,7 @@
 #pragma once
 
+#include "facade/DsmCCCommandListener.h"
+#include "receiver/ListenerSlot.h"
 #include "receiver/ServiceInformation.h"
 #include "receiver/StreamFile.h"
 
@@ -12,6 +14,8 @@ struct Host {
   ServiceInformation& information;
   /// Whether the section filter stops at the stream's end instead of beginning again.
   bool once;
+  /// Who wants to hear of stream events.
+  ListenerSlot<middlewarefacade::DsmCCCommandListener> commandListener;
 
   static Host*& current() {
     static Host* host = nullptr;

@@ -337,6 +337,17 @@ class Version : public VersionFacade {
   void setVersion(std::string) override {}
 };
 
+/// Stream events as they are typed in; they carry the one name that somebody listens to.
+class StreamEvents : public DsmCCCommandFacade {
+ public:
+  void addCommandListener(std::string, DsmCCCommandListener* listener) override {
+    Host::current()->commandListener.set(listener);
+  }
+  void removeCommandListener(std::string, DsmCCCommandListener*) override {
+    Host::current()->commandListener.set(nullptr);
+  }
+};
+
 }  // namespace
 }  // namespace receiver
 
@@ -362,11 +373,14 @@ VersionFacade* VersionFacade::createVersionFacade() {
   return &version;
 }
 
+DsmCCCommandFacade* DsmCCCommandFacade::createDsmCCCommandFacade() {
+  return new receiver::StreamEvents;
+}
+
 // What this receiver does not have yet.
 
 VideoFacade* VideoFacade::createVideoFacade() { return nullptr; }
 PropertyFacade* PropertyFacade::createPropertyFacade() { return nullptr; }
 CarouselFacade* CarouselFacade::createCarouselFacade() { return nullptr; }
-DsmCCCommandFacade* DsmCCCommandFacade::createDsmCCCommandFacade() { return nullptr; }
 
 }  // namespace middlewarefacade

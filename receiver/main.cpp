@@ -15,6 +15,7 @@
 #include <string>
 
 #include "adapter/MiddlewareIpc.h"
+#include "receiver/Commands.h"
 #include "receiver/Host.h"
 
 namespace {
@@ -76,21 +77,27 @@ void deleteAdapter(MiddlewareIpc* adapter) {
 }
 
 void serve(const std::string& path, bool once, const std::string& charset) {
+  // In the background it may not read from its terminal, and shall not be stopped for trying.
+  std::signal(SIGTTIN, SIG_IGN);
   const sigset_t signals = endingSignals();
   pthread_sigmask(SIG_BLOCK, &signals, nullptr);
   const StreamFile stream(path);
   ServiceInformation information(
       charset.empty() ? std::nullopt : std::optional(receiver::CharacterTable::named(charset)));
-  Host host{stream, information, once};
+  Host host{stream, information, once, {}};
   Host::current() = &host;
   MiddlewareIpc* const adapter = MiddlewareIpc::getInstance();
   readStream(stream, information);
   printSummary(path, information);
   fmt::print("serving\n");
   std::fflush(stdout);
-  int signal = 0;
-  sigwait(&signals, &signal);
-  deleteAdapter(adapter);
+  {
+    receiver::Commands commands(*adapter);
+    int signal = 0;
+    sigwait(&signals, &signal);
+    commands.stop();
+    deleteAdapter(adapter);
+  }
   Host::current() = nullptr;
 }
 

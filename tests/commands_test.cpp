@@ -185,6 +185,68 @@ TEST_F(OnTheSample, WatchingEndsWhenNothingComes) {
   EXPECT_EQ(result.output, "");
 }
 
+/// A receiver on the sample, and a client that watches it.
+class Watched : public testing::Test {
+ protected:
+  /// Types in stream events until the client has connected and shows one: those before are lost.
+  void SetUp() override {
+    ASSERT_TRUE(host.awaitOutput("serving\n")) << host.errors();
+    watcher = std::make_unique<Program>(Words{CLIENT, "watch"});
+    std::string answers;
+    while (watcher->output().empty()) {
+      host.say("event 7 hello world");
+      answers += "event 7\n";
+      ASSERT_TRUE(host.awaitOutput(answers));
+    }
+  }
+
+  Program host{{RECEIVER, SAMPLE}};
+  std::unique_ptr<Program> watcher;
+};
+
+TEST_F(Watched, AStreamEventThatIsTypedInReachesTheClient) {
+  EXPECT_NE(watcher->output().find("\"code\":7,"), std::string::npos) << watcher->output();
+  EXPECT_NE(watcher->output().find("\"hello world\""), std::string::npos) << watcher->output();
+}
+
+TEST_F(Watched, AnApplicationStateThatIsTypedInIsAskedAndTheClientsLeavingAnswersIt) {
+  host.say("state 4");
+  ASSERT_TRUE(watcher->awaitOutput("\"state\":4"));
+  watcher->signal(SIGTERM);
+  EXPECT_TRUE(host.awaitOutput("state 4: yes\n"));
+}
+
+TEST_F(Watched, TheReceiverEndsWhileAClientIsAsked) {
+  watcher->signal(SIGSTOP);
+  host.say("help");
+  ASSERT_TRUE(host.awaitOutput("state NUMBER"));
+  host.say("state 5");
+  host.signal(SIGTERM);
+  EXPECT_EQ(host.wait(), 0);
+}
+
+TEST(Commands, WhatIsWronglyTypedInIsSaidInOneLine) {
+  const struct {
+    std::string line;
+    std::string complaint;
+  } rows[] = {
+      {"dance", "there is no command 'dance'; 'help' shows them"},
+      {"state", "'state': a number is missing"},
+      {"event x", "'event x': a number is missing"},
+  };
+  Program host({RECEIVER, SAMPLE});
+  ASSERT_TRUE(host.awaitOutput("serving\n"));
+  std::string complaints;
+  for (const auto& row : rows) {
+    host.say(row.line);
+    complaints += "quillwork-receiver: " + row.complaint + "\n";
+  }
+  host.say("");
+  host.say("quit");
+  EXPECT_EQ(host.wait(), 0);
+  EXPECT_EQ(host.errors(), complaints);
+}
+
 TEST(Commands, WhatIsWrongIsSaidInOneLine) {
   expectError(client({"services"}),
               "quillwork-client: /dev/shm/ipc.socket: no receiver is running");

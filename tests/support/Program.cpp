@@ -1,5 +1,6 @@
 #include "support/Program.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
@@ -33,8 +34,15 @@ Program::Program(std::vector<std::string> arguments)
   std::vector<char*> pointers;
   for (std::string& argument : all) pointers.push_back(argument.data());
   pointers.push_back(nullptr);
+  int input[2] = {};
+  EXPECT_EQ(pipe2(input, O_CLOEXEC), 0);
+  input_ = input[1];
   process_ = fork();
-  if (process_ != 0) return;
+  if (process_ != 0) {
+    close(input[0]);
+    return;
+  }
+  dup2(input[0], STDIN_FILENO);
   dup2(output_, STDOUT_FILENO);
   dup2(errors_, STDERR_FILENO);
   execvp(pointers[0], pointers.data());
@@ -46,6 +54,7 @@ Program::~Program() {
     kill(process_, SIGKILL);
     waitpid(process_, nullptr, 0);
   }
+  close(input_);
   close(output_);
   close(errors_);
 }
@@ -66,6 +75,11 @@ bool Program::awaitOutput(const std::string& text) {
   return true;
 }
 
+void Program::say(const std::string& line) const {
+  const std::string bytes = line + "\n";
+  EXPECT_EQ(write(input_, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
+}
+
 void Program::signal(int number) const { kill(process_, number); }
 
 int Program::wait() {
@@ -76,3 +90,9 @@ int Program::wait() {
 std::string Program::output() const { return contents(output_); }
 
 std::string Program::errors() const { return contents(errors_); }
+
+void Program::forgetOutput() const {
+  // The program goes on writing where it was, behind a hole.
+  EXPECT_EQ(ftruncate(output_, 0), 0);
+  EXPECT_EQ(ftruncate(errors_, 0), 0);
+}

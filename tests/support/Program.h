@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-/// A program of the build as a process of its own, its standard streams in files. Ended with
-/// SIGKILL if it is still there at the end.
+/// A program of the build as a process of its own, its standard output and errors in files. Ended
+/// with SIGKILL if it is still there at the end.
 class Program {
  public:
   /// The path comes first; under an emulator the programs run under it, too.
@@ -17,15 +17,21 @@ class Program {
 
   /// Waits until the standard output holds the text; false when the program ends before.
   [[nodiscard]] bool awaitOutput(const std::string& text);
+  /// Writes a line to its standard input.
+  void say(const std::string& line) const;
   void signal(int number) const;
   /// Waits for the end and returns the exit status, or 128 and the signal that ended it.
   int wait();
   [[nodiscard]] std::string output() const;
   [[nodiscard]] std::string errors() const;
+  /// Frees what was kept of both so far.
+  void forgetOutput() const;
+  [[nodiscard]] pid_t process() const { return process_; }
 
  private:
   [[nodiscard]] bool hasEnded();
 
+  int input_ = -1;
   int output_;
   int errors_;
   pid_t process_ = -1;

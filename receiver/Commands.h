@@ -1,0 +1,39 @@
+#pragma once
+
+#include <string>
+#include <thread>
+
+class MiddlewareIpc;
+
+namespace receiver {
+
+/// What a person or a script causes on the host's side, a line each on the standard input: read and
+/// carried out on a thread of its own, since a client that does not read or answer holds it up.
+/// Answers are lines on the standard output, complaints on the standard error stream.
+/// docs/receiver.md lists the commands.
+class Commands {
+ public:
+  /// Borrows the adapter. `quit` is carried out as a SIGTERM to this process.
+  explicit Commands(MiddlewareIpc& adapter);
+  /// Waits for the command that is being carried out. Delete the adapter first: that ends whatever
+  /// waits for the client.
+  ~Commands();
+  Commands(const Commands&) = delete;
+  Commands& operator=(const Commands&) = delete;
+
+  /// Begins no further command.
+  void stop();
+
+ private:
+  void run();
+  bool readLine(std::string& line);
+  void perform(const std::string& line);
+
+  MiddlewareIpc& adapter_;
+  /// Readable once stop() was called.
+  const int stopped_;
+  std::string unread_;
+  std::thread thread_;
+};
+
+}  // namespace receiver
