@@ -35,13 +35,6 @@ pthread_mutex_t descriptorMutex = PTHREAD_MUTEX_INITIALIZER;
 
 std::atomic_ref<int> client() { return std::atomic_ref<int>(clientSocket); }
 
-void breakOffBlockedSend() {
-  const Lock lock(descriptorMutex);
-  // Only the sending direction: the accept thread's receive must not take this for the client's
-  // leaving.
-  if (client().load() != -1) shutdown(client().load(), SHUT_WR);
-}
-
 }  // namespace
 
 IpcServer::IpcServer(IpcListener* listenerToCall, const char* path, int length)
@@ -83,6 +76,14 @@ void IpcServer::start() {
   }
 }
 
+void IpcServer::breakOffSends() {
+  senders.close();
+  const Lock lock(descriptorMutex);
+  // Only the sending direction: the accept thread's receive must not take this for the client's
+  // leaving.
+  if (client().load() != -1) shutdown(client().load(), SHUT_WR);
+}
+
 void IpcServer::stop() {
   const std::atomic_ref<bool> inService(running);
   if (!inService.load()) return;
@@ -90,8 +91,7 @@ void IpcServer::stop() {
   // last sender has left. The cancellation comes first, so that an accept thread that is in the
   // middle of a long reply finds it when it finds the gate closed.
   pthread_cancel(thread);
-  senders.close();
-  breakOffBlockedSend();
+  breakOffSends();
   senders.awaitEmpty();
   pthread_mutex_lock(&sendMutex);
   pthread_join(thread, nullptr);
@@ -108,7 +108,7 @@ void* IpcServer::run(void* server) {
   // A cancellation strikes only where this thread waits for its client or for the manager mutex,
   // never inside the host's code.
   pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
-  lockWaitsAreCancellable = true;
+  isCancellableHere = true;
   static_cast<IpcServer*>(server)->serve();
   return nullptr;
 }
@@ -155,7 +155,7 @@ void IpcServer::receiveRecords(int connection, message& record) {
       const CancellationScope scope(PTHREAD_CANCEL_ENABLE);
       received = recv(connection, &record, sizeof record, MSG_WAITALL);
     }
-    if (received <= 0) return;
+    if (received <= 0 || senders.isClosed()) return;
     if (listener != nullptr && !callHost([&] { listener->update(record); })) return;
   }
 }
@@ -197,7 +197,7 @@ bool IpcServer::Turn::sendMessage(const void* data, unsigned int length) {
 bool IpcServer::Turn::sendBytes(const void* data, unsigned int length, const char* complaint) {
   if (senders.isClosed()) {
     // A stop must not wait for the rest of a long reply to fail piece by piece.
-    if (lockWaitsAreCancellable) {
+    if (isCancellableHere) {
       const CancellationScope scope(PTHREAD_CANCEL_ENABLE);
       pthread_testcancel();
     }

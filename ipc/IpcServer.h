@@ -33,6 +33,11 @@ class IpcServer {
   /// called from a listener.
   void stop();
 
+  /// The first step of a stop, for whoever has to wait for a lock before it can call stop(): every
+  /// send of every server fails from here on, the blocked one at once, and no further request is
+  /// heard. Nothing but a stop may follow. Any thread; does not block.
+  static void breakOffSends();
+
   /// The accept thread: serves one client after another. `server` is an IpcServer.
   static void* run(void* server);
 

@@ -38,8 +38,14 @@ IpcServerManager* IpcServerManager::getInstance() {
 }
 
 void IpcServerManager::destroy() {
-  const ManagerLock lock(managerMutex);
   const std::atomic_ref<IpcServerManager*> current(instance);
+  if (current.load() != nullptr) {
+    // A listener that notifies the client from inside a request holds the mutex while the client
+    // does not read.
+    notifiers.close();
+    IpcServer::breakOffSends();
+  }
+  const ManagerLock lock(managerMutex);
   delete current.load();
   current.store(nullptr);
 }

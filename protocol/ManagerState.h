@@ -16,8 +16,16 @@ namespace quillwork::manager_state {
 /// before applicationStateMutex.
 extern CancellableMutex managerMutex;
 
-/// Holds the manager mutex for a scope, also when the stack unwinds.
-using ManagerLock = std::lock_guard<CancellableMutex>;
+/// Holds the manager mutex for a scope, also when the stack unwinds. What runs meanwhile is the
+/// listeners' code.
+class ManagerLock {
+ public:
+  explicit ManagerLock(CancellableMutex& mutex) : lock_(mutex) {}
+
+ private:
+  std::lock_guard<CancellableMutex> lock_;
+  HostCode hostCode_;
+};
 
 /// Whoever sends a notification is inside: the manager is not freed under it.
 extern Gate notifiers;

@@ -138,12 +138,8 @@ bool isEit(std::uint8_t tableId) { return tableId >= 0x4e && tableId <= 0x6f; }
 /// Whether the section is one that its reader below can read to its end. Only those of the EIT may
 /// have more than 1,024 bytes, so that biTStream's indices of eight bits suffice for all others.
 bool isReadable(const Section& section) {
-  // biTStream looks at a table's whole header before it looks at the length.
-  constexpr std::size_t longestHeader = EIT_HEADER_SIZE;
   constexpr std::size_t usualLimit = PSI_HEADER_SIZE + PSI_MAX_SIZE;
-  Section padded = section;
-  padded.resize(std::max(section.size(), longestHeader + PSI_CRC_SIZE));
-  const std::uint8_t* const data = padded.data();
+  const std::uint8_t* const data = section.data();
   const std::uint8_t tableId = psi_get_tableid(data);
   if (isEit(tableId)) return section.size() >= EIT_HEADER_SIZE + PSI_CRC_SIZE && eit_validate(data);
   if (section.size() < PAT_HEADER_SIZE + PSI_CRC_SIZE || section.size() > usualLimit) return false;

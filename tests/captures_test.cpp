@@ -84,7 +84,7 @@ class Capture : public testing::TestWithParam<const char*> {
     file >> expected;
     isArib = expected["text_profile"] == "arib";
     compareTexts = isArib ? receiver::canConvertArib() : canConvertTexts();
-    host = std::make_unique<Program>(std::vector<std::string>{RECEIVER, path + ".ts"});
+    host = std::make_unique<Program>(std::vector<std::string>{receiverProgram(), path + ".ts"});
     ASSERT_TRUE(host->awaitOutput("serving\n")) << host->errors();
     // A processor that is emulated takes its time.
     control = std::make_unique<ControlChannel>(ControlChannel::defaultPath,

@@ -56,7 +56,7 @@ class OnTheSample : public testing::Test {
     return Json::parse(result.output);
   }
 
-  Program host{{RECEIVER, SAMPLE}};
+  Program host{{receiverProgram(), SAMPLE}};
 };
 
 TEST_F(OnTheSample, TheReceiverSaysWhatItHasRead) {
@@ -200,7 +200,7 @@ class Watched : public testing::Test {
     }
   }
 
-  Program host{{RECEIVER, SAMPLE}};
+  Program host{{receiverProgram(), SAMPLE}};
   std::unique_ptr<Program> watcher;
 };
 
@@ -234,7 +234,7 @@ TEST(Commands, WhatIsWronglyTypedInIsSaidInOneLine) {
       {"state", "'state': a number is missing"},
       {"event x", "'event x': a number is missing"},
   };
-  Program host({RECEIVER, SAMPLE});
+  Program host({receiverProgram(), SAMPLE});
   ASSERT_TRUE(host.awaitOutput("serving\n"));
   std::string complaints;
   for (const auto& row : rows) {
@@ -261,7 +261,7 @@ TEST(Commands, WhatIsWrongIsSaidInOneLine) {
 }
 
 TEST(Commands, AWrongFilterIsSaidInOneLine) {
-  Program host({RECEIVER, SAMPLE});
+  Program host({receiverProgram(), SAMPLE});
   ASSERT_TRUE(host.awaitOutput("serving\n"));
   expectError(client({"section", "--pid", "0", "--filter", "xyz"}),
               "quillwork-client: --filter: 'xyz' is not pairs of hexadecimal digits");
@@ -271,7 +271,7 @@ TEST(Commands, AWrongFilterIsSaidInOneLine) {
 
 TEST(Commands, TheReceiverRefusesBadStreamsInOneLine) {
   const auto expectRefusal = [](const std::string& path, const std::string& message) {
-    expectError(run({RECEIVER, path}), "quillwork-receiver: " + path + message);
+    expectError(run({receiverProgram(), path}), "quillwork-receiver: " + path + message);
   };
   expectRefusal("/nowhere.ts", ": No such file or directory");
   const std::string path = "/dev/shm/bad.ts";
@@ -281,15 +281,15 @@ TEST(Commands, TheReceiverRefusesBadStreamsInOneLine) {
   expectRefusal(path, ": is no MPEG transport stream of 188-byte packets");
   std::ofstream(path) << "G" << std::string(187, 'x') << "G";
   expectRefusal(path, ": is cut inside a packet, 1 bytes after its 1 whole packets");
-  expectError(run({RECEIVER, SAMPLE, "--charset", "nope"}),
+  expectError(run({receiverProgram(), SAMPLE, "--charset", "nope"}),
               "quillwork-receiver: unknown character table 'nope'");
-  EXPECT_NE(run({RECEIVER}).status, 0);
-  EXPECT_EQ(run({RECEIVER, "--help"}).status, 0);
+  EXPECT_NE(run({receiverProgram()}).status, 0);
+  EXPECT_EQ(run({receiverProgram(), "--help"}).status, 0);
 }
 
 TEST(Commands, TheReceiverEndsOnBothSignals) {
   for (const int signal : {SIGINT, SIGTERM}) {
-    Program host({RECEIVER, "--once", SAMPLE});
+    Program host({receiverProgram(), "--once", SAMPLE});
     ASSERT_TRUE(host.awaitOutput("serving\n"));
     host.signal(signal);
     EXPECT_EQ(host.wait(), 0);
@@ -305,7 +305,7 @@ TEST(Commands, DamagedPacketsAreCountedAndSkipped) {
   bytes[188 * 1 + 20] ^= 1;
   const std::string path = "/dev/shm/damaged.ts";
   std::ofstream(path, std::ios::binary) << bytes;
-  Program host({RECEIVER, path});
+  Program host({receiverProgram(), path});
   ASSERT_TRUE(host.awaitOutput("serving\n"));
   // Nothing comes before the first of the two on its PID, so that it leaves no gap.
   EXPECT_NE(host.output().find("476 packets (2 damaged, 1 gaps)"), std::string::npos)

@@ -13,6 +13,7 @@
 #include "ipc/IpcDemuxServer.h"
 #include "protocol/IpcServerManager.h"
 #include "protocol/ReplyLists.h"
+#include "support/AskEverything.h"
 #include "support/DemuxRecorder.h"
 #include "support/GoldenListener.h"
 #include "support/StandardStreams.h"
@@ -47,30 +48,6 @@ class Everything : public testing::Test {
         std::this_thread::yield();
       } while (!hasEnded);
     });
-  }
-
-  /// What a client asks once; everything that it gets is compared.
-  static void askEverything(ControlChannel& channel) {
-    EXPECT_EQ(channel.getServices().size(), 2U);
-    EXPECT_EQ(channel.getVideoLanguages().size(), 3U);
-    EXPECT_EQ(channel.getMainVideoBounds().width, 640);
-    const auto events = channel.getProgramEvents();
-    ASSERT_EQ(events.size(), 2U);
-    EXPECT_EQ(events[1].byteLists[0], (std::vector<std::uint8_t>{3, 4, 5}));
-    EXPECT_EQ(events[1].textLists[1].front().size(), 400U);
-    EXPECT_EQ(channel.getProgramEvent().values[1], 2);
-    const auto descriptors = channel.getNetworkDescriptors();
-    ASSERT_EQ(descriptors.size(), 3U);
-    EXPECT_EQ(descriptors[0].data.size(), 3U);
-    EXPECT_EQ(channel.getSystemProperties().size(), 2U);
-    EXPECT_EQ(channel.getAllIDs(1, 2).size(), 3U);
-    EXPECT_EQ(channel.mountCarousel("locator"), "/mnt/oc");
-    EXPECT_EQ(channel.open("locator").player, 9);
-    EXPECT_EQ(channel.getCurrentTime(1), 12);
-    EXPECT_EQ(channel.getNetwork().value, 65281);
-    EXPECT_TRUE(channel.checkVersionFlag(1));
-    channel.setMediaMute(1, true);
-    channel.setSystemProperty("name", "value");
   }
 
   CallLog firstLog;

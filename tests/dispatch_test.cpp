@@ -203,6 +203,7 @@ TEST_F(Dispatch, ABroadcastReachesEveryListenerInTheOrderOfTheirAddresses) {
   EXPECT_EQ(log.take(), (Calls{"a.addCarouselListener()", "b.addCarouselListener()"}));
   client.close();
   ASSERT_TRUE(log.awaitCount(2));
+  for (RecordingListener& removed : more) manager->removeIpcServerListener(&removed);
 }
 
 TEST_F(Dispatch, MediaBoundsThatNobodyWritesComeBackAsTheyWere) {

@@ -349,6 +349,31 @@ TEST_F(SilentReader, GetsEveryRecordWholeWhenItReadsAfterAll) {
 
 // The accept threads.
 
+TEST_F(SilentReader, DoesNotMakeTheManagersEndUnwindAListenerThatNotifies) {
+  std::atomic<pid_t> acceptThread{0};
+  bool hasFinished = false;
+  listener.onCall = [&](const std::string& operation) {
+    if (operation != "getCurrentService") return;
+    acceptThread = threadId();
+    // Behind the notifiers, until the end breaks off the one that is in front.
+    manager->endOfMedia(1);
+    hasFinished = true;
+  };
+  ASSERT_EQ(client.ask(request(VERSION, 1)).group, VERSION);
+  shrinkSendBuffers();
+  std::thread notifier([&] {
+    threads[0] = threadId();
+    while (manager->endOfMedia(1)) {
+    }
+  });
+  awaitSleeping(threads[0]);
+  client.send(request(SI, 7));
+  awaitSleeping(acceptThread);
+  IpcServerManager::destroy();
+  EXPECT_TRUE(hasFinished);
+  notifier.join();
+}
+
 TEST_F(HostileControl, TheAcceptThreadsCarryNames) {
   std::vector<std::string> names;
   for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {

@@ -397,9 +397,12 @@ TEST_F(ControlTransport, AListenerIsNotCancelledInsideOfItsOwnWait) {
   bool hasFinished = false;
   recorder.onUpdate = [&](message&) {
     inside.count_down();
-    // A wait of the host's is a cancellation point, and the stop has begun when sends fail.
-    while (server.sendMessage("x", 1)) poll(nullptr, 0, 1);
-    poll(nullptr, 0, 0);
+    // Sends fail from the moment on in which the stop has begun.
+    std::thread([&] {
+      while (server.sendMessage("x", 1)) std::this_thread::yield();
+    }).join();
+    // A wait of the host's is a cancellation point.
+    poll(nullptr, 0, 1);
     hasFinished = true;
   };
   start();

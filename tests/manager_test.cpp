@@ -1,12 +1,14 @@
 // The manager: its one instance, its registries, its connection events and its fan-out rules.
 
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <sys/socket.h>
 
 #include <functional>
 #include <memory>
 #include <thread>
 
+#include "ipc/Cancellation.h"
 #include "ipc/IpcDemuxServer.h"
 #include "protocol/IpcServerManager.h"
 #include "protocol/message.h"
@@ -14,6 +16,7 @@
 #include "support/RawClient.h"
 #include "support/RecordingListener.h"
 #include "support/StandardStreams.h"
+#include "support/Threads.h"
 
 namespace quillwork {
 namespace {
@@ -472,6 +475,68 @@ TEST_F(Manager, MainVideoBoundsStayAsTheLastListenerLeavesThem) {
   manager->getMainVideoBounds(x, y, width, height);
   EXPECT_EQ(width, -1);
   EXPECT_EQ(log.take().size(), 2U);
+}
+
+TEST_F(Manager, AClientThatFloodsASlowListenerKeepsNobodyOut) {
+  RecordingListener slow(log);
+  std::atomic<int> calls{0};
+  slow.onCall = [&](const std::string&) {
+    ++calls;
+    poll(nullptr, 0, 2);
+  };
+  manager->addIpcServerListener(&slow);
+  std::thread flood([client = std::make_unique<RawClient>()] {
+    const std::string bytes = bytesOf(request(AUDIO, 0));
+    while (send(client->descriptor(), bytes.data(), bytes.size(), MSG_NOSIGNAL) > 0) {
+    }
+  });
+  while (calls == 0) std::this_thread::yield();
+  for (int round = 0; round < 20; ++round) {
+    const int before = calls;
+    manager->removeConnectionListener(nullptr);
+    // The call that is going on, one that may have begun meanwhile, and the one behind us.
+    EXPECT_LE(calls - before, 3);
+  }
+  IpcServerManager::destroy();
+  flood.join();
+}
+
+TEST_F(Manager, ACancelledWaiterLeavesTheMutexToTheNextOne) {
+  CancellableMutex mutex;
+  mutex.lock();
+  std::atomic<pid_t> cancelledId{0};
+  std::atomic<pid_t> nextId{0};
+  pthread_t cancelled{};
+  auto waitForEver = [&] {
+    isCancellableHere = true;
+    cancelledId = threadId();
+    mutex.lock();
+  };
+  pthread_create(
+      &cancelled, nullptr,
+      [](void* body) -> void* {
+        (*static_cast<decltype(waitForEver)*>(body))();
+        return nullptr;
+      },
+      &waitForEver);
+  awaitSleeping(cancelledId);
+  bool hasLocked = false;
+  std::thread next([&] {
+    nextId = threadId();
+    mutex.lock();
+    hasLocked = true;
+    mutex.unlock();
+  });
+  awaitSleeping(nextId);
+  pthread_cancel(cancelled);
+  void* result = nullptr;
+  pthread_join(cancelled, &result);
+  EXPECT_EQ(result, PTHREAD_CANCELED);
+  mutex.unlock();
+  next.join();
+  EXPECT_TRUE(hasLocked);
+  mutex.lock();
+  mutex.unlock();
 }
 
 TEST_F(Manager, DestructionDoesNotWaitForAnAcceptThreadThatWaitsForItsMutex) {

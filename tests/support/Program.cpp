@@ -25,6 +25,11 @@ std::string contents(int file) {
 
 }  // namespace
 
+std::string hostProgram(const std::string& path) {
+  const char* const build = std::getenv("QUILLWORK_HOST_BUILD");
+  return std::string(build != nullptr ? build : BUILD) + "/" + path;
+}
+
 Program::Program(std::vector<std::string> arguments)
     : output_(memfd_create("output", MFD_CLOEXEC)), errors_(memfd_create("errors", MFD_CLOEXEC)) {
   std::vector<std::string> all;

@@ -5,6 +5,11 @@
 #include <string>
 #include <vector>
 
+/// The path of a host's program, by its path in the build: that of this build, or of the one that
+/// QUILLWORK_HOST_BUILD names.
+std::string hostProgram(const std::string& path);
+inline std::string receiverProgram() { return hostProgram("receiver/quillwork-receiver"); }
+
 /// A program of the build as a process of its own, its standard output and errors in files. Ended
 /// with SIGKILL if it is still there at the end.
 class Program {

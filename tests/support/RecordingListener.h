@@ -96,8 +96,10 @@ class RecordingListener : public quillwork::IpcServerListener {
  private:
   template <class... Arguments>
   void called(const std::string& operation, const Arguments&... arguments) {
+    // Whoever sees the entry may take the listener away, where no hook is to be called.
+    const bool isHooked = static_cast<bool>(onCall);
     log.add(name.empty() ? operation : name + "." + operation, arguments...);
-    if (onCall) onCall(operation);
+    if (isHooked) onCall(operation);
   }
   int number(const std::string& operation, int nothing) const {
     const auto found = numbers.find(operation);

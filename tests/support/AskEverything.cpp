@@ -1,0 +1,38 @@
+#include "support/AskEverything.h"
+
+#include <gtest/gtest.h>
+
+void askEverything(quillwork::client::ControlChannel& channel) {
+  using Texts = std::vector<std::string>;
+  using Bytes = std::vector<std::uint8_t>;
+  const auto services = channel.getServices();
+  ASSERT_EQ(services.size(), 2U);
+  EXPECT_EQ(services[0].name, "Alpha TV");
+  EXPECT_EQ(services[1].values[4], -5);
+  EXPECT_EQ(channel.getVideoLanguages(), (Texts{"por", "eng", "spa"}));
+  EXPECT_EQ(channel.getMainVideoBounds().width, 640);
+  const auto events = channel.getProgramEvents();
+  ASSERT_EQ(events.size(), 2U);
+  EXPECT_EQ(events[0].byteLists[0], (Bytes{1, 2}));
+  EXPECT_EQ(events[0].textLists[0], (Texts{"first", "", "second"}));
+  EXPECT_EQ(events[1].byteLists[0], (Bytes{3, 4, 5}));
+  EXPECT_EQ(events[1].textLists[1].front().size(), 400U);
+  EXPECT_EQ(channel.getProgramEvent().values[1], 2);
+  const auto descriptors = channel.getNetworkDescriptors();
+  ASSERT_EQ(descriptors.size(), 3U);
+  EXPECT_EQ(descriptors[0].data, (Bytes{'a', 'b', 'c'}));
+  EXPECT_EQ(descriptors[2].tag, -1);
+  EXPECT_EQ(channel.getSystemProperties().at(1).value, "2");
+  EXPECT_EQ(channel.getAllIDs(1, 2), (std::vector<std::int32_t>{1, -2, 65535}));
+  EXPECT_EQ(channel.mountCarousel("locator"), "/mnt/oc");
+  EXPECT_EQ(channel.open("locator").player, 9);
+  EXPECT_EQ(channel.getCurrentTime(1), 12);
+  EXPECT_EQ(channel.getNetwork().value, 65281);
+  EXPECT_EQ(channel.getTransportStream().real, 570.5F);
+  EXPECT_EQ(channel.getPMTs(1).size(), 2U);
+  EXPECT_EQ(channel.getServiceComponents(1).size(), 2U);
+  EXPECT_TRUE(channel.checkVersionFlag(1));
+  channel.setMediaMute(1, true);
+  channel.setMediaSoundLevel(1, 0.5);
+  channel.setSystemProperty("name", "value");
+}

@@ -1,0 +1,111 @@
+// Host and client as two processes, which need not have pointers of the same size: every request
+// and reply, every notification, byte by byte and through the client library. QUILLWORK_HOST_BUILD
+// names the build of the host; without it, it is this one.
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+#include <thread>
+
+#include "client/ControlChannel.h"
+#include "client/SectionFilterChannel.h"
+#include "support/AskEverything.h"
+#include "support/Golden.h"
+#include "support/Program.h"
+#include "support/RawClient.h"
+
+namespace {
+
+using namespace quillwork::client;
+using Calls = std::vector<std::string>;
+
+class Widths : public testing::Test {
+ protected:
+  void SetUp() override { ASSERT_TRUE(host.awaitOutput("serving")) << host.errors(); }
+
+  [[nodiscard]] bool isWide() const { return host.output().rfind("serving 8", 0) == 0; }
+
+  /// What the host's listeners were called with.
+  Calls calls() {
+    const std::size_t before = host.output().size();
+    host.say("calls");
+    while (host.output().find("done calls\n", before) == std::string::npos) {
+      std::this_thread::yield();
+    }
+    Calls lines;
+    std::istringstream text(host.output().substr(before));
+    for (std::string line; std::getline(text, line) && line != "done calls";) {
+      lines.push_back(line);
+    }
+    return lines;
+  }
+
+  Program host{{hostProgram("tests/quillwork-golden-host")}};
+};
+
+TEST_F(Widths, EveryRequestAndReply) {
+  const RawClient client;
+  for (const Golden& golden : Golden::readAll(GOLDEN_DIRECTORY)) {
+    for (const Golden::Part& part : golden.parts) {
+      if (part.fromClient) {
+        client.send(part.bytes);
+      } else {
+        EXPECT_EQ(differences(part, client.receive(part.bytes.size()), isWide()), "")
+            << golden.name;
+      }
+    }
+    // Answered always, and the last of what was asked.
+    EXPECT_EQ(client.ask(request(quillwork::VERSION, 99)).group, quillwork::VERSION);
+    Calls expected = golden.calls;
+    expected.emplace_back("checkVersionFlag(99)");
+    EXPECT_EQ(calls(), expected) << golden.name;
+  }
+}
+
+TEST_F(Widths, ThroughTheClientLibrary) {
+  ControlChannel channel;
+  askEverything(channel);
+}
+
+TEST_F(Widths, Notifications) {
+  ControlChannel channel;
+  EXPECT_TRUE(channel.checkVersionFlag(1));
+  host.say("notify");
+  const auto next = [&] { return channel.waitForNotification(std::chrono::seconds(20)).value(); };
+  EXPECT_EQ(std::get<EndOfMedia>(next()).player, 7);
+  EXPECT_EQ(std::get<GraphicsSettingsChanged>(next()).second.height, -8);
+  EXPECT_EQ(std::get<DownloadComplete>(next()).second, "second");
+  const auto command = std::get<StreamEventCommand>(next());
+  EXPECT_EQ(command.code, 9);
+  EXPECT_EQ(command.time, 2.5);
+  EXPECT_EQ(command.flag, 200);
+  EXPECT_EQ(command.text, "short");
+  EXPECT_EQ(std::get<StreamEventCommand>(next()).text, std::string(5000, 't'));
+  EXPECT_EQ(std::get<ApplicationStateRequest>(next()).state, 3);
+}
+
+TEST_F(Widths, TheSectionFilter) {
+  SectionFilterChannel sections;
+  sections.start();
+  sections.stop();
+  sections.set_pid(256);
+  sections.set_table_id(66);
+  sections.set_positive_filter(1, {1}, {2, 3});
+  sections.set_greater_than_filter(2, {}, {});
+  sections.set_less_than_filter(3, {4}, {5});
+  sections.set_xor_filter(4, {1}, {2}, {3});
+  sections.set_time_out(-1);
+  sections.clear_table_id();
+  sections.clear_positive_filter();
+  sections.clear_less_than_filter();
+  sections.clear_xor_filter();
+  EXPECT_EQ(sections.read_section(), SectionFilterChannel::Bytes(4096, 's'));
+  EXPECT_EQ(calls(),
+            (Calls{"start()", "stop()", "set_pid(256)", "set_table_id(66)",
+                   "set_positive_filter(1, {01}, {02 03})", "set_greater_than_filter(2, {}, {})",
+                   "set_less_than_filter(3, {04}, {05})", "set_xor_filter(4, {01}, {02}, {03})",
+                   "set_time_out(-1)", "clear_table_id()", "clear_positive_filter()",
+                   "clear_less_than_filter()", "clear_xor_filter()", "read_section()"}));
+}
+
+}  // namespace
