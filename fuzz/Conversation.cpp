@@ -2,7 +2,6 @@
 
 #include <poll.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -10,29 +9,19 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "support/UnixSocket.h"
+
 void fail(const std::string& what) {
   std::fprintf(stderr, "fuzz: %s\n", what.c_str());
   std::abort();
 }
 
-namespace {
-
-int connectTo(const char* path) {
-  const int client = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  std::strncpy(address.sun_path, path, sizeof address.sun_path - 1);
-  if (connect(client, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
-    fail(std::string("cannot connect to ") + path + ": " + std::strerror(errno));
-  }
-  return client;
-}
-
-}  // namespace
-
 std::string converse(const char* path, std::string_view bytes) {
   constexpr int limit = 20'000;
-  const int client = connectTo(path);
+  const int client = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  if (connectTo(client, path) != 0) {
+    fail(std::string("cannot connect to ") + path + ": " + std::strerror(errno));
+  }
   std::string received;
   char buffer[65536];
   if (bytes.empty()) shutdown(client, SHUT_WR);

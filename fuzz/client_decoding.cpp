@@ -2,7 +2,6 @@
 // say, ends in an answer or an Error, within the bounds that the library sets on memory.
 
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -15,6 +14,7 @@
 #include "fuzz/Conversation.h"
 #include "fuzz/Input.h"
 #include "protocol/message.h"
+#include "support/UnixSocket.h"
 
 namespace {
 
@@ -240,12 +240,8 @@ void say(const std::string& bytes) {
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
   path = "/tmp/quillwork-fuzz." + std::to_string(getpid());
   listening = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  path.copy(address.sun_path, sizeof address.sun_path - 1);
   unlink(path.c_str());
-  if (bind(listening, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
-      listen(listening, 1) != 0) {
+  if (listenAt(listening, path.c_str()) != 0) {
     fail("cannot listen on " + path);
   }
   std::atexit([] { unlink(path.c_str()); });

@@ -124,10 +124,21 @@ void IpcServer::serve() {
       const CancellationScope scope(PTHREAD_CANCEL_ENABLE);
       connection = acceptClient(listening);
     }
-    if (connection == -1) return;
-    client().store(connection);
+    if (connection == -1 || !admit(connection)) return;
     if (!serveClient(connection)) return;
   } while (inService.load());
+}
+
+// Makes the connection the one that is sent to. One that comes when the sends have been broken off
+// is closed at once: nobody would break off a send to it.
+bool IpcServer::admit(int connection) {
+  const Lock lock(descriptorMutex);
+  if (senders.isClosed()) {
+    close(connection);
+    return false;
+  }
+  client().store(connection);
+  return true;
 }
 
 // One connection, from its first event to its last. False when the server is being stopped: then

@@ -70,6 +70,7 @@ class IpcServer {
 
  private:
   void serve();
+  static bool admit(int connection);
   bool serveClient(int connection);
   void receiveRecords(int connection, message& record);
   bool closeConnection(int connection);

@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <cstring>
@@ -14,9 +13,11 @@
 #include "protocol/IpcServerManager.h"
 #include "protocol/message.h"
 #include "support/ApplicationStateWait.h"
+#include "support/AskEverything.h"
 #include "support/DemuxRecorder.h"
 #include "support/GoldenListener.h"
 #include "support/RawClient.h"
+#include "support/UnixSocket.h"
 
 namespace {
 
@@ -241,29 +242,11 @@ TEST_F(AgainstTheLibrary, NotificationsBetweenTheRepliesGoToTheCallback) {
 
 TEST_F(AgainstTheLibrary, TheSectionFiltersOperations) {
   DemuxRecorder recorder;
-  recorder.section = [] { return Bytes{1, 2, 3}; };
+  recorder.section = [] { return Bytes(4096, 's'); };
   manager->addIpcDemuxServerListener(&recorder);
   SectionFilterChannel sections;
-  sections.start();
-  sections.stop();
-  sections.set_pid(256);
-  sections.set_table_id(66);
-  sections.set_positive_filter(1, {1}, {2, 3});
-  sections.set_greater_than_filter(2, {}, {});
-  sections.set_less_than_filter(3, {4}, {5});
-  sections.set_xor_filter(4, {1}, {2}, {3});
-  sections.set_time_out(-1);
-  sections.clear_table_id();
-  sections.clear_positive_filter();
-  sections.clear_less_than_filter();
-  sections.clear_xor_filter();
-  EXPECT_EQ(sections.read_section(), (Bytes{1, 2, 3}));
-  EXPECT_EQ(recorder.log.take(),
-            (Calls{"start()", "stop()", "set_pid(256)", "set_table_id(66)",
-                   "set_positive_filter(1, {01}, {02 03})", "set_greater_than_filter(2, {}, {})",
-                   "set_less_than_filter(3, {04}, {05})", "set_xor_filter(4, {01}, {02}, {03})",
-                   "set_time_out(-1)", "clear_table_id()", "clear_positive_filter()",
-                   "clear_less_than_filter()", "clear_xor_filter()", "read_section()"}));
+  askEverything(sections);
+  EXPECT_EQ(recorder.log.take(), everySectionFilterCall);
 }
 
 /// A server that sends what the test says, whatever it is asked.
@@ -272,11 +255,7 @@ class Impostor {
   explicit Impostor(std::string reply) {
     unlink(path);
     listening_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::strncpy(address.sun_path, path, sizeof address.sun_path - 1);
-    bind(listening_, reinterpret_cast<const sockaddr*>(&address), sizeof address);
-    listen(listening_, 1);
+    listenAt(listening_, path);
     thread_ = std::thread([this, reply = std::move(reply)] {
       const int client = accept(listening_, nullptr, nullptr);
       char request[4];
@@ -388,11 +367,7 @@ TEST(AgainstImpostors, ABrokenCommandIsNamed) {
 
 TEST(AgainstImpostors, ASilentReceiverIsNotWaitedForForEver) {
   const int listening = socket(AF_UNIX, SOCK_STREAM, 0);
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  std::strncpy(address.sun_path, "/dev/shm/silent.socket", sizeof address.sun_path - 1);
-  bind(listening, reinterpret_cast<const sockaddr*>(&address), sizeof address);
-  listen(listening, 0);
+  listenAt(listening, "/dev/shm/silent.socket");
   ControlChannel channel("/dev/shm/silent.socket", std::chrono::milliseconds(20));
   EXPECT_THROW(channel.getCurrentService(), TimeOut);
   // Nobody reads, either: sooner or later a request is not taken.

@@ -253,12 +253,8 @@ TEST_F(HostileSectionFilter, TheSocketsAreClosedInAChildOfTheHost) {
   const RawClient client(path);
   client.send(word(9));
   ASSERT_TRUE(recorder.log.await("clear_table_id()"));
-  int sockets = 0;
-  forEachSocket([&](int descriptor) {
-    ++sockets;
-    EXPECT_NE(fcntl(descriptor, F_GETFD) & FD_CLOEXEC, 0) << descriptor;
-  });
-  EXPECT_EQ(sockets, 3);
+  EXPECT_EQ(openSockets().all, 3);
+  EXPECT_EQ(openSockets().inherited, 0);
 }
 
 }  // namespace

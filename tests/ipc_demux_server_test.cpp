@@ -3,10 +3,10 @@
 #include "ipc/IpcDemuxServer.h"
 
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
@@ -16,8 +16,10 @@
 #include <thread>
 
 #include "support/DemuxRecorder.h"
+#include "support/Limit.h"
 #include "support/RawClient.h"
 #include "support/StandardStreams.h"
+#include "support/Threads.h"
 
 namespace quillwork {
 namespace {
@@ -265,6 +267,24 @@ TEST_F(SectionFilterTransport, AFailedStartIsNotRetriedAndItsStopIsHarmless) {
   EXPECT_EQ(callsFor(word(9)), Calls{"clear_table_id()"});
 }
 
+TEST_F(SectionFilterTransport, WhatTheSystemRefusesAtTheStartIsReported) {
+  const CaughtStream errors(stderr);
+  {
+    const Limit files(RLIMIT_NOFILE, 3);
+    server.start();
+  }
+  EXPECT_EQ(errors.text(), std::string("Can't create socket: ") + std::strerror(EMFILE) + "\n");
+  server.stop();
+  if (canLimitMemory()) {
+    // No stack for a thread.
+    const Limit memory(RLIMIT_AS, 1'000'000);
+    server.start();
+  }
+  server.stop();
+  server.start();
+  EXPECT_EQ(callsFor(word(9)), Calls{"clear_table_id()"});
+}
+
 TEST_F(SectionFilterTransport, AStopNeverClosesAFileThatTheHostHasOpenedUnderAnOldNumber) {
   server.start();
   {
@@ -363,24 +383,19 @@ TEST_F(SectionFilterTransport, AVectorThatMemoryCannotHoldEndsTheConnection) {
 }
 
 TEST_F(SectionFilterTransport, AMemoryThatHasRunOutEndsTheConnection) {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-  GTEST_SKIP() << "a sanitizer needs the address space that this test takes away; the fuzzer's "
-                  "target for this channel takes memory away otherwise";
-#endif
+  if (!canLimitMemory()) GTEST_SKIP() << "the fuzzer's target takes memory away otherwise";
   server.start();
   RawClient client(path);
   client.send(word(9));
   ASSERT_TRUE(recorder.log.await("clear_table_id()"));
   const CaughtStream errors(stderr);
-  rlimit before{};
-  getrlimit(RLIMIT_AS, &before);
-  // Less than what is in use: nothing more is to be had.
-  const rlimit none{1'000'000, before.rlim_max};
-  setrlimit(RLIMIT_AS, &none);
-  client.send(word(4) + word(0) + word(16 << 20) + "abc");
-  client.closeSending();
-  EXPECT_TRUE(client.isAtEnd());
-  setrlimit(RLIMIT_AS, &before);
+  {
+    // Less than what is in use: nothing more is to be had.
+    const Limit memory(RLIMIT_AS, 1'000'000);
+    client.send(word(4) + word(0) + word(16 << 20) + "abc");
+    client.closeSending();
+    EXPECT_TRUE(client.isAtEnd());
+  }
   EXPECT_EQ(errors.text(), "Client's connection ended by an exception: std::bad_alloc\n");
   EXPECT_EQ(recorder.log.take(), Calls{"clear_table_id()"});
   EXPECT_EQ(callsFor(word(10)), Calls{"clear_positive_filter()"});
@@ -399,7 +414,11 @@ TEST_F(SectionFilterTransport, AReleasedListenerIsNeverCalledAgainAndRequestsAre
   server.start();
   IpcDemuxServer::releaseListener(&recorder);
   RawClient client(path);
-  client.send(word(2) + word(13) + word(4) + word(0) + vectorOf("ab") + vectorOf("cd") + word(13));
+  const std::string two = word(0) + vectorOf("ab") + vectorOf("cd");
+  client.send(word(0) + word(1) + word(2) + word(13) + word(3) + word(13) + word(4) + two +
+              word(5) + two + word(6) + two + word(7) + two + vectorOf("e") + word(8) + word(13) +
+              word(9) + word(10) + word(11) + word(12) + word(13));
+  // Arguments are read as what they are: the four bytes behind 2, 3 and 8 are no requests.
   EXPECT_EQ(client.receive(4), word(0));
   EXPECT_TRUE(recorder.log.calls().empty());
 }
@@ -412,18 +431,19 @@ TEST_F(SectionFilterTransport, ReleasingAnotherListenerChangesNothing) {
 }
 
 TEST_F(SectionFilterTransport, ReleasingWaitsForACallThatComesBack) {
-  std::latch reading(1);
+  const std::atomic<pid_t> releasing = threadId();
+  std::atomic<bool> isReading{false};
   bool finished = false;
   recorder.section = [&] {
-    reading.count_down();
-    for (int index = 0; index < 1000; ++index) std::this_thread::yield();
+    isReading = true;
+    awaitSleeping(releasing);
     finished = true;
     return Bytes{5};
   };
   server.start();
   RawClient client(path);
   client.send(word(13));
-  reading.wait();
+  while (!isReading) std::this_thread::yield();
   IpcDemuxServer::releaseListener(&recorder);
   EXPECT_TRUE(finished);
   EXPECT_EQ(client.receive(5), word(1) + "\x05");

@@ -21,6 +21,7 @@
 #include <thread>
 
 #include "support/CallLog.h"
+#include "support/Limit.h"
 #include "support/RawClient.h"
 #include "support/Sockets.h"
 #include "support/StandardStreams.h"
@@ -56,6 +57,13 @@ using Calls = std::vector<std::string>;
 class ControlTransport : public testing::Test {
  protected:
   void start() { server.start(); }
+
+  /// Inside the listener: returns when a stop has begun, for sends fail from then on.
+  void awaitStop() {
+    std::thread([this] {
+      while (server.sendMessage("x", 1)) std::this_thread::yield();
+    }).join();
+  }
 
   Recorder recorder;
   IpcServer server{&recorder, path, pathLength};
@@ -326,6 +334,30 @@ TEST_F(ControlTransport, FailedStartsLeaveNoMoreThanTheLastOnesSocket) {
   EXPECT_EQ(openDescriptors(), before);
 }
 
+TEST_F(ControlTransport, WhatTheSystemRefusesAtTheStartIsReportedAndASecondStartTriesAgain) {
+  const auto before = openDescriptors();
+  {
+    const CaughtStream errors(stderr);
+    const Limit files(RLIMIT_NOFILE, 3);
+    start();
+    EXPECT_EQ(errors.text(), std::string("Can't create socket: ") + std::strerror(EMFILE) + "\n");
+  }
+  if (canLimitMemory()) {
+    // No stack for a thread.
+    const Limit memory(RLIMIT_AS, 1'000'000);
+    start();
+  }
+  server.stop();
+  start();
+  {
+    const RawClient client(path);
+    EXPECT_TRUE(recorder.log.await("clientConnected()"));
+  }
+  ASSERT_TRUE(recorder.log.await("clientDisconnected()"));
+  server.stop();
+  EXPECT_EQ(openDescriptors(), before);
+}
+
 TEST_F(ControlTransport, ASecondStartWhileRunningDoesNothing) {
   start();
   const auto before = openDescriptors();
@@ -377,10 +409,7 @@ TEST_F(ControlTransport, AListenerThatThrowsWhileTheServerStopsRaisesNoFurtherEv
   std::latch inside(1);
   recorder.onUpdate = [&](message&) {
     inside.count_down();
-    // Sends fail from the moment on in which the stop has begun.
-    std::thread([&] {
-      while (server.sendMessage("x", 1)) std::this_thread::yield();
-    }).join();
+    awaitStop();
     throw std::runtime_error("too late");
   };
   start();
@@ -397,10 +426,7 @@ TEST_F(ControlTransport, AListenerIsNotCancelledInsideOfItsOwnWait) {
   bool hasFinished = false;
   recorder.onUpdate = [&](message&) {
     inside.count_down();
-    // Sends fail from the moment on in which the stop has begun.
-    std::thread([&] {
-      while (server.sendMessage("x", 1)) std::this_thread::yield();
-    }).join();
+    awaitStop();
     // A wait of the host's is a cancellation point.
     poll(nullptr, 0, 1);
     hasFinished = true;
@@ -442,6 +468,18 @@ TEST_F(ControlTransport, AStopBreaksOffASendThatIsBlocked) {
   server.stop();
   for (std::thread& sender : senders) sender.join();
   EXPECT_EQ(recorder.log.take(), Calls{"clientConnected()"});
+}
+
+TEST_F(ControlTransport, AClientThatComesWhenTheSendsHaveBeenBrokenOffIsNotServed) {
+  start();
+  IpcServer::breakOffSends();
+  const RawClient client(path);
+  EXPECT_TRUE(client.isAtEnd());
+  EXPECT_TRUE(recorder.log.calls().empty());
+  server.stop();
+  start();
+  const RawClient next(path);
+  EXPECT_TRUE(recorder.log.await("clientConnected()"));
 }
 
 TEST_F(ControlTransport, AStopDoesNotWaitForTheRestOfALongReply) {
@@ -566,12 +604,8 @@ TEST_F(ControlTransport, TheSocketsAreClosedInAChildOfTheHost) {
   start();
   RawClient client(path);
   ASSERT_TRUE(recorder.log.await("clientConnected()"));
-  int sockets = 0;
-  forEachSocket([&](int descriptor) {
-    ++sockets;
-    EXPECT_NE(fcntl(descriptor, F_GETFD) & FD_CLOEXEC, 0) << descriptor;
-  });
-  EXPECT_EQ(sockets, 3);
+  EXPECT_EQ(openSockets().all, 3);
+  EXPECT_EQ(openSockets().inherited, 0);
 }
 
 }  // namespace

@@ -6,7 +6,6 @@
 #include <poll.h>
 #include <pthread.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -20,6 +19,7 @@
 
 #include "support/RawClient.h"
 #include "support/Threads.h"
+#include "support/UnixSocket.h"
 
 namespace {
 
@@ -162,11 +162,7 @@ class Listening {
  public:
   Listening() {
     unlink(name);
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::strncpy(address.sun_path, name, sizeof address.sun_path - 1);
-    EXPECT_EQ(bind(socket_, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-    EXPECT_EQ(listen(socket_, 1), 0);
+    EXPECT_EQ(listenAt(socket_, name), 0);
   }
   ~Listening() { close(); }
   Listening(const Listening&) = delete;

@@ -6,7 +6,6 @@
 #include <pthread.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -25,6 +24,7 @@
 #include "support/FakeHost.h"
 #include "support/RawClient.h"
 #include "support/StandardStreams.h"
+#include "support/UnixSocket.h"
 #include "support/Watchdog.h"
 
 namespace {
@@ -67,10 +67,7 @@ class Attacker {
   void attack(const std::string& request) {
     const int generation = generation_;
     const int client = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::strncpy(address.sun_path, path_, sizeof address.sun_path - 1);
-    if (connect(client, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) {
+    if (connectTo(client, path_) == 0) {
       const auto manner = static_cast<Manner>(random_() % manners);
       begin(client, manner, request);
       ++connections_;

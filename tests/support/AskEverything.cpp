@@ -36,3 +36,37 @@ void askEverything(quillwork::client::ControlChannel& channel) {
   channel.setMediaSoundLevel(1, 0.5);
   channel.setSystemProperty("name", "value");
 }
+
+void askEverything(quillwork::client::SectionFilterChannel& channel) {
+  channel.start();
+  channel.stop();
+  channel.set_pid(256);
+  channel.set_table_id(66);
+  channel.set_positive_filter(1, {1}, {2, 3});
+  channel.set_greater_than_filter(2, {}, {});
+  channel.set_less_than_filter(3, {4}, {5});
+  channel.set_xor_filter(4, {1}, {2}, {3});
+  channel.set_time_out(-1);
+  channel.clear_table_id();
+  channel.clear_positive_filter();
+  channel.clear_less_than_filter();
+  channel.clear_xor_filter();
+  EXPECT_EQ(channel.read_section(), std::vector<std::uint8_t>(4096, 's'));
+}
+
+const std::vector<std::string> everySectionFilterCall = {
+    "start()",
+    "stop()",
+    "set_pid(256)",
+    "set_table_id(66)",
+    "set_positive_filter(1, {01}, {02 03})",
+    "set_greater_than_filter(2, {}, {})",
+    "set_less_than_filter(3, {04}, {05})",
+    "set_xor_filter(4, {01}, {02}, {03})",
+    "set_time_out(-1)",
+    "clear_table_id()",
+    "clear_positive_filter()",
+    "clear_less_than_filter()",
+    "clear_xor_filter()",
+    "read_section()",
+};

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 
@@ -14,6 +15,20 @@ void forEachSocket(Visitor&& visit) {
     struct stat status {};
     if (fstat(descriptor, &status) == 0 && S_ISSOCK(status.st_mode)) visit(descriptor);
   }
+}
+
+/// How many sockets are open, and how many of them stay open in a child of the process.
+struct OpenSockets {
+  int all = 0;
+  int inherited = 0;
+};
+inline OpenSockets openSockets() {
+  OpenSockets count;
+  forEachSocket([&](int descriptor) {
+    ++count.all;
+    if ((fcntl(descriptor, F_GETFD) & FD_CLOEXEC) == 0) ++count.inherited;
+  });
+  return count;
 }
 
 /// Gives every socket of the process the smallest buffer for sending that the kernel allows, so
