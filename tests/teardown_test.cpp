@@ -217,7 +217,6 @@ TEST(TeardownUnderFire, AThousandLifetimes) {
 }
 
 TEST(TheWatchdog, EndsWhatHangsWithTheStacksOfItsThreads) {
-  testing::GTEST_FLAG(death_test_style) = "threadsafe";
   EXPECT_DEATH(
       {
         const Watchdog watchdog{std::chrono::milliseconds(10)};

@@ -4,9 +4,11 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 
+#include <chrono>
 #include <cstddef>
 #include <filesystem>
 #include <iterator>
+#include <thread>
 
 /// Calls `visit` with the number of each of the process's open sockets.
 template <class Visitor>
@@ -45,3 +47,14 @@ inline std::ptrdiff_t entriesOf(const char* directory) {
 }
 inline std::ptrdiff_t openDescriptors() { return entriesOf("/proc/self/fd"); }
 inline std::ptrdiff_t runningThreads() { return entriesOf("/proc/self/task"); }
+
+/// Waits while what others still close or end is counted; false when it stays for ten seconds.
+template <typename Count>
+bool becomes(Count count, std::ptrdiff_t expected) {
+  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+  while (count() != expected) {
+    if (std::chrono::steady_clock::now() > end) return false;
+    std::this_thread::yield();
+  }
+  return true;
+}
