@@ -335,6 +335,10 @@ TEST_F(ControlTransport, FailedStartsLeaveNoMoreThanTheLastOnesSocket) {
 }
 
 TEST_F(ControlTransport, WhatTheSystemRefusesAtTheStartIsReportedAndASecondStartTriesAgain) {
+  // A sanitizer needs descriptors when it meets an object of a class for the first time.
+  start();
+  server.stop();
+  recorder.log.take();
   const auto before = openDescriptors();
   {
     const CaughtStream errors(stderr);
