@@ -14,7 +14,7 @@ namespace {
 bool mountOwn() {
   if (unshare(CLONE_NEWNS) != 0 && unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) return false;
   // Without this the mount would show in the namespace it came from.
-  if (mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) return false;
+  if (mount("none", "/", "none", MS_REC | MS_PRIVATE, nullptr) != 0) return false;
   return mount("none", "/dev/shm", "tmpfs", 0, nullptr) == 0;
 }
 
