@@ -65,10 +65,15 @@ void Channel::send(const void* data, std::size_t size) const {
   }
 }
 
-void Channel::receive(void* data, std::size_t size, std::chrono::milliseconds timeLimit) const {
+void Channel::receive(void* data, std::size_t size, std::chrono::milliseconds timeLimit) {
   const auto deadline = Clock::now() + timeLimit;
   auto* bytes = static_cast<char*>(data);
   const std::size_t wanted = size;
+  const std::size_t early = std::min(size, arrived_.size());
+  std::copy_n(arrived_.begin(), early, bytes);
+  arrived_.erase(arrived_.begin(), arrived_.begin() + static_cast<std::ptrdiff_t>(early));
+  bytes += early;
+  size -= early;
   while (size > 0) {
     const ssize_t received = recv(socket_, bytes, size, 0);
     if (received > 0) {
@@ -84,7 +89,24 @@ void Channel::receive(void* data, std::size_t size, std::chrono::milliseconds ti
   }
 }
 
+std::span<const std::uint8_t> Channel::arrived(std::size_t wanted) {
+  while (arrived_.size() < wanted) {
+    std::uint8_t bytes[16'384];
+    const std::size_t most = std::min(sizeof bytes, wanted - arrived_.size());
+    const ssize_t size = recv(socket_, bytes, most, MSG_DONTWAIT);
+    if (size > 0) {
+      arrived_.insert(arrived_.end(), bytes, bytes + size);
+    } else if (size == -1 && errno == EAGAIN) {
+      return {};
+    } else if (size == 0 || errno != EINTR) {
+      throw Error(path_ + ": the receiver has closed the connection");
+    }
+  }
+  return arrived_;
+}
+
 bool Channel::waitForData(std::chrono::milliseconds time) const {
+  if (!arrived_.empty()) return true;
   return waitFor(socket_, POLLIN, Clock::now() + time);
 }
 

@@ -2,8 +2,11 @@
 
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
+#include <span>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace quillwork::client {
 
@@ -29,10 +32,14 @@ class Channel {
 
   void send(const void* data, std::size_t size) const;
   /// Exactly so many bytes.
-  void receive(void* data, std::size_t size) const { receive(data, size, timeLimit_); }
-  void receive(void* data, std::size_t size, std::chrono::milliseconds timeLimit) const;
+  void receive(void* data, std::size_t size) { receive(data, size, timeLimit_); }
+  void receive(void* data, std::size_t size, std::chrono::milliseconds timeLimit);
   /// Whether something has arrived within the time.
   [[nodiscard]] bool waitForData(std::chrono::milliseconds time) const;
+
+  /// So many bytes, as soon as they have arrived, and until then nothing, at once; receive() begins
+  /// with them. Throws Error when the receiver has closed the connection before.
+  [[nodiscard]] std::span<const std::uint8_t> arrived(std::size_t wanted);
 
   [[nodiscard]] int descriptor() const { return socket_; }
   [[nodiscard]] const std::string& path() const { return path_; }
@@ -42,6 +49,8 @@ class Channel {
   std::string path_;
   std::chrono::milliseconds timeLimit_;
   int socket_;
+  /// What has arrived and was not received yet.
+  std::vector<std::uint8_t> arrived_;
 };
 
 }  // namespace quillwork::client

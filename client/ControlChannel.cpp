@@ -1,6 +1,7 @@
 #include "client/ControlChannel.h"
 
 #include <algorithm>
+#include <cstring>
 #include <utility>
 
 #include "protocol/records.h"
@@ -231,6 +232,20 @@ std::optional<Notification> ControlChannel::waitForNotification(std::chrono::mil
   std::optional<message> element;
   if (auto notification = takeNotification(record, element)) return notification;
   throw Error(channel_.path() + ": " + describe(record) + " came without a request");
+}
+
+std::optional<Notification> ControlChannel::takeNotification() {
+  const auto first = channel_.arrived(sizeof(message));
+  if (first.empty()) return std::nullopt;
+  message record{};
+  std::memcpy(&record, first.data(), sizeof record);
+  if (record.group == LIST_HEADER) {
+    const std::size_t parts = boundedCount(channel_.path(), record.type);
+    if (parts > maxText / commandPart) throw Error(channel_.path() + ": a command is too long");
+    if (channel_.arrived((parts + 1) * sizeof(message)).empty()) return std::nullopt;
+  }
+  // It is all there, so that nothing waits.
+  return waitForNotification({});
 }
 
 void ControlChannel::answerApplicationState(bool answer) {

@@ -31,6 +31,11 @@ class ControlChannel {
   void onNotification(NotificationHandler handler) { handler_ = std::move(handler); }
   /// Waits for the next notification; nothing if none comes within the time.
   std::optional<Notification> waitForNotification(std::chrono::milliseconds time);
+  /// The next notification that has arrived whole; nothing, at once, if there is none. For an event
+  /// loop: call it until it gives nothing whenever descriptor() is readable.
+  std::optional<Notification> takeNotification();
+  /// Readable when something has arrived. Only to wait for.
+  [[nodiscard]] int descriptor() const { return channel_.descriptor(); }
   void answerApplicationState(bool answer);
 
   // Video and audio.

@@ -13,6 +13,8 @@
 
 #include "fuzz/Conversation.h"
 #include "fuzz/Input.h"
+#include "receiver/DataBroadcast.h"
+#include "receiver/Player.h"
 #include "receiver/SectionFilter.h"
 #include "receiver/ServiceInformation.h"
 #include "receiver/StreamFile.h"
@@ -110,13 +112,12 @@ void readEverything(const ServiceInformation& information) {
   static_cast<void>(information.networks());
   static_cast<void>(information.bouquets());
   static_cast<void>(information.caSystems());
-  static_cast<void>(information.firstProgram());
+  static_cast<void>(information.currentService());
   static_cast<void>(information.broadcastTime());
   static_cast<void>(information.counters());
 }
 
-void readSections(const StreamFile& stream, Input& input) {
-  SectionFilter filter(stream, true);
+void setFilter(SectionFilter& filter, Input& input) {
   filter.setTimeOut(0);
   filter.setPid(pids[input.takeBelow(pids.size())]);
   if (input.takeBoolean()) filter.setTableId(input.take<std::uint8_t>());
@@ -131,8 +132,6 @@ void readSections(const StreamFile& stream, Input& input) {
   if ((filters & 4U) != 0) filter.setLessThanFilter(offset, bytes(), bytes());
   if ((filters & 8U) != 0) filter.setXorFilter(offset, bytes(), bytes(), bytes());
   filter.start();
-  for (int left = 20; left > 0 && !filter.readSection().empty(); --left) {
-  }
 }
 
 }  // namespace
@@ -169,12 +168,23 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   try {
     const StreamFile opened("/proc/self/fd/" + std::to_string(file));
     ServiceInformation information(table);
+    DataBroadcast broadcast(information);
+    broadcast.onTree([](const CarouselPlace&, const std::shared_ptr<const CarouselTree>&) {});
+    broadcast.onEvent([](const std::string&, const StreamEvent&) {});
+    broadcast.want({101, 65});
+    Player player(nullptr, {});
+    SectionFilter filter(player, false);
+    setFilter(filter, filters);
     for (std::size_t index = 0; index < opened.packets(); ++index) {
-      information.feed(opened.packet(index));
+      const Packet packet = opened.packet(index);
+      information.take(packet);
+      broadcast.take(packet);
+      filter.take(packet);
       if (index % 32 == 31) readEverything(information);
     }
     readEverything(information);
-    readSections(opened, filters);
+    while (!filter.readSection().empty()) {
+    }
   } catch (const StreamError&) {
     // Said in one line and refused.
   }

@@ -5,11 +5,13 @@
 #include <sys/eventfd.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <charconv>
 #include <csignal>
 #include <cstdio>
 #include <optional>
 #include <string_view>
+#include <vector>
 
 #include "adapter/MiddlewareIpc.h"
 #include "receiver/Host.h"
@@ -18,10 +20,14 @@ namespace receiver {
 namespace {
 
 constexpr std::string_view help =
-    "state NUMBER       ask the client for an application state, and wait for its answer\n"
-    "event CODE [TEXT]  give the client a stream-event command, its text to the line's end\n"
-    "help               show this\n"
-    "quit               end the receiver\n";
+    "state NUMBER              ask the client for an application state, and wait for its answer\n"
+    "event CODE [TEXT]         give the client a stream-event command, its text to the line's end\n"
+    "graphics WIDTH HEIGHT     change the size of the graphics plane\n"
+    "retune [SERVICE]          tune anew: the stream begins from its start\n"
+    "service SERVICE           select a service of the stream\n"
+    "wait SECONDS              begin the next command later\n"
+    "help                      show this\n"
+    "quit                      end the receiver\n";
 
 /// Takes the next word off the line.
 std::string_view takeWord(std::string_view& line) {
@@ -39,6 +45,17 @@ std::optional<std::int32_t> takeNumber(std::string_view& line) {
   return number;
 }
 
+/// How many numbers a command needs and takes, and whether the rest of the line is its text.
+struct Needed {
+  std::string_view command;
+  std::size_t least = 0;
+  std::size_t most = 0;
+  bool takesText = false;
+};
+constexpr Needed needed[] = {
+    {"help"},           {"quit"},          {"state", 1, 1},  {"event", 1, 1, true},
+    {"graphics", 2, 2}, {"service", 1, 1}, {"retune", 0, 1}, {"wait", 1, 1}};
+
 void answer(const std::string& text) {
   fmt::print("{}\n", text);
   std::fflush(stdout);
@@ -46,8 +63,11 @@ void answer(const std::string& text) {
 
 }  // namespace
 
-Commands::Commands(MiddlewareIpc& adapter)
-    : adapter_(adapter), stopped_(eventfd(0, EFD_CLOEXEC)), thread_([this] { run(); }) {}
+Commands::Commands(MiddlewareIpc& adapter, int input)
+    : adapter_(adapter),
+      input_(input),
+      stopped_(eventfd(0, EFD_CLOEXEC)),
+      thread_([this] { run(); }) {}
 
 Commands::~Commands() {
   stop();
@@ -64,7 +84,7 @@ void Commands::run() {
 /// Waits for the next line; false at the input's end or after stop().
 bool Commands::readLine(std::string& line) {
   for (;;) {
-    pollfd inputs[] = {{stopped_, POLLIN, 0}, {STDIN_FILENO, POLLIN, 0}};
+    pollfd inputs[] = {{stopped_, POLLIN, 0}, {input_, POLLIN, 0}};
     const std::size_t end = unread_.find('\n');
     // Without a wait where a line is there already.
     poll(inputs, std::size(inputs), end == std::string::npos ? -1 : 0);
@@ -75,37 +95,74 @@ bool Commands::readLine(std::string& line) {
       return true;
     }
     char buffer[4096];
-    const ssize_t size = read(STDIN_FILENO, buffer, sizeof buffer);
+    const ssize_t size = read(input_, buffer, sizeof buffer);
     // A receiver in the background may not read from its terminal.
     if (size <= 0) return false;
     unread_.append(buffer, static_cast<std::size_t>(size));
   }
 }
 
+/// False when stop() has ended it.
+bool Commands::sleepFor(double seconds) const {
+  constexpr double longest = 1e6;
+  pollfd stop{stopped_, POLLIN, 0};
+  const double time = std::clamp(seconds, 0.0, longest) * 1000;
+  return poll(&stop, 1, static_cast<int>(time)) == 0;
+}
+
 void Commands::perform(const std::string& line) {
   std::string_view rest = line;
   const std::string_view command = takeWord(rest);
-  if (command.empty()) return;
+  if (command.empty() || command.front() == '#') return;
+  Host& host = *Host::current();
+  const auto known = std::ranges::find(needed, command, &Needed::command);
+  if (known == std::end(needed)) {
+    fmt::print(stderr, "quillwork-receiver: there is no command '{}'; 'help' shows them\n",
+               command);
+    return;
+  }
+  std::vector<std::int32_t> numbers;
+  while (numbers.size() < known->most) {
+    std::string_view behind = rest;
+    const auto number = takeNumber(behind);
+    if (!number) break;
+    numbers.push_back(*number);
+    rest = behind;
+  }
+  if (numbers.size() < known->least) {
+    fmt::print(stderr, "quillwork-receiver: '{}': a number is missing\n", line);
+    return;
+  }
+  if (!known->takesText && rest.find_first_not_of(' ') != rest.npos) {
+    fmt::print(stderr, "quillwork-receiver: '{}': there is too much behind '{}'\n", line, command);
+    return;
+  }
   if (command == "help") {
     answer(std::string(help.substr(0, help.size() - 1)));
   } else if (command == "quit") {
     kill(getpid(), SIGTERM);
-  } else if (command == "state" || command == "event") {
-    const auto number = takeNumber(rest);
-    if (!number) {
-      fmt::print(stderr, "quillwork-receiver: '{}': a number is missing\n", line);
-    } else if (command == "state") {
-      const bool granted = adapter_.sendAppState(quillwork::state{*number});
-      answer(fmt::format("state {}: {}", *number, granted ? "yes" : "no"));
-    } else {
-      Host::current()->commandListener.notify([&](auto& listener) {
-        listener.commandReceived({*number, 0, 0, std::string(rest)});
-      });
-      answer(fmt::format("event {}", *number));
-    }
-  } else {
-    fmt::print(stderr, "quillwork-receiver: there is no command '{}'; 'help' shows them\n",
-               command);
+  } else if (command == "state") {
+    const bool granted = adapter_.sendAppState(quillwork::state{numbers[0]});
+    answer(fmt::format("state {}: {}", numbers[0], granted ? "yes" : "no"));
+  } else if (command == "event") {
+    host.commandListener.notify([&](auto& listener) {
+      listener.commandReceived({numbers[0], 0, 1, std::string(rest)});
+    });
+    answer(fmt::format("event {}", numbers[0]));
+  } else if (command == "graphics") {
+    const ipcutil::Rectangle_t plane{0, 0, numbers[0], numbers[1]};
+    host.graphicsListener.notify(
+        [&](auto& listener) { listener.graphicsSettingsChanged(plane, plane); });
+    answer(fmt::format("graphics {} {}", numbers[0], numbers[1]));
+  } else if (command == "service") {
+    host.information.selectService(numbers[0]);
+    answer(fmt::format("service {}", host.information.currentService()));
+  } else if (command == "retune") {
+    if (!numbers.empty()) host.information.selectService(numbers[0]);
+    host.player.retune();
+    answer("retuned");
+  } else if (command == "wait") {
+    static_cast<void>(sleepFor(numbers[0]));
   }
 }
 

@@ -7,14 +7,15 @@ class MiddlewareIpc;
 
 namespace receiver {
 
-/// What a person or a script causes on the host's side, a line each on the standard input: read and
-/// carried out on a thread of its own, since a client that does not read or answer holds it up.
+/// What a person or a script causes on the host's side, a line each: read and carried out on a
+/// thread of its own, since a client that does not read or answer holds it up.
 /// Answers are lines on the standard output, complaints on the standard error stream.
 /// docs/receiver.md lists the commands.
 class Commands {
  public:
-  /// Borrows the adapter. `quit` is carried out as a SIGTERM to this process.
-  explicit Commands(MiddlewareIpc& adapter);
+  /// Borrows the adapter and the descriptor that the lines are read from. `quit` is carried out as
+  /// a SIGTERM to this process.
+  Commands(MiddlewareIpc& adapter, int input);
   /// Waits for the command that is being carried out. Delete the adapter first: that ends whatever
   /// waits for the client.
   ~Commands();
@@ -27,9 +28,11 @@ class Commands {
  private:
   void run();
   bool readLine(std::string& line);
+  [[nodiscard]] bool sleepFor(double seconds) const;
   void perform(const std::string& line);
 
   MiddlewareIpc& adapter_;
+  const int input_;
   /// Readable once stop() was called.
   const int stopped_;
   std::string unread_;

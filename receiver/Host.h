@@ -1,21 +1,29 @@
 #pragma once
 
+#include "facade/CarouselListener.h"
 #include "facade/DsmCCCommandListener.h"
+#include "facade/GraphicsSettingsListener.h"
+#include "receiver/CarouselMounts.h"
 #include "receiver/ListenerSlot.h"
+#include "receiver/Player.h"
 #include "receiver/ServiceInformation.h"
-#include "receiver/StreamFile.h"
+#include "receiver/Worker.h"
 
 namespace receiver {
 
 /// What the facades work on. The library creates them through static factories, so they find it
 /// here; main() sets it before it creates the adapter and keeps it until the adapter is gone.
 struct Host {
-  const StreamFile& stream;
   ServiceInformation& information;
-  /// Whether the section filter stops at the stream's end instead of beginning again.
-  bool once;
-  /// Who wants to hear of stream events.
+  Player& player;
+  Worker& worker;
+  CarouselMounts& mounts;
+  std::string properties;  ///< the file
+  bool isFast = false;
+  std::string libraryRevision;  ///< once the library has said it
   ListenerSlot<middlewarefacade::DsmCCCommandListener> commandListener;
+  ListenerSlot<middlewarefacade::CarouselListener> carouselListener;
+  ListenerSlot<middlewarefacade::GraphicsSettingsListener> graphicsListener;
 
   static Host*& current() {
     static Host* host = nullptr;

@@ -1,12 +1,14 @@
 #include "receiver/SectionFilter.h"
 
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
 #include <algorithm>
-#include <ctime>
+#include <climits>
 
 namespace receiver {
 namespace {
-
-constexpr std::uint8_t syncByte = 0x47;
 
 Pattern makePattern(int filterArg, const std::vector<unsigned char>& value,
                     const std::vector<unsigned char>& mask,
@@ -52,93 +54,187 @@ bool passesXor(const Pattern& pattern, const Section& section) {
   return anyDifferent || !wantsDifferent;
 }
 
+using Clock = std::chrono::steady_clock;
+
+/// Waits for the counter and takes what it has counted; false when the time is over. The wait is a
+/// plain one, since the library cancels it when the adapter is deleted.
+bool awaitCount(int counter, std::optional<Clock::time_point> end) {
+  for (;;) {
+    int time = -1;
+    if (end) {
+      const auto left = std::chrono::ceil<std::chrono::milliseconds>(*end - Clock::now()).count();
+      time = static_cast<int>(std::clamp<std::int64_t>(left, 0, INT_MAX));
+    }
+    pollfd waiting{counter, POLLIN, 0};
+    const int ready = poll(&waiting, 1, time);
+    if (ready > 0) {
+      eventfd_t count = 0;
+      eventfd_read(counter, &count);
+      return true;
+    }
+    if (ready == 0) return false;
+  }
+}
+
 }  // namespace
 
+bool SectionFilter::Conditions::hold(const Section& section) const {
+  if (tableId >= 0 && section[0] != tableId) return false;
+  for (const auto* const pattern : {&positive, &greaterThan, &lessThan, &exclusiveOr}) {
+    if (*pattern && !covers(**pattern, section)) return false;
+  }
+  return (!positive || compare(*positive, section) == 0) &&
+         (!greaterThan || compare(*greaterThan, section) > 0) &&
+         (!lessThan || compare(*lessThan, section) < 0) &&
+         (!exclusiveOr || passesXor(*exclusiveOr, section));
+}
+
+SectionFilter::SectionFilter(Player& player, bool waitsForReader)
+    : player_(player),
+      waitsForReader_(waitsForReader),
+      arrived_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
+      taken_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+  player_.add(*this);
+}
+
+SectionFilter::~SectionFilter() {
+  stop();
+  player_.remove(*this);
+  close(arrived_);
+  close(taken_);
+}
+
+/// Changes what the player's thread looks at, and lets it go on where it waits for a reader.
+template <class Change>
+void SectionFilter::change(Change&& change) {
+  {
+    const std::lock_guard lock(mutex_);
+    change();
+  }
+  eventfd_write(taken_, 1);
+}
+
 void SectionFilter::start() {
-  running_ = true;
-  ready_.clear();
-  assembler_.reset();
+  change([this] {
+    isRunning_ = true;
+    sections_.clear();
+    assembler_.reset();
+  });
 }
 
 void SectionFilter::stop() {
-  running_ = false;
-  ready_.clear();
+  change([this] {
+    isRunning_ = false;
+    sections_.clear();
+  });
 }
 
 void SectionFilter::setPid(int pid) {
-  pid_ = pid;
-  ready_.clear();
-  assembler_.reset();
+  change([&] {
+    pid_ = pid;
+    sections_.clear();
+    assembler_.reset();
+  });
+}
+
+void SectionFilter::setTableId(int tableId) {
+  change([&] { conditions_.tableId = tableId; });
 }
 
 void SectionFilter::setPositiveFilter(int filterArg, const Bytes& first, const Bytes& second) {
-  positive_ = makePattern(filterArg, first, second);
+  change([&] { conditions_.positive = makePattern(filterArg, first, second); });
 }
 
 void SectionFilter::setGreaterThanFilter(int filterArg, const Bytes& first, const Bytes& second) {
-  greaterThan_ = makePattern(filterArg, first, second);
+  change([&] { conditions_.greaterThan = makePattern(filterArg, first, second); });
 }
 
 void SectionFilter::setLessThanFilter(int filterArg, const Bytes& first, const Bytes& second) {
-  lessThan_ = makePattern(filterArg, first, second);
+  change([&] { conditions_.lessThan = makePattern(filterArg, first, second); });
 }
 
 void SectionFilter::setXorFilter(int filterArg, const Bytes& first, const Bytes& second,
                                  const Bytes& third) {
-  xor_ = makePattern(filterArg, first, second, third);
+  change([&] { conditions_.exclusiveOr = makePattern(filterArg, first, second, third); });
 }
 
-bool SectionFilter::matches(const Section& section) const {
-  if (tableId_ >= 0 && section[0] != tableId_) return false;
-  for (const auto* const pattern : {&positive_, &greaterThan_, &lessThan_, &xor_}) {
-    if (*pattern && !covers(**pattern, section)) return false;
-  }
-  return (!positive_ || compare(*positive_, section) == 0) &&
-         (!greaterThan_ || compare(*greaterThan_, section) > 0) &&
-         (!lessThan_ || compare(*lessThan_, section) < 0) && (!xor_ || passesXor(*xor_, section));
+void SectionFilter::setTimeOut(long timeOut) { timeOut_ = std::chrono::milliseconds(timeOut); }
+
+void SectionFilter::clearTableId() {
+  change([this] { conditions_.tableId = -1; });
+}
+
+void SectionFilter::clearPositiveFilter() {
+  change([this] { conditions_.positive.reset(); });
+}
+
+void SectionFilter::clearLessThanFilter() {
+  change([this] { conditions_.lessThan.reset(); });
+}
+
+void SectionFilter::clearXorFilter() {
+  change([this] { conditions_.exclusiveOr.reset(); });
 }
 
 SectionFilter::Bytes SectionFilter::readSection() {
-  if (!running_) return {};
-  const auto begin = std::chrono::steady_clock::now();
-  // One turn shows everything that the stream has; a second one can only repeat it.
-  for (std::size_t read = 0; read <= stream_.packets();) {
-    while (!ready_.empty()) {
-      Section section = std::move(ready_.front());
-      ready_.pop_front();
-      if (matches(section)) return section;
+  std::optional<Clock::time_point> end;
+  if (timeOut_.count() >= 0) end = Clock::now() + timeOut_;
+  do {
+    if (auto section = takeSection()) {
+      eventfd_write(taken_, 1);
+      return std::move(*section);
     }
-    if (isAtEnd()) break;
-    readPacket();
-    ++read;
-  }
-  waitOut(begin);
+    const std::lock_guard lock(mutex_);
+    if (!isRunning_) return {};
+  } while (awaitCount(arrived_, end));
   return {};
 }
 
-void SectionFilter::readPacket() {
-  if (position_ == stream_.packets()) {
-    position_ = 0;
-    assembler_.reset();
+/// What passed before a filter was changed has to pass the new one, too.
+std::optional<Section> SectionFilter::takeSection() {
+  const std::lock_guard lock(mutex_);
+  hasGivenUp_ = false;
+  while (!sections_.empty()) {
+    Section section = std::move(sections_.front());
+    sections_.pop_front();
+    if (conditions_.hold(section)) return section;
   }
-  const Packet packet = stream_.packet(position_++);
-  const bool isDamaged = packet[0] != syncByte || (packet[1] & 0x80U) != 0;
-  if (isDamaged || pidOf(packet) != pid_) return;
-  assembler_.feed(packet, errors_, [this](const Section& section) { ready_.push_back(section); });
+  return std::nullopt;
 }
 
-// A plain sleep: the library cancels it when the adapter is deleted.
-void SectionFilter::waitOut(std::chrono::steady_clock::time_point begin) const {
-  for (;;) {
-    const auto left = timeOut_ - (std::chrono::steady_clock::now() - begin);
-    if (timeOut_.count() >= 0 && left <= left.zero()) return;
-    const auto nap = timeOut_.count() < 0 ? std::chrono::nanoseconds(std::chrono::seconds(60))
-                                          : std::chrono::nanoseconds(left);
-    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(nap);
-    const timespec time{static_cast<time_t>(seconds.count()),
-                        static_cast<long>((nap - seconds).count())};
-    nanosleep(&time, nullptr);
+void SectionFilter::take(Packet packet) {
+  bool isFull = false;
+  {
+    const std::lock_guard lock(mutex_);
+    const bool isDamaged = packet[0] != syncByte || (packet[1] & 0x80U) != 0;
+    if (!isRunning_ || isDamaged || pidOf(packet) != pid_) return;
+    assembler_.feed(packet, errors_, [this](const Section& section) { keep(section); });
+    isFull = sections_.size() >= mostSections / 2;
   }
+  if (isFull && waitsForReader_ && !hasGivenUp_) waitForReader();
+}
+
+void SectionFilter::waitForReader() {
+  const auto end = Clock::now() + std::chrono::seconds(1);
+  while (awaitCount(taken_, end)) {
+    const std::lock_guard lock(mutex_);
+    if (sections_.size() < mostSections / 2) return;
+  }
+  // Whoever reads nothing for so long is not waited for again, until something is read.
+  const std::lock_guard lock(mutex_);
+  hasGivenUp_ = true;
+}
+
+void SectionFilter::keep(const Section& section) {
+  if (!conditions_.hold(section)) return;
+  if (sections_.size() == mostSections) sections_.pop_front();
+  sections_.push_back(section);
+  eventfd_write(arrived_, 1);
+}
+
+void SectionFilter::interrupted(bool) {
+  const std::lock_guard lock(mutex_);
+  assembler_.reset();
 }
 
 }  // namespace receiver

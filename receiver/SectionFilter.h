@@ -3,13 +3,13 @@
 #include <chrono>
 #include <cstdint>
 #include <deque>
+#include <mutex>
 #include <optional>
-#include <span>
 #include <vector>
 
 #include "facade/DemuxFacade.h"
+#include "receiver/Player.h"
 #include "receiver/SectionAssembler.h"
-#include "receiver/StreamFile.h"
 
 namespace receiver {
 
@@ -21,51 +21,71 @@ struct Pattern {
   std::vector<unsigned char> different;
 };
 
-/// The demultiplexer facade's section filter: reads the stream on from where it stopped, as if it
-/// were on air while somebody waits for a section.
-class SectionFilter : public middlewarefacade::DemuxFacade {
+/// The demultiplexer facade's section filter on the running stream: keeps the sections that pass
+/// until they are read. Its operations come on the library's thread, packets on the player's.
+class SectionFilter : public middlewarefacade::DemuxFacade, public PacketSink {
  public:
-  SectionFilter(const StreamFile& stream, bool once) : stream_(stream), once_(once) {}
+  /// What is kept for a reader; then the oldest go.
+  static constexpr std::size_t mostSections = 256;
+
+  /// `player`: whose packets it takes from now on. `waitsForReader`: packets wait, for a second at
+  /// most, until a reader has made room.
+  SectionFilter(Player& player, bool waitsForReader);
+  ~SectionFilter() override;
 
   void start() override;
   void stop() override;
   void setPid(int pid) override;
-  void setTableId(int tableId) override { tableId_ = tableId; }
+  void setTableId(int tableId) override;
   void setPositiveFilter(int filterArg, const Bytes& first, const Bytes& second) override;
   void setGreaterThanFilter(int filterArg, const Bytes& first, const Bytes& second) override;
   void setLessThanFilter(int filterArg, const Bytes& first, const Bytes& second) override;
   void setXorFilter(int filterArg, const Bytes& first, const Bytes& second,
                     const Bytes& third) override;
   /// In milliseconds; negative for none.
-  void setTimeOut(long timeOut) override { timeOut_ = std::chrono::milliseconds(timeOut); }
-  void clearTableId() override { tableId_ = -1; }
-  void clearPositiveFilter() override { positive_.reset(); }
-  void clearLessThanFilter() override { lessThan_.reset(); }
-  void clearXorFilter() override { xor_.reset(); }
+  void setTimeOut(long timeOut) override;
+  void clearTableId() override;
+  void clearPositiveFilter() override;
+  void clearLessThanFilter() override;
+  void clearXorFilter() override;
   Bytes readSection() override;
 
-  /// Whether the filter lets the section pass.
-  [[nodiscard]] bool matches(const Section& section) const;
+  void take(Packet packet) override;
+  void interrupted(bool isOther) override;
 
  private:
-  void readPacket();
-  [[nodiscard]] bool isAtEnd() const { return once_ && position_ == stream_.packets(); }
-  void waitOut(std::chrono::steady_clock::time_point begin) const;
+  /// What a section is compared with.
+  struct Conditions {
+    int tableId = -1;
+    std::optional<Pattern> positive;
+    std::optional<Pattern> greaterThan;
+    std::optional<Pattern> lessThan;
+    std::optional<Pattern> exclusiveOr;
 
-  const StreamFile& stream_;
-  const bool once_;
-  bool running_ = false;
+    [[nodiscard]] bool hold(const Section& section) const;
+  };
+
+  template <class Change>
+  void change(Change&& change);
+  void keep(const Section& section);
+  void waitForReader();
+  std::optional<Section> takeSection();
+
+  Player& player_;
+  const bool waitsForReader_;
+  /// Counts the sections that came and the readers that made room.
+  const int arrived_;
+  const int taken_;
+
+  std::mutex mutex_;
+  bool isRunning_ = false;
+  bool hasGivenUp_ = false;
   int pid_ = -1;
-  int tableId_ = -1;
-  std::optional<Pattern> positive_;
-  std::optional<Pattern> greaterThan_;
-  std::optional<Pattern> lessThan_;
-  std::optional<Pattern> xor_;
+  Conditions conditions_;
   std::chrono::milliseconds timeOut_{10'000};
-  std::size_t position_ = 0;
   SectionAssembler assembler_;
   StreamErrors errors_;
-  std::deque<Section> ready_;
+  std::deque<Section> sections_;
 };
 
 }  // namespace receiver

@@ -8,7 +8,6 @@
 namespace receiver {
 namespace {
 
-constexpr std::uint8_t syncByte = 0x47;
 constexpr std::uint16_t eitLowPid = 0x27;  // Where ISDB repeats the EIT for its handheld service.
 constexpr std::uint8_t isdbTerrestrialDelivery = 0xfa;
 constexpr std::uint8_t isdbTransportStream = 0xcd;
@@ -176,7 +175,7 @@ ServiceInformation::ServiceInformation(std::optional<CharacterTable> table)
 
 void ServiceInformation::watch(std::uint16_t pid) { assemblers_.try_emplace(pid); }
 
-void ServiceInformation::feed(Packet packet) {
+void ServiceInformation::take(Packet packet) {
   const std::lock_guard lock(mutex_);
   ++counters_.packets;
   if (packet[0] != syncByte || (packet[1] & 0x80U) != 0) {
@@ -190,10 +189,22 @@ void ServiceInformation::feed(Packet packet) {
                          [&](const Section& section) { store(pid, section); });
 }
 
-void ServiceInformation::restart() {
+void ServiceInformation::interrupted(bool isOther) {
+  const std::lock_guard lock(mutex_);
+  for (auto& [pid, assembler] : assemblers_) assembler.reset();
+  if (!isOther) return;
+  tables_.clear();
+  programs_.clear();
+  programOrder_.clear();
+  transportStreamId_ = -1;
+  patVersion_ = -1;
+  time_.reset();
+  ++programGeneration_;
+}
+
+void ServiceInformation::resetCounters() {
   const std::lock_guard lock(mutex_);
   counters_ = {};
-  for (auto& [pid, assembler] : assemblers_) assembler.reset();
 }
 
 void ServiceInformation::store(std::uint16_t pid, const Section& section) {
@@ -218,10 +229,12 @@ void ServiceInformation::store(std::uint16_t pid, const Section& section) {
   const std::uint8_t number = psi_get_section(section.data());
   Sections& sections = tables_[{pid, tableId, extension, further}];
   const auto before = sections.find(number);
-  if (before == sections.end() || !sameContent(before->second, section)) ++counters_.changes;
+  const bool isNew = before == sections.end() || !sameContent(before->second, section);
+  if (isNew) ++counters_.changes;
   sections.insert_or_assign(number, section);
   sections.erase(sections.upper_bound(psi_get_lastsection(section.data())), sections.end());
   if (tableId == PAT_TABLE_ID) followPat();
+  if (isNew && (tableId == PAT_TABLE_ID || tableId == PMT_TABLE_ID)) ++programGeneration_;
   if (!tableIsGiven_ && (tableId == NIT_TABLE_ID_ACTUAL || tableId == SDT_TABLE_ID_ACTUAL)) {
     table_ = findTable();
   }
@@ -313,10 +326,15 @@ int ServiceInformation::patVersion() const {
   return patVersion_;
 }
 
-int ServiceInformation::firstProgram() const {
+int ServiceInformation::currentService() const {
   const std::lock_guard lock(mutex_);
+  const int selected = selected_;
+  const bool isThere = std::ranges::find(programOrder_, selected) != programOrder_.end();
+  if (isThere) return selected;
   return programOrder_.empty() ? -1 : programOrder_.front();
 }
+
+void ServiceInformation::selectService(int service) { selected_ = service; }
 
 std::optional<std::int64_t> ServiceInformation::broadcastTime() const {
   const std::lock_guard lock(mutex_);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <compare>
 #include <cstdint>
 #include <list>
@@ -11,6 +12,7 @@
 #include <utility>
 #include <vector>
 
+#include "receiver/Player.h"
 #include "receiver/SectionAssembler.h"
 #include "receiver/Text.h"
 
@@ -116,17 +118,16 @@ struct Counters {
 
 /// The service information of a stream: keeps the newest section of each number of each table, from
 /// the moment it arrives, and reads them when asked. Any thread.
-class ServiceInformation {
+class ServiceInformation : public PacketSink {
  public:
   /// `table`: the character table of texts that do not name their own; without one it is found out
   /// from the stream.
   explicit ServiceInformation(std::optional<CharacterTable> table);
 
-  /// Takes the next packet of the stream.
-  void feed(Packet packet);
-  /// The stream begins anew: the next packet does not follow the last one, and the counters start
-  /// at zero. What is known stays.
-  void restart();
+  void take(Packet packet) override;
+  void interrupted(bool isOther) override;
+  /// Counts from zero; what is known stays.
+  void resetCounters();
 
   /// The transport stream id of the PAT, -1 before the first.
   [[nodiscard]] int transportStreamId() const;
@@ -141,8 +142,12 @@ class ServiceInformation {
   [[nodiscard]] Descriptors serviceDescriptors(int service) const;
   /// The CA systems of the CAT and of all PMTs, in order.
   [[nodiscard]] std::set<int> caSystems() const;
-  /// The first program of the PAT, -1 for none.
-  [[nodiscard]] int firstProgram() const;
+  /// The selected service where the PAT has it, or else the PAT's first program; -1 for none.
+  [[nodiscard]] int currentService() const;
+  /// -1 for whatever comes first.
+  void selectService(int service);
+  /// Changes whenever a PAT or PMT has changed.
+  [[nodiscard]] std::uint64_t programGeneration() const { return programGeneration_; }
   /// Of the last TDT or TOT, in seconds since 1970; nothing before the first.
   [[nodiscard]] std::optional<std::int64_t> broadcastTime() const;
   [[nodiscard]] Counters counters() const;
@@ -187,6 +192,8 @@ class ServiceInformation {
   int patVersion_ = -1;
   std::optional<std::int64_t> time_;
   Counters counters_;
+  std::atomic<std::uint64_t> programGeneration_{0};
+  std::atomic<int> selected_{-1};
 };
 
 }  // namespace receiver

@@ -12,8 +12,6 @@
 namespace receiver {
 namespace {
 
-constexpr std::uint8_t syncByte = 0x47;
-
 /// A descriptor that is closed at the end of the scope.
 class File {
  public:

@@ -9,6 +9,7 @@
 namespace receiver {
 
 inline constexpr std::size_t packetSize = 188;
+inline constexpr std::uint8_t syncByte = 0x47;
 using Packet = std::span<const std::uint8_t, packetSize>;
 
 /// What is wrong with a stream file, as one line that names it.

@@ -11,7 +11,11 @@
 #include "facade/VersionFacade.h"
 #include "facade/VideoFacade.h"
 #include "receiver/Host.h"
+#ifdef QUILLWORK_SQLITE
+#include "receiver/Properties.h"
+#endif
 #include "receiver/SectionFilter.h"
+#include "receiver/Time.h"
 
 namespace receiver {
 namespace {
@@ -143,7 +147,7 @@ class Information : public SIFacade {
     return services;
   }
 
-  int getCurrentService() override { return information_.firstProgram(); }
+  int getCurrentService() override { return information_.currentService(); }
 
   std::list<Descriptors_> getServiceDescriptors(int service) override {
     return toFacade(information_.serviceDescriptors(orCurrent(service)));
@@ -245,6 +249,18 @@ class Information : public SIFacade {
   const ServiceInformation& information_;
 };
 
+#ifdef QUILLWORK_SQLITE
+/// What the receiver itself answers for.
+std::map<std::string, Properties::Getter> readOnlyProperties() {
+  return {
+      {"receiver.model", [] { return std::string("quillwork-receiver"); }},
+      {"receiver.version", [] { return std::string(QUILLWORK_VERSION); }},
+      {"library.revision", [] { return Host::current()->libraryRevision; }},
+      {"broadcast.time", [] { return timeText(Host::current()->information.broadcastTime()); }},
+  };
+}
+#endif
+
 class Tuner : public TunerFacade {
  public:
   explicit Tuner(const ServiceInformation& information) : information_(information) {}
@@ -321,30 +337,64 @@ class Tuner : public TunerFacade {
 class Version : public VersionFacade {
  public:
   int checkVersionFlag(int flag) override {
-    enum Flag { isReceiver = 0, hasServiceInformation = 1, hasSectionFilter = 2, hasArib = 3 };
+    enum Flag {
+      isReceiver = 0,
+      hasServiceInformation = 1,
+      hasSectionFilter = 2,
+      hasArib = 3,
+      hasCarousels = 4,
+      hasStreamEvents = 5,
+      hasProperties = 6,
+    };
     switch (flag) {
       case isReceiver:
       case hasServiceInformation:
       case hasSectionFilter:
+      case hasCarousels:
+      case hasStreamEvents:
         return 1;
       case hasArib:
         return canConvertArib() ? 1 : 0;
+      case hasProperties:
+#ifdef QUILLWORK_SQLITE
+        return 1;
+#else
+        return 0;
+#endif
       default:
         return 0;
     }
   }
 
-  void setVersion(std::string) override {}
+  void setVersion(std::string version) override {
+    Host::current()->libraryRevision = std::move(version);
+  }
 };
 
-/// Stream events as they are typed in; they carry the one name that somebody listens to.
-class StreamEvents : public DsmCCCommandFacade {
+/// The one name that somebody listens to is that of editing commands.
+class StreamEventCommands : public DsmCCCommandFacade {
  public:
   void addCommandListener(std::string, DsmCCCommandListener* listener) override {
     Host::current()->commandListener.set(listener);
   }
   void removeCommandListener(std::string, DsmCCCommandListener*) override {
     Host::current()->commandListener.set(nullptr);
+  }
+};
+
+class Carousels : public CarouselFacade {
+ public:
+  ~Carousels() override { Host::current()->carouselListener.set(nullptr); }
+
+  std::string mountCarousel(std::string locator) override {
+    return Host::current()->mounts.mount(locator);
+  }
+  void umountCarousel(std::string locator) override { Host::current()->mounts.umount(locator); }
+  void addCarouselListener(CarouselListener* listener) override {
+    Host::current()->carouselListener.set(listener);
+  }
+  void removeCarouselListener(CarouselListener*) override {
+    Host::current()->carouselListener.set(nullptr);
   }
 };
 
@@ -364,7 +414,7 @@ TunerFacade* TunerFacade::createTunerFacade() {
 }
 
 DemuxFacade* DemuxFacade::createDemuxFacade() {
-  return new receiver::SectionFilter(Host::current()->stream, Host::current()->once);
+  return new receiver::SectionFilter(Host::current()->player, Host::current()->isFast);
 }
 
 VersionFacade* VersionFacade::createVersionFacade() {
@@ -374,13 +424,19 @@ VersionFacade* VersionFacade::createVersionFacade() {
 }
 
 DsmCCCommandFacade* DsmCCCommandFacade::createDsmCCCommandFacade() {
-  return new receiver::StreamEvents;
+  return new receiver::StreamEventCommands;
 }
 
-// What this receiver does not have yet.
+CarouselFacade* CarouselFacade::createCarouselFacade() { return new receiver::Carousels; }
+
+PropertyFacade* PropertyFacade::createPropertyFacade() {
+#ifdef QUILLWORK_SQLITE
+  return new receiver::Properties(Host::current()->properties, receiver::readOnlyProperties());
+#else
+  return nullptr;
+#endif
+}
 
 VideoFacade* VideoFacade::createVideoFacade() { return nullptr; }
-PropertyFacade* PropertyFacade::createPropertyFacade() { return nullptr; }
-CarouselFacade* CarouselFacade::createCarouselFacade() { return nullptr; }
 
 }  // namespace middlewarefacade

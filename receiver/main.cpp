@@ -1,63 +1,141 @@
 // quillwork-receiver: the reference host process. It implements the facades on a transport stream
 // and serves the library's one client until it is told to end.
 
+#include <fcntl.h>
 #include <fmt/format.h>
 #include <pthread.h>
+#include <unistd.h>
 
 #include <CLI/CLI.hpp>
-#include <chrono>
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
+#include <ctime>
 #include <exception>
+#include <filesystem>
+#include <list>
+#include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 #include "adapter/MiddlewareIpc.h"
 #include "receiver/Commands.h"
+#include "receiver/DataBroadcast.h"
+#include "receiver/EditingCommands.h"
 #include "receiver/Host.h"
+#ifdef QUILLWORK_SQLITE
+#include "receiver/Properties.h"
+#endif
+#include "receiver/Time.h"
 
 namespace {
 
 using receiver::Host;
 using receiver::ServiceInformation;
-using receiver::StreamFile;
 
-std::string timeText(std::optional<std::int64_t> time) {
-  if (!time) return "none";
-  // With std::chrono, for a time_t of 32 bits ends in 2038.
-  const std::chrono::sys_seconds when{std::chrono::seconds(*time)};
-  const auto day = std::chrono::floor<std::chrono::days>(when);
-  const std::chrono::year_month_day date(day);
-  const std::chrono::hh_mm_ss clock(when - day);
-  return fmt::format("{:04}-{:02}-{:02}T{:02}:{:02}:{:02}", static_cast<int>(date.year()),
-                     static_cast<unsigned>(date.month()), static_cast<unsigned>(date.day()),
-                     clock.hours().count(), clock.minutes().count(), clock.seconds().count());
-}
+struct Options {
+  std::string stream;
+  receiver::Player::Settings play;
+  int service = -1;
+  std::string charset;
+  std::string mount;
+  std::string properties;
+  std::string script;
+  bool isQuiet = false;
+};
 
-void printSummary(const std::string& path, const ServiceInformation& information) {
-  const receiver::Counters counters = information.counters();
-  fmt::print(
-      "{}: {} packets ({} damaged, {} gaps), {} sections ({} bad, {} changes), {} services, {} "
-      "events, broadcast time {}\n",
-      path, counters.packets, counters.errors.damagedPackets, counters.errors.lostPackets,
-      counters.sections, counters.errors.badSections, counters.changes,
-      information.services().size(), information.events().size(),
-      timeText(information.broadcastTime()));
-}
+/// What is said on the standard output: nothing where it is to be quiet.
+class Announcements : public receiver::PacketSink {
+ public:
+  Announcements(std::string stream, const ServiceInformation& information, bool isQuiet)
+      : stream_(std::move(stream)),
+        information_(information),
+        isQuiet_(isQuiet),
+        showsState_(!isQuiet && isatty(STDOUT_FILENO) != 0) {}
 
-/// Reads the stream. A map can come before the first PAT, which is not repeated in a short capture,
-/// so the stream begins anew once its programs are known.
-void readStream(const StreamFile& stream, ServiceInformation& information) {
-  std::size_t index = 0;
-  for (; index < stream.packets() && information.firstProgram() == -1; ++index) {
-    information.feed(stream.packet(index));
+  void take(receiver::Packet) override {}
+  void interrupted(bool isOther) override {
+    if (!isOther) ended();
   }
-  if (index == stream.packets()) return;
-  information.restart();
-  for (index = 0; index < stream.packets(); ++index) information.feed(stream.packet(index));
+  /// What the stream has, once it has been seen whole.
+  void ended() override {
+    if (std::exchange(hasSaid_, true)) return;
+    const receiver::Counters counters = information_.counters();
+    say(fmt::format(
+        "{}: {} packets ({} damaged, {} gaps), {} sections ({} bad, {} changes), {} services, {} "
+        "events, broadcast time {}",
+        stream_, counters.packets, counters.errors.damagedPackets, counters.errors.lostPackets,
+        counters.sections, counters.errors.badSections, counters.changes,
+        information_.services().size(), information_.events().size(),
+        receiver::timeText(information_.broadcastTime())));
+  }
+
+  void say(const std::string& line) const {
+    if (isQuiet_) return;
+    fmt::print("{}{}\n", showsState_ ? clearLine : "", line);
+    std::fflush(stdout);
+  }
+
+  /// The line of state on a terminal, in place of the one before.
+  void showState() const {
+    if (!showsState_) return;
+    const receiver::Counters counters = information_.counters();
+    fmt::print(
+        "{}{}  service {}  {} packets  {} sections  {} errors", clearLine,
+        receiver::timeText(information_.broadcastTime()), information_.currentService(),
+        counters.packets, counters.sections,
+        counters.errors.damagedPackets + counters.errors.lostPackets + counters.errors.badSections);
+    std::fflush(stdout);
+  }
+
+ private:
+  static constexpr const char* clearLine = "\r\x1b[K";
+
+  const std::string stream_;
+  const ServiceInformation& information_;
+  const bool isQuiet_;
+  const bool showsState_;
+  bool hasSaid_ = false;
+};
+
+/// A receiver has the PAT from the last time that it was tuned here; a map that comes before the
+/// first PAT of a short capture counts, too.
+void lookAhead(const std::string& path, ServiceInformation& information) {
+  receiver::FileSource file(path);
+  while (information.currentService() == -1) {
+    const auto packet = file.next();
+    if (!packet) break;
+    if (receiver::pidOf(*packet) == 0) information.take(*packet);
+  }
+  information.interrupted(false);
+  information.resetCounters();
 }
+
+/// A directory of the process's own that goes with it.
+class ScratchDirectory {
+ public:
+  ScratchDirectory() {
+    std::string name = (std::filesystem::temp_directory_path() / "quillwork-XXXXXX").string();
+    if (mkdtemp(name.data()) == nullptr) {
+      throw std::runtime_error(name + ": " + std::strerror(errno));
+    }
+    path_ = name;
+  }
+  ~ScratchDirectory() {
+    std::error_code ignored;
+    std::filesystem::remove_all(path_, ignored);
+  }
+  ScratchDirectory(const ScratchDirectory&) = delete;
+  ScratchDirectory& operator=(const ScratchDirectory&) = delete;
+  [[nodiscard]] const std::filesystem::path& path() const { return path_; }
+
+ private:
+  std::filesystem::path path_;
+};
 
 /// SIGINT and SIGTERM, blocked in every thread so that one place waits for them.
 sigset_t endingSignals() {
@@ -76,28 +154,82 @@ void deleteAdapter(MiddlewareIpc* adapter) {
 #pragma GCC diagnostic pop
 }
 
-void serve(const std::string& path, bool once, const std::string& charset) {
+int openScript(const std::string& path) {
+  const int script = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (script == -1) throw std::runtime_error(path + ": " + std::strerror(errno));
+  return script;
+}
+
+/// Tells the library, and whoever watches, what the stream's data services bring.
+void connectData(receiver::DataBroadcast& data, Host& host, const Announcements& announcements) {
+  data.onTree(
+      [&host](const auto& place, auto tree) { host.mounts.update(place, std::move(tree)); });
+  data.onEvent([&host, &announcements, commands = receiver::EditingCommands()](
+                   const std::string& name, const receiver::StreamEvent& event) mutable {
+    announcements.say(
+        fmt::format("stream event {} '{}', {} bytes", event.id, name, event.data.size()));
+    if (name != "nclEditingCommand") return;
+    if (auto command = commands.take(event)) {
+      host.worker.post([&host, command = std::move(*command)] {
+        host.commandListener.notify([&](auto& listener) { listener.commandReceived(command); });
+      });
+    }
+  });
+}
+
+void serve(const Options& options) {
   // In the background it may not read from its terminal, and shall not be stopped for trying.
   std::signal(SIGTTIN, SIG_IGN);
   const sigset_t signals = endingSignals();
   pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-  const StreamFile stream(path);
+
+#ifdef QUILLWORK_SQLITE
+  // What is wrong with the file is better said before the library needs it.
+  receiver::Properties(options.properties, {});
+#endif
+  auto source = receiver::openSource(options.stream);
+  const bool isFile = dynamic_cast<receiver::FileSource*>(source.get()) != nullptr;
   ServiceInformation information(
-      charset.empty() ? std::nullopt : std::optional(receiver::CharacterTable::named(charset)));
-  Host host{stream, information, once, {}};
+      options.charset.empty() ? std::nullopt
+                              : std::optional(receiver::CharacterTable::named(options.charset)));
+  information.selectService(options.service);
+  if (isFile) lookAhead(options.stream, information);
+  receiver::DataBroadcast data(information);
+  Announcements announcements(options.stream, information, options.isQuiet);
+  receiver::Player player(std::move(source), options.play);
+  player.add(information);
+  player.add(data);
+  player.add(announcements);
+
+  std::optional<ScratchDirectory> scratch;
+  if (options.mount.empty()) scratch.emplace();
+  std::optional<receiver::Worker> worker(std::in_place);
+  receiver::CarouselMounts mounts(data, information, *worker,
+                                  scratch ? scratch->path() : std::filesystem::path(options.mount),
+                                  [](const std::string& locator, const std::string& path) {
+                                    Host::current()->carouselListener.notify([&](auto& listener) {
+                                      listener.downloadComplete(locator, path);
+                                    });
+                                  });
+  Host host{information,         player, *worker, mounts, options.properties,
+            options.play.isFast, {},     {},      {},     {}};
   Host::current() = &host;
+  connectData(data, host, announcements);
   MiddlewareIpc* const adapter = MiddlewareIpc::getInstance();
-  readStream(stream, information);
-  printSummary(path, information);
-  fmt::print("serving\n");
-  std::fflush(stdout);
+  announcements.say("serving");
+  player.start();
   {
-    receiver::Commands commands(*adapter);
-    int signal = 0;
-    sigwait(&signals, &signal);
-    commands.stop();
+    std::list<receiver::Commands> commands;
+    if (!options.script.empty()) commands.emplace_back(*adapter, openScript(options.script));
+    if (options.stream != "-") commands.emplace_back(*adapter, STDIN_FILENO);
+    const timespec second{1, 0};
+    while (sigtimedwait(&signals, nullptr, &second) == -1) announcements.showState();
+    for (receiver::Commands& lines : commands) lines.stop();
+    worker->stop();
+    player.stop();
     deleteAdapter(adapter);
   }
+  worker.reset();
   Host::current() = nullptr;
 }
 
@@ -105,21 +237,38 @@ void serve(const std::string& path, bool once, const std::string& charset) {
 
 int main(int argumentCount, char** arguments) {
   CLI::App application{
-      "Serves a transport stream to the client of quillwork-ipc, on the sockets "
-      "/dev/shm/ipc.socket and /dev/shm/ipcdemux.socket, until SIGINT or SIGTERM"};
-  std::string path;
-  std::string charset;
-  bool once = false;
-  application.add_option("STREAM.ts", path, "MPEG transport stream of 188-byte packets")
+      "Plays a transport stream as if it came off air and serves it to the client of "
+      "quillwork-ipc, on the sockets /dev/shm/ipc.socket and /dev/shm/ipcdemux.socket, until "
+      "SIGINT or SIGTERM. On its standard input it takes commands; 'help' lists them."};
+  Options options;
+  application
+      .add_option("STREAM", options.stream,
+                  "MPEG transport stream of 188-byte packets: a file, '-' for the standard input, "
+                  "or udp://ADDRESS:PORT")
       ->required();
-  application.add_flag("--once", once,
-                       "let the section filter end with the stream instead of beginning again");
-  application.add_option("--charset", charset,
+  application.add_flag("--fast", options.play.isFast,
+                       "play it as fast as it can be read, not paced by its clock");
+  application.add_flag("--loop", options.play.isLooped, "begin a file again at its end");
+  application
+      .add_option("--bitrate", options.play.bitRate,
+                  "bits a second of a stream that has no clock of its own")
+      ->check(CLI::Range(1e3, 1e9));
+  application.add_option("--service", options.service,
+                         "the current service; the stream's first one without it");
+  application.add_option("--charset", options.charset,
                          "character table of texts that do not name their own: an iconv name, or "
                          "ARIB; found out from the stream without it");
+  application.add_option("--mount", options.mount,
+                         "directory for mounted carousels; a temporary one without it");
+  application.add_option("--properties", options.properties,
+                         "file that keeps the properties; they go with the process without it");
+  application.add_option("--script", options.script,
+                         "carry out the commands of this file, too, a line each");
+  application.add_flag("--quiet", options.isQuiet, "print nothing but errors");
   CLI11_PARSE(application, argumentCount, arguments);
+  if (options.properties.empty()) options.properties = ":memory:";
   try {
-    serve(path, once, charset);
+    serve(options);
   } catch (const std::exception& error) {
     fmt::print(stderr, "quillwork-receiver: {}\n", error.what());
     return EXIT_FAILURE;

@@ -84,8 +84,9 @@ class Capture : public testing::TestWithParam<const char*> {
     file >> expected;
     isArib = expected["text_profile"] == "arib";
     compareTexts = isArib ? receiver::canConvertArib() : canConvertTexts();
-    host = std::make_unique<Program>(std::vector<std::string>{receiverProgram(), path + ".ts"});
-    ASSERT_TRUE(host->awaitOutput("serving\n")) << host->errors();
+    host = std::make_unique<Program>(
+        std::vector<std::string>{receiverProgram(), "--fast", path + ".ts"});
+    ASSERT_TRUE(host->awaitOutput("broadcast time")) << host->errors();
     // A processor that is emulated takes its time.
     control = std::make_unique<ControlChannel>(ControlChannel::defaultPath,
                                                std::chrono::milliseconds(60'000));
@@ -350,14 +351,18 @@ void Capture::compareEvents() {
 void Capture::compareSections() {
   SectionFilterChannel sections(SectionFilterChannel::defaultPath,
                                 std::chrono::milliseconds(60'000));
-  sections.set_time_out(0);
-  sections.start();
   for (const Json& table : expected["tables"]) {
     const int pid = table["pid"];
     const int tableId = integer(table["table_id"]);
     if (table["sections_received"].get<int>() == 0) continue;
     sections.set_pid(pid);
     sections.set_table_id(tableId);
+    sections.start();
+    // An answer shows that the filter is set; then what it waits for may begin.
+    sections.set_time_out(0);
+    static_cast<void>(sections.read_section());
+    host->say("retune");
+    sections.set_time_out(60'000);
     const auto section = sections.read_section();
     ASSERT_FALSE(section.empty()) << "PID " << pid << " table " << tableId;
     EXPECT_EQ(section[0], tableId);

@@ -42,7 +42,7 @@ void expectError(const Result& result, const std::string& message) {
 
 class OnTheSample : public testing::Test {
  protected:
-  void SetUp() override { ASSERT_TRUE(host.awaitOutput("serving\n")) << host.errors(); }
+  void SetUp() override { ASSERT_TRUE(host.awaitOutput("broadcast time")) << host.errors(); }
   void TearDown() override {
     host.signal(SIGINT);
     EXPECT_EQ(host.wait(), 0);
@@ -56,14 +56,15 @@ class OnTheSample : public testing::Test {
     return Json::parse(result.output);
   }
 
-  Program host{{receiverProgram(), SAMPLE}};
+  /// So fast that every section comes many times a second.
+  Program host{{receiverProgram(), "--loop", "--bitrate", "50000000", SAMPLE}};
 };
 
 TEST_F(OnTheSample, TheReceiverSaysWhatItHasRead) {
-  EXPECT_EQ(host.output(), std::string(SAMPLE) +
+  EXPECT_EQ(host.output(), std::string("serving\n") + SAMPLE +
                                ": 476 packets (0 damaged, 0 gaps), 208 sections (0 bad, 49 "
                                "changes), 5 services, 56 events, broadcast time "
-                               "2026-09-24T20:10:03\nserving\n");
+                               "2026-09-24T20:10:03\n");
 }
 
 TEST_F(OnTheSample, Services) {
@@ -157,11 +158,6 @@ TEST_F(OnTheSample, SingleValues) {
   EXPECT_EQ(json({"coding-format"})["coding_format"], "UTF-8");
   EXPECT_EQ(json({"version", "1"})["set"], true);
   EXPECT_EQ(json({"version", "77"})["set"], false);
-  // This receiver has no properties yet.
-  EXPECT_EQ(json({"property"}), Json::array());
-  EXPECT_EQ(json({"property", "model"})["value"], "");
-  EXPECT_EQ(client({"property", "model", "--set", "x"}).status, 0);
-  EXPECT_EQ(client({"property", "model", "--remove"}).status, 0);
 }
 
 TEST_F(OnTheSample, Sections) {
@@ -289,11 +285,11 @@ TEST(Commands, TheReceiverRefusesBadStreamsInOneLine) {
 
 TEST(Commands, TheReceiverEndsOnBothSignals) {
   for (const int signal : {SIGINT, SIGTERM}) {
-    Program host({receiverProgram(), "--once", SAMPLE});
+    Program host({receiverProgram(), SAMPLE});
     ASSERT_TRUE(host.awaitOutput("serving\n"));
     host.signal(signal);
     EXPECT_EQ(host.wait(), 0);
-    EXPECT_NE(host.output().find("serving\ndeleting middleware ipc\n"), std::string::npos);
+    EXPECT_NE(host.output().find("deleting middleware ipc\n"), std::string::npos);
   }
 }
 
@@ -305,8 +301,8 @@ TEST(Commands, DamagedPacketsAreCountedAndSkipped) {
   bytes[188 * 1 + 20] ^= 1;
   const std::string path = "/dev/shm/damaged.ts";
   std::ofstream(path, std::ios::binary) << bytes;
-  Program host({receiverProgram(), path});
-  ASSERT_TRUE(host.awaitOutput("serving\n"));
+  Program host({receiverProgram(), "--fast", path});
+  ASSERT_TRUE(host.awaitOutput("broadcast time"));
   // Nothing comes before the first of the two on its PID, so that it leaves no gap.
   EXPECT_NE(host.output().find("476 packets (2 damaged, 1 gaps)"), std::string::npos)
       << host.output();

@@ -6,8 +6,11 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <fstream>
+#include <memory>
 
+#include "receiver/Player.h"
 #include "receiver/SectionFilter.h"
 #include "receiver/Text.h"
 #include "receiver/bitstream.h"
@@ -329,52 +332,114 @@ class Filter : public testing::Test {
 
 using Numbers = std::vector<int>;
 
-TEST_F(Filter, ReadsWhatPassesAndBeginsAgainAtTheEnd) {
-  const StreamFile stream(path);
-  SectionFilter filter(stream, false);
+Player::Settings fast(bool isLooped) {
+  Player::Settings settings;
+  settings.isFast = true;
+  settings.isLooped = isLooped;
+  return settings;
+}
+
+TEST_F(Filter, ReadsWhatPassesAndBeginsAgainWithTheStream) {
+  Player player(std::make_unique<FileSource>(path), fast(true));
+  SectionFilter filter(player, true);
+  filter.setTimeOut(0);
   EXPECT_EQ(read(filter, 1), Numbers{-1}) << "it has not been started";
   filter.setPid(100);
-  filter.setTimeOut(0);
+  filter.setTimeOut(10'000);
   filter.start();
+  player.start();
   EXPECT_EQ(read(filter, 8), (Numbers{0, 1, 2, 3, 4, 5, 0, 1}));
   filter.setTableId(0x81);
-  EXPECT_EQ(read(filter, 3), (Numbers{3, 5, 1}));
+  EXPECT_EQ(read(filter, 3), (Numbers{3, 5, 1})) << "also of what had come before";
   filter.clearTableId();
-  EXPECT_EQ(read(filter, 1), Numbers{2});
   filter.stop();
   EXPECT_EQ(read(filter, 1), Numbers{-1});
 }
 
-TEST_F(Filter, ReadsTheStreamOnceWhereItIsToldSo) {
-  const StreamFile stream(path);
-  SectionFilter filter(stream, true);
+TEST_F(Filter, NothingComesAfterTheStreamsEnd) {
+  Player player(std::make_unique<FileSource>(path), fast(false));
+  SectionFilter filter(player, true);
   filter.setPid(100);
-  filter.setTimeOut(0);
+  filter.setTimeOut(10'000);
   filter.start();
-  EXPECT_EQ(read(filter, 8), (Numbers{0, 1, 2, 3, 4, 5, -1, -1}));
+  player.start();
+  EXPECT_EQ(read(filter, 6), (Numbers{0, 1, 2, 3, 4, 5}));
+  filter.setTimeOut(0);
+  EXPECT_EQ(read(filter, 1), Numbers{-1});
+  player.retune();
+  filter.setTimeOut(10'000);
+  EXPECT_EQ(read(filter, 2), (Numbers{0, 1})) << "tuned anew it begins again";
 }
 
 TEST_F(Filter, NothingPassesOnAnotherPidAndTheTimeOutIsKept) {
-  const StreamFile stream(path);
-  SectionFilter filter(stream, false);
+  Player player(std::make_unique<FileSource>(path), fast(false));
+  SectionFilter filter(player, true);
   filter.setPid(101);
   filter.setTimeOut(30);
   filter.start();
+  player.start();
   const auto begin = std::chrono::steady_clock::now();
   EXPECT_EQ(read(filter, 1), Numbers{-1});
   EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(30));
 }
 
-TEST_F(Filter, EveryPatternHasItsMeaning) {
-  const StreamFile stream(path);
-  SectionFilter filter(stream, false);
+/// A filter that is given packets by hand.
+class FilterByHand : public Filter {
+ protected:
+  FilterByHand() {
+    filter.setPid(100);
+    filter.setTimeOut(0);
+    filter.start();
+  }
+  void take(const Section& bytes) {
+    filter.take(Packet(packet(counter_++, true, pointed(0, bytes))));
+  }
+  Section counted(int number) {
+    Section bytes = section(0x80, 60);
+    bytes[3] = static_cast<std::uint8_t>(number);
+    psi_set_crc(bytes.data());
+    return bytes;
+  }
+
+  Player player{nullptr, {}};
+  SectionFilter filter{player, false};
+
+ private:
+  int counter_ = 0;
+};
+
+TEST_F(FilterByHand, KeepsTheNewestSectionsForAReaderThatIsLate) {
+  constexpr int all = static_cast<int>(SectionFilter::mostSections) + 10;
+  for (int index = 0; index < all; ++index) take(counted(index));
+  EXPECT_EQ(read(filter, 1), Numbers{10});
+  for (int index = 1; index < all - 10; ++index) EXPECT_FALSE(filter.readSection().empty());
+  EXPECT_EQ(read(filter, 1), Numbers{-1});
+}
+
+TEST_F(FilterByHand, AnotherPidOrAStartForgetsWhatHasCome) {
+  take(counted(1));
+  filter.setPid(100);
+  EXPECT_EQ(read(filter, 1), Numbers{-1});
+  take(counted(2));
+  filter.start();
+  EXPECT_EQ(read(filter, 1), Numbers{-1});
+  take(counted(3));
+  EXPECT_EQ(read(filter, 1), Numbers{3});
+}
+
+TEST_F(FilterByHand, AStreamThatBeginsAnewCutsOffASection) {
+  const Section bytes = section(0x80, 300);
+  filter.take(Packet(packet(0, true, pointed(0, Section(bytes.begin(), bytes.begin() + 183)))));
+  filter.interrupted(false);
+  filter.take(Packet(packet(1, false, Section(bytes.begin() + 183, bytes.end()))));
+  EXPECT_EQ(read(filter, 1), Numbers{-1});
+}
+
+TEST_F(FilterByHand, EveryPatternHasItsMeaning) {
   const auto passing = [&] {
-    Numbers numbers;
-    for (int index = 0; index < 6; ++index) {
-      Section bytes = section(0x80, 60);
-      bytes[3] = static_cast<std::uint8_t>(index);
-      if (filter.matches(bytes)) numbers.push_back(index);
-    }
+    for (int index = 0; index < 6; ++index) take(counted(index));
+    Numbers numbers = read(filter, 7);
+    std::erase(numbers, -1);
     return numbers;
   };
   EXPECT_EQ(passing(), (Numbers{0, 1, 2, 3, 4, 5}));

@@ -1,0 +1,46 @@
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <optional>
+
+#include "client/ControlChannel.h"
+#include "client/SectionFilterChannel.h"
+
+namespace quillwork::client {
+
+/// The connections that commands use, each made when one first needs it and then kept, and how what
+/// they bring is shown.
+class Session {
+ public:
+  struct Settings {
+    bool json = false;
+    int timeLimit = 10'000;  ///< milliseconds
+  };
+
+  explicit Session(Settings settings) : settings_(settings) {}
+
+  [[nodiscard]] const Settings& settings() const { return settings_; }
+  /// For the next command only, where a shell gives it one.
+  void setJson(bool json) { settings_.json = json; }
+
+  ControlChannel& control();
+  SectionFilterChannel& sections();
+  /// Whether there is a control channel already.
+  [[nodiscard]] bool isConnected() const { return control_.has_value(); }
+  /// Gives up what is out of step.
+  void disconnect();
+
+  /// Hears of every notification that comes while a command waits for its reply.
+  void onNotification(std::function<void(const Notification&)> handler) {
+    handler_ = std::move(handler);
+  }
+
+ private:
+  Settings settings_;
+  std::function<void(const Notification&)> handler_;
+  std::optional<ControlChannel> control_;
+  std::optional<SectionFilterChannel> sections_;
+};
+
+}  // namespace quillwork::client

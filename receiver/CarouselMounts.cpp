@@ -1,0 +1,204 @@
+#include "receiver/CarouselMounts.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <charconv>
+#include <cstdio>
+#include <fstream>
+#include <string_view>
+
+namespace receiver {
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string escaped(const std::string& text) {
+  std::string xml;
+  for (const char character : text) {
+    switch (character) {
+      case '&':
+        xml += "&amp;";
+        break;
+      case '<':
+        xml += "&lt;";
+        break;
+      case '"':
+        xml += "&quot;";
+        break;
+      default:
+        xml += character;
+    }
+  }
+  return xml;
+}
+
+/// A stream or stream event object as a stream event description (ETSI TS 102 809, 8.2).
+std::string describe(const CarouselObject& object) {
+  std::string xml = fmt::format(
+      "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+      "<dsmcc xmlns=\"urn:dvb:mis:dsmcc:2009\">\n"
+      "  <dsmcc_object component_tag=\"{}\">\n",
+      object.componentTag);
+  for (const auto& [name, id] : object.events) {
+    xml += fmt::format("    <stream_event stream_event_id=\"{}\" stream_event_name=\"{}\"/>\n", id,
+                       escaped(name));
+  }
+  return xml + "  </dsmcc_object>\n</dsmcc>\n";
+}
+
+void writeFile(const fs::path& path, const void* data, std::size_t size) {
+  std::ofstream file(path, std::ios::binary);
+  file.write(static_cast<const char*>(data), static_cast<std::streamsize>(size));
+  file.close();
+  if (!file) {
+    throw fs::filesystem_error("cannot write", path, std::make_error_code(std::errc::io_error));
+  }
+}
+
+void writeTree(const fs::path& root, const CarouselTree& tree) {
+  fs::create_directory(root);
+  for (const auto& [name, object] : tree) {
+    const fs::path path = root / name.substr(1);
+    switch (object.kind) {
+      case CarouselObject::Kind::directory:
+        fs::create_directory(path);
+        break;
+      case CarouselObject::Kind::file:
+        writeFile(path, object.content->data(), object.content->size());
+        break;
+      case CarouselObject::Kind::stream:
+      case CarouselObject::Kind::streamEvent: {
+        const std::string description = describe(object);
+        writeFile(path, description.data(), description.size());
+        break;
+      }
+    }
+  }
+}
+
+}  // namespace
+
+std::optional<CarouselLocator> CarouselLocator::parse(const std::string& text) {
+  constexpr std::string_view scheme = "dvb://";
+  if (!text.starts_with(scheme)) return std::nullopt;
+  std::string_view rest = std::string_view(text).substr(scheme.size());
+  std::vector<int> numbers;
+  for (bool isLast = false; !isLast;) {
+    const std::string_view part = rest.substr(0, rest.find('.'));
+    isLast = part.size() == rest.size();
+    rest.remove_prefix(isLast ? rest.size() : part.size() + 1);
+    int number = -1;
+    const auto [end, error] = std::from_chars(part.data(), part.data() + part.size(), number, 16);
+    const bool isNumber = error == std::errc() && end == part.data() + part.size() && number >= 0;
+    const bool mayBeEmpty = numbers.size() < 2;
+    if (!isNumber && !(part.empty() && mayBeEmpty)) return std::nullopt;
+    numbers.push_back(number);
+  }
+  if (numbers.size() < 3 || numbers.size() > 4) return std::nullopt;
+  return CarouselLocator{
+      numbers[0], numbers[1], {numbers[2], numbers.size() == 4 ? numbers[3] : -1}};
+}
+
+CarouselMounts::CarouselMounts(DataBroadcast& data, const ServiceInformation& information,
+                               Worker& worker, const fs::path& directory, CompletionHandler handler)
+    : data_(data),
+      information_(information),
+      worker_(worker),
+      directory_(fs::absolute(directory)),
+      handler_(std::move(handler)) {
+  fs::create_directories(directory_);
+}
+
+CarouselMounts::~CarouselMounts() {
+  for (const auto& [place, mount] : mounts_) remove(place, *mount.version);
+}
+
+fs::path CarouselMounts::pathOf(const CarouselPlace& place) const {
+  return directory_ / (place.componentTag == -1
+                           ? fmt::format("{:x}", place.service)
+                           : fmt::format("{:x}.{:x}", place.service, place.componentTag));
+}
+
+std::string CarouselMounts::mount(const std::string& locator) {
+  const auto parsed = CarouselLocator::parse(locator);
+  if (!parsed) return {};
+  const std::vector<Service> services = information_.services();
+  const bool isReceived = std::ranges::any_of(services, [&](const Service& service) {
+    return service.id == parsed->place.service && service.isInPat && service.isActual &&
+           (parsed->transportStream == -1 || parsed->transportStream == service.transportStream) &&
+           (parsed->originalNetwork == -1 || service.originalNetwork == -1 ||
+            parsed->originalNetwork == service.originalNetwork);
+  });
+  if (!isReceived) return {};
+  {
+    const std::lock_guard lock(mutex_);
+    Mount& mount = mounts_[parsed->place];
+    if (!mount.version) mount.version = std::make_shared<fs::path>();
+    if (std::ranges::find(mount.locators, locator) == mount.locators.end()) {
+      mount.locators.push_back(locator);
+    }
+  }
+  if (auto tree = data_.want(parsed->place)) update(parsed->place, std::move(tree));
+  return pathOf(parsed->place).string();
+}
+
+void CarouselMounts::umount(const std::string& locator) {
+  const auto parsed = CarouselLocator::parse(locator);
+  if (!parsed) return;
+  const std::lock_guard lock(mutex_);
+  const auto mount = mounts_.find(parsed->place);
+  if (mount == mounts_.end() || std::erase(mount->second.locators, locator) == 0) return;
+  if (!mount->second.locators.empty()) return;
+  data_.leave(parsed->place);
+  worker_.post(
+      [this, place = parsed->place, version = mount->second.version] { remove(place, *version); });
+  mounts_.erase(mount);
+}
+
+void CarouselMounts::update(const CarouselPlace& place, std::shared_ptr<const CarouselTree> tree) {
+  worker_.post([this, place, tree = std::move(tree)] { write(place, *tree); });
+}
+
+void CarouselMounts::write(const CarouselPlace& place, const CarouselTree& tree) {
+  std::vector<std::string> locators;
+  std::shared_ptr<fs::path> version;
+  {
+    const std::lock_guard lock(mutex_);
+    const auto mount = mounts_.find(place);
+    if (mount == mounts_.end()) return;
+    locators = mount->second.locators;
+    version = mount->second.version;
+  }
+  const fs::path link = pathOf(place);
+  const std::string name = link.filename().string();
+  const fs::path target = directory_ / fmt::format(".{}.{}", name, ++versions_);
+  const fs::path newLink = directory_ / fmt::format(".{}.link", name);
+  try {
+    // What a receiver that was killed has left.
+    fs::remove_all(target);
+    fs::remove(newLink);
+    writeTree(target, tree);
+    fs::create_directory_symlink(target.filename(), newLink);
+    fs::rename(newLink, link);
+  } catch (const fs::filesystem_error& error) {
+    std::error_code ignored;
+    fs::remove_all(target, ignored);
+    fs::remove(newLink, ignored);
+    fmt::print(stderr, "quillwork-receiver: carousel {}: {}\n", name, error.what());
+    return;
+  }
+  std::error_code ignored;
+  if (!version->empty()) fs::remove_all(*version, ignored);
+  *version = target;
+  for (const std::string& locator : locators) handler_(locator, link.string());
+}
+
+void CarouselMounts::remove(const CarouselPlace& place, const fs::path& version) const {
+  if (version.empty()) return;
+  std::error_code ignored;
+  fs::remove(pathOf(place), ignored);
+  fs::remove_all(version, ignored);
+}
+
+}  // namespace receiver

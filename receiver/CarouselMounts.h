@@ -1,0 +1,75 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "receiver/DataBroadcast.h"
+#include "receiver/ServiceInformation.h"
+#include "receiver/Worker.h"
+
+namespace receiver {
+
+/// A carousel's place from "dvb://ONID.TSID.SID[.TAG]" (ETSI TS 102 851), numbers in hexadecimal,
+/// the first two or one of them empty for the received stream's.
+struct CarouselLocator {
+  int originalNetwork = -1;
+  int transportStream = -1;
+  CarouselPlace place;
+
+  static std::optional<CarouselLocator> parse(const std::string& text);
+};
+
+/// Object carousels as directories. A mounted carousel is a symbolic link to a directory with one
+/// version of it; the next version has its own directory, and the link changes at once.
+class CarouselMounts {
+ public:
+  /// Called on the worker's thread when a version is there, with the locator and the directory.
+  using CompletionHandler =
+      std::function<void(const std::string& locator, const std::string& path)>;
+
+  /// `directory`: made where it is not there. Throws std::filesystem::filesystem_error when it
+  /// cannot be.
+  CarouselMounts(DataBroadcast& data, const ServiceInformation& information, Worker& worker,
+                 const std::filesystem::path& directory, CompletionHandler handler);
+  /// Unmounts everything. The worker has to be gone.
+  ~CarouselMounts();
+  CarouselMounts(const CarouselMounts&) = delete;
+  CarouselMounts& operator=(const CarouselMounts&) = delete;
+
+  /// The directory in which the carousel is once it is complete; empty for a locator that is none
+  /// or of something that is not received.
+  std::string mount(const std::string& locator);
+  void umount(const std::string& locator);
+  /// A tree has become complete.
+  void update(const CarouselPlace& place, std::shared_ptr<const CarouselTree> tree);
+
+ private:
+  struct Mount {
+    std::vector<std::string> locators;
+    /// Of the version that is linked; on the worker's thread only.
+    std::shared_ptr<std::filesystem::path> version;
+  };
+
+  [[nodiscard]] std::filesystem::path pathOf(const CarouselPlace& place) const;
+  void write(const CarouselPlace& place, const CarouselTree& tree);
+  void remove(const CarouselPlace& place, const std::filesystem::path& version) const;
+
+  DataBroadcast& data_;
+  const ServiceInformation& information_;
+  Worker& worker_;
+  const std::filesystem::path directory_;
+  const CompletionHandler handler_;
+  std::uint64_t versions_ = 0;  ///< on the worker's thread only
+
+  std::mutex mutex_;
+  std::map<CarouselPlace, Mount> mounts_;
+};
+
+}  // namespace receiver

@@ -1,0 +1,174 @@
+#include "receiver/Player.h"
+
+#include <pthread.h>
+
+#include <algorithm>
+#include <utility>
+
+#include "receiver/SectionAssembler.h"
+
+namespace receiver {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr std::uint64_t clockRate = 27'000'000;
+/// The base of 33 bits wraps, in units of 27 MHz.
+constexpr std::uint64_t clockRange = (std::uint64_t{1} << 33U) * 300;
+/// Clock references come every tenth of a second at most; what takes longer is a new clock.
+constexpr std::uint64_t longestStep = clockRate;
+/// A stream of which so many packets have no clock has none.
+constexpr std::size_t mostPackets = 5'000;
+
+}  // namespace
+
+std::optional<std::uint64_t> programClock(Packet packet) {
+  const bool hasAdaptation = (packet[3] & 0x20U) != 0;
+  if (packet[0] != syncByte || !hasAdaptation || packet[4] < 7 || (packet[5] & 0x10U) == 0) {
+    return std::nullopt;
+  }
+  std::uint64_t base = 0;
+  for (std::size_t index = 6; index < 10; ++index) base = base << 8U | packet[index];
+  base = base << 1U | packet[10] >> 7U;
+  const unsigned extension = (packet[10] & 1U) << 8U | packet[11];
+  return base * 300 + extension;
+}
+
+Player::Player(std::unique_ptr<Source> source, Settings settings)
+    : source_(std::move(source)), settings_(settings) {}
+
+Player::~Player() { stop(); }
+
+void Player::add(PacketSink& sink) {
+  const std::lock_guard lock(sinksMutex_);
+  sinks_.push_back(&sink);
+}
+
+void Player::remove(PacketSink& sink) {
+  const std::lock_guard lock(sinksMutex_);
+  std::erase(sinks_, &sink);
+}
+
+void Player::start() {
+  thread_ = std::thread([this] { run(); });
+  pthread_setname_np(thread_.native_handle(), "player");
+}
+
+void Player::stop() {
+  {
+    const std::lock_guard lock(mutex_);
+    isStopped_ = true;
+  }
+  if (source_ != nullptr) source_->interrupt();
+  changed_.notify_all();
+  if (thread_.joinable()) thread_.join();
+}
+
+void Player::retune() {
+  const std::lock_guard lock(mutex_);
+  isRetuned_ = true;
+  changed_.notify_all();
+}
+
+void Player::run() {
+  due_ = Clock::now();
+  for (;;) {
+    while (waitUntil(Clock::now()) && fill()) play(spanOf(nextClock_));
+    const Next next = waitForNext();
+    if (next == Next::nothing) return;
+    begin(next == Next::another);
+  }
+}
+
+Player::Next Player::waitForNext() {
+  const auto isAsked = [this] { return isStopped_ || isRetuned_; };
+  std::unique_lock lock(mutex_);
+  if (!isAsked()) {
+    if (settings_.isLooped && source_->rewind()) return Next::same;
+    lock.unlock();
+    forEachSink([](PacketSink& sink) { sink.ended(); });
+    lock.lock();
+    changed_.wait(lock, isAsked);
+  }
+  if (isStopped_) return Next::nothing;
+  isRetuned_ = false;
+  return Next::another;
+}
+
+void Player::begin(bool isOther) {
+  lastClock_.reset();
+  due_ = Clock::now();
+  source_->rewind();
+  forEachSink([isOther](PacketSink& sink) { sink.interrupted(isOther); });
+}
+
+template <class Call>
+void Player::forEachSink(Call&& call) {
+  const std::lock_guard lock(sinksMutex_);
+  for (PacketSink* const sink : sinks_) call(*sink);
+}
+
+/// Reads on to the next clock reference; false at the stream's end.
+bool Player::fill() {
+  batch_.clear();
+  nextClock_.reset();
+  while (batch_.size() < mostPackets * packetSize) {
+    const auto packet = source_->next();
+    if (!packet) break;
+    batch_.insert(batch_.end(), packet->begin(), packet->end());
+    if (keepsPace()) break;
+    const auto clock = programClock(*packet);
+    if (!clock) continue;
+    // The first clock that comes is followed, until it comes no more.
+    if (!clockPid_) clockPid_ = pidOf(*packet);
+    if (*clockPid_ != pidOf(*packet)) continue;
+    nextClock_ = clock;
+    return true;
+  }
+  clockPid_.reset();
+  return !batch_.empty();
+}
+
+/// How long the packets last.
+Player::Clock::duration Player::spanOf(std::optional<std::uint64_t> clock) {
+  const auto packets = static_cast<std::int64_t>(batch_.size() / packetSize);
+  const auto before = std::exchange(lastClock_, clock);
+  if (clock && before) {
+    const std::uint64_t step = (*clock + clockRange - *before) % clockRange;
+    if (step > 0 && step <= longestStep) {
+      const std::chrono::nanoseconds span(static_cast<std::int64_t>(step * 1000 / 27));
+      packetTime_ = span / packets;
+      return span;
+    }
+  }
+  // Before the first clock; or after a break in it, at the pace from before.
+  if (clock) return packetTime_ * packets;
+  const double seconds = static_cast<double>(batch_.size()) * 8 / settings_.bitRate;
+  return packetTime_ != packetTime_.zero()
+             ? packetTime_ * packets
+             : std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
+}
+
+void Player::play(Clock::duration span) {
+  const std::size_t packets = batch_.size() / packetSize;
+  if (keepsPace()) span = {};
+  for (std::size_t index = 0; index < packets; ++index) {
+    const auto due =
+        due_ + span * static_cast<std::int64_t>(index) / static_cast<std::int64_t>(packets);
+    // The processor wakes for several packets at once.
+    if (!keepsPace() && due > Clock::now() + 2ms && !waitUntil(due)) return;
+    const Packet packet(batch_.data() + index * packetSize, packetSize);
+    forEachSink([packet](PacketSink& sink) { sink.take(packet); });
+  }
+  due_ += span;
+  // Whoever was held up, by a source or a suspended machine, does not hurry afterwards.
+  due_ = std::max(due_, Clock::now() - 500ms);
+}
+
+/// False when the player is to do something else.
+bool Player::waitUntil(Clock::time_point time) {
+  std::unique_lock lock(mutex_);
+  return !changed_.wait_until(lock, time, [this] { return isStopped_ || isRetuned_; });
+}
+
+}  // namespace receiver
