@@ -22,7 +22,8 @@ class Builder {
  public:
   Builder& number(std::uint64_t value, unsigned size) {
     for (unsigned byte = size; byte > 0; --byte) {
-      bytes_.push_back(static_cast<std::uint8_t>(value >> 8U * (byte - 1)));
+      const bool isHigher = byte > sizeof value;
+      bytes_.push_back(isHigher ? 0 : static_cast<std::uint8_t>(value >> 8U * (byte - 1)));
     }
     return *this;
   }
@@ -102,7 +103,6 @@ std::string takeObjects(Input& input) {
         body.number(1, 1).sized(1, Builder().bytes(input.takeBytes(input.takeBelow(6))));
         body.number(4, 1).bytes(std::string_view("fil\0", 4)).number(1, 1);
         const auto module = static_cast<std::uint16_t>(input.takeBelow(4));
-        body.bytes({}).number(0, 0);
         const Section object = reference(module, std::string(1, "1234"[input.takeBelow(4)])).all();
         body.bytes({reinterpret_cast<const char*>(object.data()), object.size()}).number(0, 2);
       }

@@ -68,8 +68,8 @@ class DataBroadcast : public PacketSink {
   [[nodiscard]] static bool isAt(const Component& component, const CarouselPlace& place);
 
   const ServiceInformation& information_;
-  TreeHandler treeHandler_;
-  EventHandler eventHandler_;
+  TreeHandler treeHandler_ = [](const auto&, auto) {};
+  EventHandler eventHandler_ = [](const auto&, const auto&) {};
 
   std::mutex mutex_;
   std::uint64_t generation_ = 0;

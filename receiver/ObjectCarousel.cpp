@@ -247,11 +247,15 @@ std::optional<std::vector<std::uint8_t>> ObjectCarousel::decompress(const Module
   return bytes;
 }
 
+bool canDecompress() { return true; }
+
 #else
 
 std::optional<std::vector<std::uint8_t>> ObjectCarousel::decompress(const Module&) {
   return std::nullopt;
 }
+
+bool canDecompress() { return false; }
 
 #endif
 

@@ -32,6 +32,9 @@ struct CarouselObject {
 /// system: not empty, not "." or "..", without "/" and zero bytes, at most 255 bytes long.
 using CarouselTree = std::map<std::string, CarouselObject>;
 
+/// Whether this build can read compressed modules.
+bool canDecompress();
+
 /// A DSM-CC object carousel (ISO/IEC 13818-6, 11.3 and 11.4.2.5; ETSI TR 101 202, 4.7) as its
 /// sections make it up. One thread at a time.
 class ObjectCarousel {

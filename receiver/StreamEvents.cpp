@@ -64,10 +64,13 @@ std::optional<std::uint64_t> StreamEvents::timeAt(std::uint64_t clock) const {
   if (!reference_ || reference_->denominator == 0 || reference_->numerator == 0) {
     return std::nullopt;
   }
+  // The reference may be for a moment that has not come yet.
   const std::uint64_t passed = (clock + timeRange - reference_->clock) % timeRange;
-  // The clock has not come to the reference's place yet.
-  if (passed > timeRange / 2) return std::nullopt;
-  return reference_->time + passed * reference_->numerator / reference_->denominator;
+  const bool isBefore = passed > timeRange / 2;
+  const std::uint64_t distance = isBefore ? timeRange - passed : passed;
+  const std::uint64_t change = distance * reference_->numerator / reference_->denominator;
+  if (!isBefore) return reference_->time + change;
+  return reference_->time > change ? reference_->time - change : 0;
 }
 
 std::vector<StreamEvent> StreamEvents::advance(std::uint64_t clock) {

@@ -1,0 +1,188 @@
+// Carousels as directories.
+
+#include "receiver/CarouselMounts.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <future>
+#include <iterator>
+
+#include "receiver/Source.h"
+
+namespace receiver {
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string contentOf(const fs::path& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+CarouselObject fileOf(const std::string& text) {
+  CarouselObject object;
+  object.kind = CarouselObject::Kind::file;
+  object.content = std::make_shared<const std::vector<std::uint8_t>>(text.begin(), text.end());
+  return object;
+}
+
+/// Everything below a directory, with the sizes of files.
+std::string listing(const fs::path& root) {
+  std::set<std::string> lines;
+  for (const auto& entry : fs::recursive_directory_iterator(root)) {
+    const std::string name = fs::relative(entry.path(), root).string();
+    lines.insert(entry.is_regular_file() ? name + ":" + std::to_string(entry.file_size()) : name);
+  }
+  std::string all;
+  for (const std::string& line : lines) all += line + " ";
+  return all;
+}
+
+class Mounts : public testing::Test {
+ protected:
+  static constexpr const char* directory = "/dev/shm/mounts/deep";
+
+  void SetUp() override {
+    const char* const streams = std::getenv("QUILLWORK_STREAMS");
+    if (streams == nullptr) GTEST_SKIP() << "QUILLWORK_STREAMS does not name the captures";
+    source.emplace(std::string(streams) + "/made-dynamic-a.ts");
+    data.onTree([this](const CarouselPlace& place, std::shared_ptr<const CarouselTree> tree) {
+      mounts->update(place, std::move(tree));
+    });
+    make();
+  }
+  void make() {
+    worker.emplace();
+    mounts.emplace(data, information, *worker, directory,
+                   [this](const std::string& locator, const std::string& path) {
+                     done.push_back(locator + " " + path);
+                   });
+  }
+  void TearDown() override {
+    worker.reset();
+    mounts.reset();
+  }
+  /// Plays so many packets, or to the end, and waits for what follows from them.
+  void play(int packets) {
+    for (; packets > 0; --packets) {
+      const auto packet = source->next();
+      if (!packet) break;
+      information.take(*packet);
+      data.take(*packet);
+    }
+    settle();
+  }
+  void settle() {
+    std::promise<void> reached;
+    worker->post([&] { reached.set_value(); });
+    reached.get_future().wait();
+  }
+
+  std::optional<FileSource> source;
+  ServiceInformation information{std::nullopt};
+  DataBroadcast data{information};
+  std::optional<Worker> worker;
+  std::optional<CarouselMounts> mounts;
+  std::vector<std::string> done;
+};
+
+using Words = std::vector<std::string>;
+
+TEST_F(Mounts, AnUpdateTakesThePlaceOfWhatWasThere) {
+  play(100);
+  const std::string path = mounts->mount("dvb://ff01.1001.65.41");
+  EXPECT_EQ(path, std::string(directory) + "/65.41");
+  settle();
+  EXPECT_FALSE(fs::exists(path)) << "it is not complete yet";
+  play(10'000);
+  const std::string notice = "dvb://ff01.1001.65.41 " + path;
+  EXPECT_EQ(done, Words{notice});
+  EXPECT_EQ(listing(path),
+            "big.bin:30000 css css/empty.css:0 css/style.css:20 events:346 img img/deep "
+            "img/deep/er img/deep/er/x.dat:300 img/logo.bin:9000 index.html:36 ");
+  EXPECT_NE(contentOf(path + "/events")
+                .find("<dsmcc_object component_tag=\"66\">\n"
+                      "    <stream_event stream_event_id=\"1\" stream_event_name=\"start\"/>\n"),
+            std::string::npos);
+  // Whoever is in the old directory finds it gone, and never a mixture.
+  play(100'000);
+  EXPECT_EQ(done, (Words{notice, notice}));
+  EXPECT_EQ(listing(path),
+            "big.bin:30000 css css/style.css:21 data data/new.txt:9 events:346 img img/deep "
+            "img/deep/er img/deep/er/x.dat:300 img/logo.bin:9000 index.html:56 ");
+  EXPECT_EQ(std::distance(fs::directory_iterator(directory), {}), 2) << "the link and its target";
+}
+
+TEST_F(Mounts, ACompleteCarouselIsThereAtOnceAndGoesWithItsLastLocator) {
+  play(100'000);
+  const std::string path = mounts->mount("dvb://..65");
+  EXPECT_EQ(path, std::string(directory) + "/65");
+  EXPECT_EQ(mounts->mount("dvb://.1001.65"), path);
+  settle();
+  EXPECT_EQ(done.back(), "dvb://.1001.65 " + path);
+  mounts->umount("dvb://..65");
+  mounts->umount("dvb://..65");
+  mounts->umount("dvb://..66");
+  mounts->umount("nothing");
+  settle();
+  EXPECT_TRUE(fs::exists(path));
+  mounts->umount("dvb://.1001.65");
+  settle();
+  EXPECT_TRUE(fs::is_empty(directory));
+}
+
+TEST_F(Mounts, WhatIsNotReceivedCannotBeMounted) {
+  play(100'000);
+  for (const char* const locator :
+       {"", "nothing", "dvb://..99", "dvb://.1002.65", "dvb://1.1001.65", "dvb://..259"}) {
+    EXPECT_EQ(mounts->mount(locator), "") << locator;
+  }
+}
+
+TEST_F(Mounts, WhatIsMountedGoesWithTheReceiver) {
+  play(100'000);
+  mounts->mount("dvb://..65");
+  settle();
+  TearDown();
+  EXPECT_TRUE(fs::is_empty(directory));
+  make();
+  mounts->mount("dvb://..65");
+  settle();
+  EXPECT_EQ(done.size(), 2U);
+}
+
+TEST_F(Mounts, WhatAKilledReceiverHasLeftIsInNobodysWay) {
+  play(100'000);
+  fs::create_directory(std::string(directory) + "/.65.1");
+  std::ofstream(std::string(directory) + "/.65.1/old") << "old";
+  fs::create_directory_symlink("elsewhere", std::string(directory) + "/.65.link");
+  fs::create_directory_symlink(".65.1", std::string(directory) + "/65");
+  const std::string path = mounts->mount("dvb://..65");
+  settle();
+  EXPECT_FALSE(fs::exists(path + "/old"));
+  EXPECT_TRUE(fs::exists(path + "/index.html"));
+}
+
+TEST_F(Mounts, WhatCannotBeWrittenIsSaidInOneLine) {
+  play(100'000);
+  fs::create_directories(std::string(directory) + "/65/full");
+  testing::internal::CaptureStderr();
+  mounts->mount("dvb://..65");
+  settle();
+  const std::string said = testing::internal::GetCapturedStderr();
+  EXPECT_TRUE(said.starts_with("quillwork-receiver: carousel 65: ")) << said;
+  EXPECT_EQ(std::count(said.begin(), said.end(), '\n'), 1);
+  EXPECT_TRUE(done.empty());
+  EXPECT_EQ(listing(directory), "65 65/full ");
+}
+
+TEST_F(Mounts, NothingIsWrittenForACarouselThatNobodyHasMounted) {
+  mounts->update({1, 2}, std::make_shared<const CarouselTree>(CarouselTree{{"/a", fileOf("a")}}));
+  settle();
+  EXPECT_TRUE(fs::is_empty(directory));
+}
+
+}  // namespace
+}  // namespace receiver

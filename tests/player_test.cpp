@@ -1,0 +1,275 @@
+// The pace of a stream, and where it can come from.
+
+#include "receiver/Player.h"
+
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <fstream>
+#include <future>
+#include <thread>
+
+#include "receiver/Worker.h"
+
+namespace receiver {
+namespace {
+
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
+using PacketBytes = std::array<std::uint8_t, packetSize>;
+
+constexpr std::uint64_t clockRate = 27'000'000;
+
+PacketBytes plain(std::uint8_t number) {
+  PacketBytes bytes{};
+  bytes[0] = syncByte;
+  bytes[3] = 0x10;
+  bytes[4] = number;
+  return bytes;
+}
+
+PacketBytes withClock(std::uint64_t clock, std::uint8_t pid = 50) {
+  PacketBytes bytes{};
+  const std::uint64_t base = clock / 300;
+  const std::uint64_t extension = clock % 300;
+  bytes = {syncByte, 0, pid, 0x20, 183, 0x10};
+  for (unsigned index = 0; index < 4; ++index) {
+    bytes[6 + index] = static_cast<std::uint8_t>(base >> (25U - 8 * index));
+  }
+  bytes[10] = static_cast<std::uint8_t>(base << 7U | 0x7eU | extension >> 8U);
+  bytes[11] = static_cast<std::uint8_t>(extension);
+  return bytes;
+}
+
+/// Keeps what is played, and when.
+class Recorder : public PacketSink {
+ public:
+  void take(Packet packet) override {
+    times.push_back(Clock::now());
+    packets.emplace_back(packet.begin(), packet.end());
+  }
+  void interrupted(bool isOther) override { interruptions.push_back(isOther); }
+  void ended() override { end.set_value(); }
+
+  bool awaitEnd() { return end.get_future().wait_for(20s) == std::future_status::ready; }
+  /// Between two of the packets.
+  [[nodiscard]] std::chrono::milliseconds span(std::size_t first, std::size_t last) const {
+    return std::chrono::round<std::chrono::milliseconds>(times.at(last) - times.at(first));
+  }
+
+  std::vector<Clock::time_point> times;
+  std::vector<std::vector<std::uint8_t>> packets;
+  std::vector<bool> interruptions;
+  std::promise<void> end;
+};
+
+class Playing : public testing::Test {
+ protected:
+  static constexpr const char* path = "/dev/shm/played.ts";
+
+  void write(const std::vector<PacketBytes>& packets) {
+    std::ofstream file(path, std::ios::binary);
+    for (const PacketBytes& bytes : packets) {
+      file.write(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+    }
+  }
+  void play(Player::Settings settings = {}) {
+    Player player(std::make_unique<FileSource>(path), settings);
+    player.add(recorder);
+    player.start();
+    EXPECT_TRUE(recorder.awaitEnd());
+  }
+
+  Recorder recorder;
+};
+
+TEST(ProgramClock, IsReadToItsLastBit) {
+  for (const std::uint64_t clock : {std::uint64_t{0}, std::uint64_t{299}, std::uint64_t{12'345'678},
+                                    (std::uint64_t{1} << 33U) * 300 - 1}) {
+    EXPECT_EQ(programClock(withClock(clock)), clock);
+  }
+  EXPECT_FALSE(programClock(plain(0)));
+  PacketBytes bytes = withClock(300);
+  bytes[5] = 0;
+  EXPECT_FALSE(programClock(bytes)) << "the flag is not set";
+  bytes = withClock(300);
+  bytes[4] = 6;
+  EXPECT_FALSE(programClock(bytes)) << "the field is too short";
+}
+
+TEST_F(Playing, KeepsThePaceOfTheClockAndSpreadsThePacketsBetween) {
+  std::vector<PacketBytes> packets = {withClock(0)};
+  for (std::uint64_t step = 1; step <= 4; ++step) {
+    for (int index = 0; index < 9; ++index) packets.push_back(plain(0));
+    packets.push_back(withClock(step * clockRate / 20));
+  }
+  write(packets);
+  play();
+  ASSERT_EQ(recorder.packets.size(), packets.size());
+  // The first packet behind a clock reference comes with it, so that the last is early by its
+  // share.
+  EXPECT_GE(recorder.span(0, 40), 180ms);
+  EXPECT_GE(recorder.span(0, 20), 85ms);
+  EXPECT_GE(recorder.span(20, 40), 85ms);
+  EXPECT_GE(recorder.span(10, 15), 15ms);
+}
+
+TEST_F(Playing, AClockThatWrapsGoesOn) {
+  const std::uint64_t range = (std::uint64_t{1} << 33U) * 300;
+  write({withClock(range - clockRate / 10), withClock(0), plain(1), withClock(clockRate / 10)});
+  play();
+  EXPECT_GE(recorder.span(0, 3), 100ms);
+}
+
+TEST_F(Playing, AClockThatJumpsIsANewOneAtTheSamePace) {
+  write({withClock(0), withClock(clockRate / 20), withClock(1000 * clockRate),
+         withClock(1000 * clockRate + clockRate / 20), plain(1)});
+  const auto begin = Clock::now();
+  play();
+  EXPECT_LT(Clock::now() - begin, 10s);
+  EXPECT_EQ(recorder.packets.size(), 5U);
+}
+
+TEST_F(Playing, WithoutAClockTheBitRateCounts) {
+  write(std::vector<PacketBytes>(26, plain(0)));
+  Player::Settings settings;
+  settings.bitRate = 1504 * 100;
+  play(settings);
+  EXPECT_GE(recorder.span(0, 25), 240ms);
+}
+
+TEST_F(Playing, FastHasNoPace) {
+  write({withClock(0), plain(1), withClock(clockRate), plain(2), withClock(2 * clockRate)});
+  Player::Settings settings;
+  settings.isFast = true;
+  const auto begin = Clock::now();
+  play(settings);
+  EXPECT_LT(Clock::now() - begin, 1s);
+}
+
+TEST_F(Playing, ALoopBeginsAgainAndARetuneBeginsSomethingElse) {
+  write({plain(1), plain(2)});
+  Player::Settings settings;
+  settings.isLooped = true;
+  settings.bitRate = 1e6;
+  Player player(std::make_unique<FileSource>(path), settings);
+  struct Waiter : Recorder {
+    void interrupted(bool isOther) override { (isOther ? others : loops)++; }
+    std::atomic<int> loops{0};
+    std::atomic<int> others{0};
+  } waiter;
+  player.add(waiter);
+  player.start();
+  while (waiter.loops < 3) std::this_thread::yield();
+  EXPECT_EQ(waiter.others, 0);
+  player.retune();
+  while (waiter.others < 1) std::this_thread::yield();
+  player.remove(waiter);
+  const std::size_t packets = waiter.packets.size();
+  EXPECT_GE(packets, 6U);
+  for (std::size_t index = 0; index < 6; ++index)
+    EXPECT_EQ(waiter.packets[index][4], 1 + index % 2);
+}
+
+TEST_F(Playing, AStreamThatWaitsForItsTimeEndsAtOnce) {
+  write({withClock(0), withClock(clockRate / 10), plain(1), withClock(clockRate)});
+  Player player(std::make_unique<FileSource>(path), {});
+  player.add(recorder);
+  player.start();
+  const auto begin = Clock::now();
+  player.stop();
+  EXPECT_LT(Clock::now() - begin, 500ms);
+}
+
+/// Everything that a source has, in the fifth bytes of its packets.
+std::string numbers(Source& source) {
+  std::string all;
+  while (const auto packet = source.next()) all += static_cast<char>('0' + (*packet)[4]);
+  return all;
+}
+
+std::string bytesOf(const PacketBytes& bytes) { return {bytes.begin(), bytes.end()}; }
+
+TEST(LiveSources, FindThePacketsBetweenOtherBytes) {
+  int ends[2];
+  ASSERT_EQ(pipe(ends), 0);
+  const std::string all =
+      "xxG" + bytesOf(plain(1)) + bytesOf(plain(2)) + "G" + bytesOf(plain(3)) + bytesOf(plain(4));
+  ASSERT_EQ(write(ends[1], all.data(), all.size()), static_cast<ssize_t>(all.size()));
+  close(ends[1]);
+  LiveSource source(ends[0], false);
+  EXPECT_FALSE(source.rewind());
+  EXPECT_EQ(numbers(source), "1234");
+}
+
+TEST(LiveSources, AWaitEndsWhenItIsInterrupted) {
+  int ends[2];
+  ASSERT_EQ(pipe(ends), 0);
+  LiveSource source(ends[0], false);
+  std::thread other([&] { source.interrupt(); });
+  EXPECT_FALSE(source.next());
+  other.join();
+  close(ends[1]);
+}
+
+TEST(LiveSources, Datagrams) {
+  const std::string name = "udp://127.0.0.1:45678";
+  const auto source = openSource(name);
+  EXPECT_TRUE(source->keepsPace());
+  const int sender = socket(AF_INET, SOCK_DGRAM, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(45678);
+  inet_pton(AF_INET, "127.0.0.1", &address.sin_addr);
+  const std::string two = bytesOf(plain(1)) + bytesOf(plain(2));
+  const std::string empty;
+  for (const std::string& datagram : {empty, two, bytesOf(plain(3))}) {
+    sendto(sender, datagram.data(), datagram.size(), 0, reinterpret_cast<sockaddr*>(&address),
+           sizeof address);
+  }
+  close(sender);
+  for (int number = 1; number <= 3; ++number) {
+    const auto packet = source->next();
+    ASSERT_TRUE(packet);
+    EXPECT_EQ((*packet)[4], number);
+  }
+  EXPECT_THROW(openSource(name), StreamError) << "in use";
+  for (const char* const wrong :
+       {"udp://", "udp://127.0.0.1", "udp://127.0.0.1:", "udp://x:1", "udp://127.0.0.1:0",
+        "udp://127.0.0.1:70000", "udp://127.0.0.1:1x"}) {
+    EXPECT_THROW(openSource(wrong), StreamError) << wrong;
+  }
+}
+
+TEST(Workers, DoWhatTheyAreGivenInOrderAndDropWhatIsTooMuch) {
+  std::promise<void> held;
+  std::promise<void> begun;
+  std::vector<int> done;
+  Worker worker;
+  worker.post([&] {
+    begun.set_value();
+    held.get_future().wait();
+  });
+  begun.get_future().wait();
+  for (int index = 0; index < static_cast<int>(Worker::mostTasks); ++index) {
+    ASSERT_TRUE(worker.post([&done, index] { done.push_back(index); }));
+  }
+  testing::internal::CaptureStderr();
+  EXPECT_FALSE(worker.post([] {}));
+  EXPECT_NE(testing::internal::GetCapturedStderr(), "");
+  held.set_value();
+  std::promise<void> last;
+  while (!worker.post([&last] { last.set_value(); })) std::this_thread::yield();
+  last.get_future().wait();
+  EXPECT_EQ(done.size(), Worker::mostTasks);
+  EXPECT_TRUE(std::is_sorted(done.begin(), done.end()));
+}
+
+}  // namespace
+}  // namespace receiver
