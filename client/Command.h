@@ -4,6 +4,7 @@
 #include <functional>
 #include <map>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -40,12 +41,17 @@ class Values {
   std::map<std::string, std::string> texts_;
 };
 
+/// What the receiver does not do; the connections are as before.
+struct Refusal : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
 struct Command {
   /// One word, or two where several commands belong together.
   std::string name;
   std::string description;
   std::vector<Argument> arguments;
-  /// Throws Error, or std::invalid_argument for what is wrong with the arguments.
+  /// Throws Error, Refusal, or std::invalid_argument for what is wrong with the arguments.
   std::function<void(Session& session, const Values& values)> run;
 };
 

@@ -196,7 +196,7 @@ void readSections(Session& session, const Values& values) {
   for (int left = values.integer("--count"); left > 0; --left) {
     const std::vector<std::uint8_t> bytes = channel.read_section(milliseconds(timeOut));
     if (bytes.empty()) {
-      throw Error(fmt::format("no section on PID {} within {} ms", pid, timeOut));
+      throw Refusal(fmt::format("no section on PID {} within {} ms", pid, timeOut));
     }
     if (session.settings().json) {
       fmt::print("{}\n", Json{{"size", bytes.size()}, {"section", hex(bytes)}}.dump());
@@ -240,13 +240,13 @@ void playToTheEnd(Session& session, const Values& values) {
   ControlChannel& channel = session.control();
   const std::string& locator = values.text("LOCATOR");
   const OpenedMedia media = channel.open(locator);
-  if (!media.opened) throw Error("'" + locator + "' cannot be opened");
+  if (!media.opened) throw Refusal("'" + locator + "' cannot be opened");
   channel.addMediaListener(media.player);
-  if (!channel.play(media.player)) throw Error("'" + locator + "' cannot be played");
+  if (!channel.play(media.player)) throw Refusal("'" + locator + "' cannot be played");
   for (;;) {
     const auto notification = await(session, values.integer("--timeout"));
     if (!notification) {
-      throw Error(
+      throw Refusal(
           fmt::format("'{}' has not ended within {} ms", locator, values.integer("--timeout")));
     }
     print(*notification);
@@ -262,13 +262,13 @@ void mountAndWait(Session& session, const Values& values) {
   int left = values.integer("--wait");
   if (left > 0) channel.addCarouselListener();
   const std::string path = channel.mountCarousel(locator);
-  if (path.empty()) throw Error("'" + locator + "' cannot be mounted");
+  if (path.empty()) throw Refusal("'" + locator + "' cannot be mounted");
   showValue(session, "path", path);
   std::fflush(stdout);
   while (left > 0) {
     const auto notification = await(session, values.integer("--timeout"));
     if (!notification) {
-      throw Error(
+      throw Refusal(
           fmt::format("'{}' is not complete within {} ms", locator, values.integer("--timeout")));
     }
     print(*notification);
@@ -557,7 +557,7 @@ std::vector<Command> mediaCommands() {
        {text("LOCATOR", "for the reference receiver: a file, or dvb://[ONID].[TSID].SID")},
        [](Session& session, const Values& values) {
          const OpenedMedia media = session.control().open(values.text("LOCATOR"));
-         if (!media.opened) throw Error("'" + values.text("LOCATOR") + "' cannot be opened");
+         if (!media.opened) throw Refusal("'" + values.text("LOCATOR") + "' cannot be opened");
          showValue(session, "player", media.player);
        }},
       {"media listen",

@@ -177,6 +177,8 @@ void runLine(Session& session, std::vector<std::string> words) {
     complain(line.describe(error));
   } catch (const std::invalid_argument& error) {
     complain(error.what());
+  } catch (const Refusal& error) {
+    complain(error.what());
   } catch (const std::exception& error) {
     complain(error.what());
     // A connection that was cut short, or is out of step, is made anew.

@@ -11,6 +11,8 @@
 
 namespace receiver {
 
+class Display;
+
 /// What the facades work on. The library creates them through static factories, so they find it
 /// here; main() sets it before it creates the adapter and keeps it until the adapter is gone.
 struct Host {
@@ -18,6 +20,7 @@ struct Host {
   Player& player;
   Worker& worker;
   CarouselMounts& mounts;
+  Display* display;        ///< null for none
   std::string properties;  ///< the file
   bool isFast = false;
   std::string libraryRevision;  ///< once the library has said it

@@ -16,6 +16,9 @@
 #endif
 #include "receiver/SectionFilter.h"
 #include "receiver/Time.h"
+#ifdef QUILLWORK_GSTREAMER
+#include "receiver/Video.h"
+#endif
 
 namespace receiver {
 namespace {
@@ -345,6 +348,7 @@ class Version : public VersionFacade {
       hasCarousels = 4,
       hasStreamEvents = 5,
       hasProperties = 6,
+      hasVideo = 7,
     };
     switch (flag) {
       case isReceiver:
@@ -355,6 +359,12 @@ class Version : public VersionFacade {
         return 1;
       case hasArib:
         return canConvertArib() ? 1 : 0;
+      case hasVideo:
+#ifdef QUILLWORK_GSTREAMER
+        return 1;
+#else
+        return 0;
+#endif
       case hasProperties:
 #ifdef QUILLWORK_SQLITE
         return 1;
@@ -437,6 +447,12 @@ PropertyFacade* PropertyFacade::createPropertyFacade() {
 #endif
 }
 
-VideoFacade* VideoFacade::createVideoFacade() { return nullptr; }
+VideoFacade* VideoFacade::createVideoFacade() {
+#ifdef QUILLWORK_GSTREAMER
+  return new receiver::Video(*Host::current(), Host::current()->display);
+#else
+  return nullptr;
+#endif
+}
 
 }  // namespace middlewarefacade

@@ -25,6 +25,9 @@
 #include "adapter/MiddlewareIpc.h"
 #include "receiver/Commands.h"
 #include "receiver/DataBroadcast.h"
+#ifdef QUILLWORK_GSTREAMER
+#include "receiver/Display.h"
+#endif
 #include "receiver/EditingCommands.h"
 #include "receiver/Host.h"
 #ifdef QUILLWORK_SQLITE
@@ -46,6 +49,7 @@ struct Options {
   std::string properties;
   std::string script;
   bool isQuiet = false;
+  bool hasDisplay = false;
 };
 
 /// What is said on the standard output: nothing where it is to be quiet.
@@ -211,7 +215,12 @@ void serve(const Options& options) {
                                       listener.downloadComplete(locator, path);
                                     });
                                   });
-  Host host{information,         player, *worker, mounts, options.properties,
+  receiver::Display* display = nullptr;
+#ifdef QUILLWORK_GSTREAMER
+  std::optional<receiver::Display> window;
+  if (options.hasDisplay) display = &window.emplace();
+#endif
+  Host host{information,         player, *worker, mounts, display, options.properties,
             options.play.isFast, {},     {},      {},     {}};
   Host::current() = &host;
   connectData(data, host, announcements);
@@ -264,6 +273,10 @@ int main(int argumentCount, char** arguments) {
                          "file that keeps the properties; they go with the process without it");
   application.add_option("--script", options.script,
                          "carry out the commands of this file, too, a line each");
+#ifdef QUILLWORK_GSTREAMER
+  application.add_flag("--display", options.hasDisplay,
+                       "show the main video and the media players in a window");
+#endif
   application.add_flag("--quiet", options.isQuiet, "print nothing but errors");
   CLI11_PARSE(application, argumentCount, arguments);
   if (options.properties.empty()) options.properties = ":memory:";

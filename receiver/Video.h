@@ -1,0 +1,108 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+
+#include "facade/MediaListener.h"
+#include "facade/VideoFacade.h"
+#include "receiver/Display.h"
+#include "receiver/Host.h"
+#include "receiver/ListenerSlot.h"
+#include "receiver/MediaPlayer.h"
+
+namespace receiver {
+
+/// The video facade: the current service's pictures and sound, media players on files and on
+/// programmes of the stream. Called on the control channel's thread. docs/receiver.md says what
+/// each number means.
+class Video : public middlewarefacade::VideoFacade {
+ public:
+  /// `display`: null for none, and then the main video is not decoded.
+  Video(Host& host, Display* display);
+  ~Video() override;
+
+  void setVideoBounds(int x, int y, int width, int height) override;
+  void getMainVideoBounds(int& x, int& y, int& width, int& height) override;
+  int open(std::string locator, int& player) override;
+  int getDuration(int player) override;
+  int getCurrentTime(int player) override;
+  int setCurrentTime(int player, int first, int second) override;
+  void addMediaListener(int player, middlewarefacade::MediaListener* listener) override;
+  int play(int player) override;
+  void stop(int player) override;
+  void close(int player) override;
+  int setMediaBounds(int player, int x, int y, int width, int height) override;
+  void getMediaBounds(int player, int& x, int& y, int& width, int& height) override;
+  std::string getVideoLanguageA() override;
+  std::list<std::string> getVideoLanguages() override;
+  std::string getVideoLanguageB() override;
+  void selectVideoLanguage(std::string language) override;
+  void setVideoFreeze(bool freeze) override;
+  void setMediaFreeze(int player, bool freeze) override;
+  void setVideoOption(bool option) override;
+  int getVideoProperty9() override;
+  int getVideoProperty10() override;
+  int getVideoProperty11() override;
+  int getVideoProperty12() override;
+  int getVideoProperty13() override;
+  int getVideoProperty14() override;
+  int getVideoProperty15() override;
+  int getVideoProperty16() override;
+  void videoPropertyAction() override;
+  void setVideoBalanceLevel(double level) override;
+  void setMediaBalanceLevel(int player, double level) override;
+  void setVideoSoundLevel(double level) override;
+  void setMediaSoundLevel(int player, double level) override;
+  void setVideoMute(bool mute) override;
+  void setMediaMute(int player, bool mute) override;
+  void setVideoBassLevel(double level) override;
+  void setMediaBassLevel(int player, double level) override;
+  void setVideoTrebleLevel(double level) override;
+  void setMediaTrebleLevel(int player, double level) override;
+  void addGraphicsSettingsListener(middlewarefacade::GraphicsSettingsListener* listener) override;
+  void removeGraphicsSettingsListener(
+      middlewarefacade::GraphicsSettingsListener* listener) override;
+  void getInitCropValue(ipcutil::Rectangle_t* first, ipcutil::Rectangle_t* second) override;
+  void updateGraphicsRegion(int x, int y, int width, int height) override;
+
+ private:
+  using Listener = ListenerSlot<middlewarefacade::MediaListener>;
+
+  struct Opened {
+    /// Outlives the player, for a notification that is under way.
+    std::shared_ptr<Listener> listener;
+    std::string channel;
+    ipcutil::Rectangle_t bounds{};
+    bool isLive = false;
+    std::unique_ptr<MediaPlayer> player;
+  };
+  /// What the main video is set to, whether or not it is decoded.
+  struct Main {
+    ipcutil::Rectangle_t bounds{0, 0, Display::width, Display::height};
+    bool isShown = true;
+    bool isFrozen = false;
+    bool isMute = false;
+    std::string language;
+  };
+
+  /// The components of the current service whose stream types are among those.
+  [[nodiscard]] std::vector<Component> components(bool isAudio) const;
+  [[nodiscard]] const Component* selectedAudio(const std::vector<Component>& audio) const;
+  Opened* find(int player);
+  /// Calls the main video's player, where there is one.
+  void withMain(const std::function<void(MediaPlayer&)>& call);
+  void startMain();
+  void closeOpened(Opened& opened);
+
+  Host& host_;
+  Display* const display_;
+  Main main_;
+  std::unique_ptr<MediaPlayer> mainPlayer_;
+  std::map<int, Opened> players_;
+  int next_ = 1;
+};
+
+}  // namespace receiver
