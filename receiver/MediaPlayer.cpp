@@ -52,11 +52,11 @@ MediaSource MediaSource::file(const std::string& locator) {
 MediaPlayer::MediaPlayer(const MediaSource& source, const std::string& channel, bool hasSound,
                          EndHandler handler)
     : source_(source), handler_(std::move(handler)) {
-  gst::Element pictures = gst::parseBin(
-      channel.empty() ? "valve name=valve drop-mode=transform-to-gap ! fakesink sync=true"
-                      : "videoconvert ! valve name=valve drop-mode=transform-to-gap ! "
-                        "intervideosink sync=true channel=" +
-                            channel);
+  gst::Element pictures =
+      gst::parseBin(channel.empty() ? "identity name=pictures ! fakesink sync=true"
+                                    : "videoconvert ! identity name=pictures ! "
+                                      "intervideosink sync=true channel=" +
+                                          channel);
   gst::Element sound = gst::parseBin(hasSound ? "autoaudiosink" : "fakesink sync=true");
   filter_ = gst::parseBin(
       "audioconvert ! audiopanorama name=balance ! equalizer-3bands name=tone ! audioconvert");
@@ -66,7 +66,7 @@ MediaPlayer::MediaPlayer(const MediaSource& source, const std::string& channel, 
     return;
   }
   gst_object_ref_sink(playbin_.get());
-  valve_ = gst::find(pictures, "valve");
+  watchPictures(pictures);
   g_object_set(playbin_.get(), "video-sink", pictures.get(), "audio-sink", sound.get(), "flags",
                playFlags, "uri", isLive() ? "appsrc://" : source_.uri.c_str(), nullptr);
   if (filter_) g_object_set(playbin_.get(), "audio-filter", filter_.get(), nullptr);
@@ -84,6 +84,7 @@ MediaPlayer::~MediaPlayer() {
     input_ = nullptr;
   }
   gst_element_set_state(playbin_.get(), GST_STATE_NULL);
+  gst_buffer_replace(&picture_, nullptr);
 }
 
 /// A transport stream's demultiplexer plays the program that it is told to.
@@ -194,8 +195,33 @@ int MediaPlayer::seek(int time, bool nearest) {
   return this->time();
 }
 
+void MediaPlayer::watchPictures(const gst::Element& sink) {
+  const gst::Element pictures = gst::find(sink, "pictures");
+  GstPad* const pad = gst_element_get_static_pad(pictures.get(), "src");
+  gst_pad_add_probe(pad, GST_PAD_PROBE_TYPE_BUFFER, onPicture, this, nullptr);
+  gst_object_unref(pad);
+}
+
+/// While the picture is frozen, the one from before comes again at the time of each new one, so
+/// that nothing else notices.
+GstPadProbeReturn MediaPlayer::onPicture(GstPad*, GstPadProbeInfo* info, void* self) {
+  auto* const player = static_cast<MediaPlayer*>(self);
+  GstBuffer* const next = GST_PAD_PROBE_INFO_BUFFER(info);
+  const std::lock_guard lock(player->pictureMutex_);
+  if (!player->isFrozen_ || player->picture_ == nullptr) {
+    gst_buffer_replace(&player->picture_, next);
+    return GST_PAD_PROBE_OK;
+  }
+  GstBuffer* const again = gst_buffer_copy(player->picture_);
+  gst_buffer_copy_into(again, next, GST_BUFFER_COPY_TIMESTAMPS, 0, static_cast<gsize>(-1));
+  gst_buffer_unref(next);
+  GST_PAD_PROBE_INFO_DATA(info) = again;
+  return GST_PAD_PROBE_OK;
+}
+
 void MediaPlayer::setFrozen(bool isFrozen) {
-  if (valve_) g_object_set(valve_.get(), "drop", isFrozen ? TRUE : FALSE, nullptr);
+  const std::lock_guard lock(pictureMutex_);
+  isFrozen_ = isFrozen;
 }
 
 void MediaPlayer::setSound(double level) {

@@ -69,8 +69,10 @@ class MediaPlayer : public PacketSink {
  private:
   static GstBusSyncReply onMessage(GstBus* bus, GstMessage* message, void* self);
   static void onElement(GstBin* bin, GstBin* inner, GstElement* element, void* self);
+  static GstPadProbeReturn onPicture(GstPad* pad, GstPadProbeInfo* info, void* self);
   static void onSource(GstElement* playbin, GstElement* source, void* self);
 
+  void watchPictures(const gst::Element& sink);
   [[nodiscard]] bool isLive() const { return source_.uri.empty(); }
   bool setState(GstState state);
   [[nodiscard]] std::int64_t position() const;
@@ -81,10 +83,13 @@ class MediaPlayer : public PacketSink {
   const EndHandler handler_;
   gst::Element playbin_;
   gst::Element filter_;
-  gst::Element valve_;
   std::int64_t begin_ = 0;  ///< the position of the medium's beginning, in nanoseconds
   std::atomic<bool> hasEnded_{false};
   std::atomic<bool> hasFailed_{false};
+
+  std::mutex pictureMutex_;
+  bool isFrozen_ = false;
+  GstBuffer* picture_ = nullptr;  ///< the last one; owned
 
   std::mutex mutex_;
   GstAppSrc* input_ = nullptr;  ///< of the live stream

@@ -186,7 +186,7 @@ class Watched : public testing::Test {
  protected:
   /// Types in stream events until the client has connected and shows one: those before are lost.
   void SetUp() override {
-    ASSERT_TRUE(host.awaitOutput("serving\n")) << host.errors();
+    ASSERT_TRUE(host.awaitOutput("broadcast time")) << host.errors();
     watcher = std::make_unique<Program>(Words{CLIENT, "watch"});
     std::string answers;
     while (watcher->output().empty()) {
@@ -196,7 +196,8 @@ class Watched : public testing::Test {
     }
   }
 
-  Program host{{receiverProgram(), SAMPLE}};
+  /// Nothing of its own comes between what is typed in and its answers.
+  Program host{{receiverProgram(), "--fast", SAMPLE}};
   std::unique_ptr<Program> watcher;
 };
 
