@@ -1,5 +1,5 @@
-// quillwork-make-sample: writes the sample stream of the demo and the tests. The same bytes every
-// time: everything in it is made up here.
+// quillwork-make-sample: writes the sample streams of the demo and the tests. Everything in them is
+// made up here, but for pictures and sound, which it is given.
 
 #include <algorithm>
 #include <array>
@@ -8,13 +8,16 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <deque>
 #include <fstream>
 #include <functional>
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "receiver/bitstream.h"
+#include "receiver/carousel_sections.h"
 
 namespace {
 
@@ -26,6 +29,11 @@ constexpr std::uint16_t network = 0xff20;  // of the private range
 constexpr std::uint16_t nitPid = 16;
 constexpr std::uint16_t privatePid = 0x700;
 constexpr std::uint16_t caSystem = 0x0b00;
+constexpr std::uint16_t carouselPid = 0x710;
+constexpr std::uint8_t carouselTag = 0x40;
+constexpr std::uint8_t carouselId = 9;
+constexpr std::uint16_t eventPid = 0x711;
+constexpr std::uint8_t eventTag = 0x41;
 constexpr std::time_t midnight = 1'790'208'000;  // 2026-09-24T00:00:00Z
 constexpr std::time_t hour = 3600;
 constexpr std::time_t now = midnight + 20 * hour + 600;
@@ -274,7 +282,8 @@ Bytes cat() {
   return section.finish();
 }
 
-Bytes pmt(const SampleService& service) {
+/// `hasData`: with a carousel and stream events.
+Bytes pmt(const SampleService& service, bool hasData) {
   SectionBuilder section([](std::uint8_t* data) { pmt_init(data); });
   psi_set_tableidext(section.data(), service.id);
   section.number(2, 0, 0);
@@ -308,6 +317,12 @@ Bytes pmt(const SampleService& service) {
     });
     add(0x0f, static_cast<std::uint16_t>(videoPid + tag),
         joined({rawDescriptor(0x52, {octet(static_cast<std::size_t>(tag))}), code}));
+  }
+  if (hasData) {
+    add(0x0b, carouselPid,
+        joined({rawDescriptor(0x52, {carouselTag}), rawDescriptor(0x13, {0, 0, 0, carouselId, 0}),
+                rawDescriptor(0x66, {0x01, 0x23})}));
+    add(0x0c, eventPid, rawDescriptor(0x52, {eventTag}));
   }
   return section.finish();
 }
@@ -410,14 +425,14 @@ std::uint16_t eventId(const SampleService& service, int index) {
   return static_cast<std::uint16_t>((service.id - 1000) * 100 + index);
 }
 
-void addEvent(SectionBuilder& section, const SampleService& service, int index) {
+void addEvent(SectionBuilder& section, const SampleService& service, int index, std::time_t time) {
   const std::time_t start = midnight + index * eventSeconds;
   std::uint8_t* const entry = section.append(EIT_EVENT_SIZE);
   eitn_init(entry);
   eitn_set_event_id(entry, eventId(service, index));
   eitn_set_start_time(entry, dvb_time_encode_UTC(start));
   eitn_set_duration_bcd(entry, dvb_time_encode_duration(static_cast<unsigned>(eventSeconds)));
-  eitn_set_running(entry, now >= start && now < start + eventSeconds ? 4 : 1);
+  eitn_set_running(entry, time >= start && time < start + eventSeconds ? 4 : 1);
   if (service.isScrambled) eitn_set_ca(entry);
   const std::string& name = service.events[static_cast<std::size_t>(index)];
   Bytes loop = shortEvent(name, "Number " + std::to_string(index + 1) + " of the day");
@@ -430,7 +445,7 @@ void addEvent(SectionBuilder& section, const SampleService& service, int index) 
 }
 
 Bytes eit(const SampleService& service, std::uint8_t tableId, std::uint8_t number,
-          std::uint8_t last, const std::vector<int>& events) {
+          std::uint8_t last, const std::vector<int>& events, std::time_t time) {
   SectionBuilder section([](std::uint8_t* data) { eit_init(data, true); });
   psi_set_tableid(section.data(), tableId);
   psi_set_tableidext(section.data(), service.id);
@@ -438,27 +453,31 @@ Bytes eit(const SampleService& service, std::uint8_t tableId, std::uint8_t numbe
   eit_set_onid(section.data(), network);
   eit_set_segment_last_sec_number(section.data(), tableId == 0x4e ? last : number);
   eit_set_last_table_id(section.data(), tableId);
-  section.number(1, number, last);
+  // A new version for each hour.
+  section.number(octet(static_cast<std::size_t>(1 + (time - now) / hour)), number, last);
   section.startAt(EIT_HEADER_SIZE);
-  for (const int index : events) addEvent(section, service, index);
+  for (const int index : events) {
+    if (index < eventsOfDay) addEvent(section, service, index, time);
+  }
   return section.finish();
 }
 
-std::vector<Bytes> allEit() {
+/// The present and the following event.
+std::vector<Bytes> presentFollowing(const SampleService& service, std::time_t time) {
+  const int present = static_cast<int>((time - midnight) / eventSeconds);
+  return {eit(service, 0x4e, 0, 1, {present}, time), eit(service, 0x4e, 1, 1, {present + 1}, time)};
+}
+
+std::vector<Bytes> schedule(const SampleService& service, std::time_t time) {
   std::vector<Bytes> sections;
-  const int present = static_cast<int>((now - midnight) / eventSeconds);
-  for (const SampleService& service : services()) {
-    sections.push_back(eit(service, 0x4e, 0, 1, {present}));
-    sections.push_back(eit(service, 0x4e, 1, 1, {present + 1}));
-    // A segment of eight sections covers three hours.
-    std::map<std::time_t, std::vector<int>> segments;
-    for (int index = 0; index < eventsOfDay; ++index) {
-      segments[index * eventSeconds / (3 * hour)].push_back(index);
-    }
-    for (const auto& [segment, events] : segments) {
-      sections.push_back(
-          eit(service, 0x50, octet(static_cast<std::size_t>(segment) * 8), 56, events));
-    }
+  // A segment of eight sections covers three hours.
+  std::map<std::time_t, std::vector<int>> segments;
+  for (int index = 0; index < eventsOfDay; ++index) {
+    segments[index * eventSeconds / (3 * hour)].push_back(index);
+  }
+  for (const auto& [segment, events] : segments) {
+    sections.push_back(
+        eit(service, 0x50, octet(static_cast<std::size_t>(segment) * 8), 56, events, time));
   }
   return sections;
 }
@@ -491,65 +510,254 @@ Bytes privateSection() {
   return section.finish();
 }
 
-/// Sections in packets, each section from a packet's beginning on.
-class StreamWriter {
- public:
-  explicit StreamWriter(const std::string& path) : file_(path, std::ios::binary) {}
+using PacketBytes = std::array<std::uint8_t, TS_SIZE>;
 
-  void write(std::uint16_t pid, const Bytes& section) {
+/// Sections in packets, each section from a packet's beginning on.
+class Packetizer {
+ public:
+  std::vector<PacketBytes> packets(std::uint16_t pid, const Bytes& section) {
+    std::vector<PacketBytes> all;
     std::size_t offset = 0;
     while (offset < section.size()) {
-      std::uint8_t packet[TS_SIZE];
-      std::memset(packet, 0xff, sizeof packet);
-      ts_init(packet);
-      ts_set_pid(packet, pid);
-      ts_set_payload(packet);
-      ts_set_cc(packet, counters_[pid]++ & 0x0fU);
+      PacketBytes packet;
+      packet.fill(0xff);
+      ts_init(packet.data());
+      ts_set_pid(packet.data(), pid);
+      ts_set_payload(packet.data());
+      ts_set_cc(packet.data(), counters_[pid]++ & 0x0fU);
       std::size_t begin = TS_HEADER_SIZE;
       if (offset == 0) {
-        ts_set_unitstart(packet);
+        ts_set_unitstart(packet.data());
         packet[begin++] = 0;
       }
-      const std::size_t size = std::min(sizeof packet - begin, section.size() - offset);
-      std::memcpy(packet + begin, section.data() + offset, size);
+      const std::size_t size = std::min(packet.size() - begin, section.size() - offset);
+      std::memcpy(packet.data() + begin, section.data() + offset, size);
       offset += size;
-      file_.write(reinterpret_cast<const char*>(packet), sizeof packet);
+      all.push_back(packet);
     }
-  }
-
-  bool finish() {
-    file_.close();
-    return !file_.fail();
+    return all;
   }
 
  private:
-  std::ofstream file_;
   std::map<std::uint16_t, std::uint8_t> counters_;
 };
+
+/// The tables alone, four times over, one after the other: no time passes.
+std::vector<PacketBytes> tables() {
+  Packetizer packetizer;
+  std::vector<PacketBytes> stream;
+  const auto write = [&](std::uint16_t pid, const Bytes& section) {
+    const auto packets = packetizer.packets(pid, section);
+    stream.insert(stream.end(), packets.begin(), packets.end());
+  };
+  for (int turn = 0; turn < 4; ++turn) {
+    write(PAT_PID, pat());
+    write(CAT_PID, cat());
+    for (const SampleService& service : services()) write(service.pmtPid, pmt(service, false));
+    write(NIT_PID, nit());
+    write(SDT_PID, sdt(true));
+    write(SDT_PID, sdt(false));
+    write(SDT_PID, bat());
+    for (const SampleService& service : services()) {
+      for (const Bytes& section : presentFollowing(service, now)) write(EIT_PID, section);
+      for (const Bytes& section : schedule(service, now)) write(EIT_PID, section);
+    }
+    write(TDT_PID, tdt(now + turn));
+    write(TDT_PID, tot(now + turn));
+    write(privatePid, privateSection());
+  }
+  return stream;
+}
+
+// The whole stream: pictures and sound, and everything else at its time.
+
+constexpr double bitRate = 1'200'000;
+constexpr double length = 40;      // seconds
+constexpr double changeTime = 20;  // when the events move on, and the carousel changes
+/// So that the next event begins at the change.
+constexpr std::time_t begin = midnight + 22 * hour - static_cast<std::time_t>(changeTime);
+
+receiver::CarouselObject carouselFile(const std::string& text) {
+  receiver::CarouselObject object;
+  object.kind = receiver::CarouselObject::Kind::file;
+  object.content = std::make_shared<const Bytes>(text.begin(), text.end());
+  return object;
+}
+
+receiver::CarouselTree carousel(bool isChanged) {
+  receiver::CarouselObject events;
+  events.kind = receiver::CarouselObject::Kind::streamEvent;
+  events.componentTag = eventTag;
+  events.events = {{"nclEditingCommand", 1}, {"goal", 2}};
+  std::string picture;
+  for (int index = 0; index < 6000; ++index) picture += static_cast<char>(index * 31 & 0xff);
+  receiver::CarouselTree tree = {
+      {"/index.html",
+       carouselFile(isChanged ? "<h1>The second half</h1>\n" : "<h1>The first half</h1>\n")},
+      {"/media", {}},
+      {"/media/picture.bin", carouselFile(picture)},
+      {"/events", events},
+  };
+  if (isChanged) tree["/media/new.txt"] = carouselFile("new\n");
+  return tree;
+}
+
+/// A stream event that is to be done at once (ETSI TS 102 809, B.2.4).
+Bytes streamEvent(std::uint16_t id, std::uint8_t version, const std::string& data) {
+  receiver::ByteBuilder descriptor;
+  descriptor.number(id, 2).number(0xfffffffe00000000, 8).bytes(data);
+  receiver::ByteBuilder body;
+  body.number(0x1a, 1).sized(1, descriptor);
+  return receiver::longSection(0x3d, id, version, 0, 0, body);
+}
+
+struct Sending {
+  double time;
+  std::uint16_t pid;
+  Bytes section;
+};
+
+std::vector<Sending> sendings() {
+  std::vector<Sending> all;
+  const auto repeat = [&](double first, double period, double last, std::uint16_t pid,
+                          const auto& make) {
+    for (double time = first; time < last; time += period) all.push_back({time, pid, make(time)});
+  };
+  const auto timeOf = [](double time) { return begin + static_cast<std::time_t>(time); };
+  repeat(0.00, 0.25, length, PAT_PID, [](double) { return pat(); });
+  repeat(0.05, 1, length, CAT_PID, [](double) { return cat(); });
+  repeat(0.10, 2, length, NIT_PID, [](double) { return nit(); });
+  repeat(0.15, 1, length, SDT_PID, [](double) { return sdt(true); });
+  repeat(0.20, 2, length, SDT_PID, [](double) { return sdt(false); });
+  repeat(0.25, 2, length, SDT_PID, [](double) { return bat(); });
+  repeat(0.30, 1, length, TDT_PID, [&](double time) { return tdt(timeOf(time)); });
+  repeat(0.35, 5, length, TDT_PID, [&](double time) { return tot(timeOf(time)); });
+  repeat(0.60, 4, length, privatePid, [](double) { return privateSection(); });
+  for (const SampleService& service : services()) {
+    const bool hasData = &service == &services().front();
+    repeat(0.02, 0.5, length, service.pmtPid, [&](double) { return pmt(service, hasData); });
+    for (const std::size_t which : {std::size_t{0}, std::size_t{1}}) {
+      repeat(0.40, 1, length, EIT_PID,
+             [&](double time) { return presentFollowing(service, timeOf(time))[which]; });
+    }
+    for (std::size_t which = 0; which < schedule(service, begin).size(); ++which) {
+      repeat(0.50, 5, length, EIT_PID,
+             [&](double time) { return schedule(service, timeOf(time))[which]; });
+    }
+  }
+  for (const bool isChanged : {false, true}) {
+    const double first = isChanged ? changeTime : 0;
+    for (const Bytes& section :
+         receiver::carouselSections(carouselId, isChanged ? 2 : 1, carousel(isChanged))) {
+      repeat(first, 2, first + changeTime, carouselPid, [&](double) { return section; });
+    }
+  }
+  // Each three times, as broadcasters do.
+  const struct {
+    double time;
+    std::uint16_t id;
+    std::string data;
+  } events[] = {{8, 2, "1:0"},
+                {12, 1, std::string("\x05\x01", 2) + "startDocument index"},
+                {28, 1, std::string("\x06\x01", 2) + "stopDocument index"},
+                {32, 2, "2:0"}};
+  std::uint8_t version = 0;
+  for (const auto& event : events) {
+    ++version;
+    repeat(event.time, 0.2, event.time + 0.5, eventPid,
+           [&](double) { return streamEvent(event.id, version, event.data); });
+  }
+  std::ranges::stable_sort(all, {}, &Sending::time);
+  return all;
+}
+
+/// Empty packets, and every 40 ms one with the clock on the PID that the first program's map names.
+std::vector<PacketBytes> emptyTemplate() {
+  const auto count = static_cast<std::size_t>(length * bitRate / (8 * TS_SIZE));
+  const auto clockPid = static_cast<std::uint16_t>(services().front().pmtPid + 1);
+  std::vector<PacketBytes> packets(count);
+  double nextClock = 0;
+  for (std::size_t index = 0; index < count; ++index) {
+    PacketBytes& packet = packets[index];
+    packet.fill(0xff);
+    ts_pad(packet.data());
+    const double time = static_cast<double>(index) * TS_SIZE * 8 / bitRate;
+    if (time < nextClock) continue;
+    nextClock += 0.04;
+    packet.fill(0xff);
+    ts_init(packet.data());
+    ts_set_pid(packet.data(), clockPid);
+    ts_set_adaptation(packet.data(), TS_SIZE - TS_HEADER_SIZE - 1);
+    tsaf_set_pcr(packet.data(), static_cast<std::uint64_t>(time * 90'000));
+    tsaf_set_pcrext(packet.data(), 0);
+  }
+  return packets;
+}
+
+std::vector<PacketBytes> readTemplate(const char* path) {
+  std::ifstream file(path, std::ios::binary);
+  std::vector<PacketBytes> packets;
+  for (PacketBytes packet; file.read(reinterpret_cast<char*>(packet.data()), packet.size());) {
+    packets.push_back(packet);
+  }
+  return packets;
+}
+
+/// Puts what is to be sent in the places of packets that carry neither pictures nor sound.
+std::vector<PacketBytes> multiplex(std::vector<PacketBytes> packets) {
+  Packetizer packetizer;
+  std::deque<PacketBytes> waiting;
+  const std::vector<Sending> all = sendings();
+  auto next = all.begin();
+  for (std::size_t index = 0; index < packets.size(); ++index) {
+    const double time = static_cast<double>(index) * TS_SIZE * 8 / bitRate;
+    for (; next != all.end() && next->time <= time; ++next) {
+      const auto more = packetizer.packets(next->pid, next->section);
+      waiting.insert(waiting.end(), more.begin(), more.end());
+    }
+    const std::uint16_t pid = ts_get_pid(packets[index].data());
+    const bool isKept = std::ranges::any_of(services(), [&](const SampleService& service) {
+      return pid > service.pmtPid && pid <= service.pmtPid + 4;
+    });
+    if (isKept) continue;
+    if (waiting.empty()) {
+      packets[index].fill(0xff);
+      ts_pad(packets[index].data());
+    } else {
+      packets[index] = waiting.front();
+      waiting.pop_front();
+    }
+  }
+  return packets;
+}
+
+bool write(const std::string& path, const std::vector<PacketBytes>& packets) {
+  std::ofstream file(path, std::ios::binary);
+  for (const PacketBytes& packet : packets) {
+    file.write(reinterpret_cast<const char*>(packet.data()), packet.size());
+  }
+  file.close();
+  return !file.fail();
+}
 
 }  // namespace
 
 int main(int argumentCount, char** arguments) {
-  if (argumentCount != 2) {
-    std::fprintf(stderr, "usage: quillwork-make-sample STREAM.ts\n");
+  const std::vector<std::string> words(arguments + 1, arguments + argumentCount);
+  if (words.empty() || words.size() > 2) {
+    std::fprintf(stderr,
+                 "usage: quillwork-make-sample STREAM.ts [PICTURES_AND_SOUND.ts]\n"
+                 "       quillwork-make-sample --tables STREAM.ts\n");
     return EXIT_FAILURE;
   }
-  StreamWriter stream(arguments[1]);
-  for (int turn = 0; turn < 4; ++turn) {
-    stream.write(PAT_PID, pat());
-    stream.write(CAT_PID, cat());
-    for (const SampleService& service : services()) stream.write(service.pmtPid, pmt(service));
-    stream.write(NIT_PID, nit());
-    stream.write(SDT_PID, sdt(true));
-    stream.write(SDT_PID, sdt(false));
-    stream.write(SDT_PID, bat());
-    for (const Bytes& section : allEit()) stream.write(EIT_PID, section);
-    stream.write(TDT_PID, tdt(now + turn));
-    stream.write(TDT_PID, tot(now + turn));
-    stream.write(privatePid, privateSection());
-  }
-  if (!stream.finish()) {
-    std::fprintf(stderr, "quillwork-make-sample: %s: cannot be written\n", arguments[1]);
+  const bool isTables = words[0] == "--tables" && words.size() == 2;
+  const std::string& path = words[isTables ? 1 : 0];
+  const bool hasPictures = !isTables && words.size() == 2;
+  const bool isWritten = write(
+      path, isTables ? tables()
+                     : multiplex(hasPictures ? readTemplate(words[1].c_str()) : emptyTemplate()));
+  if (!isWritten) {
+    std::fprintf(stderr, "quillwork-make-sample: %s: cannot be written\n", path.c_str());
     return EXIT_FAILURE;
   }
   return EXIT_SUCCESS;

@@ -57,11 +57,11 @@ class OnTheSample : public testing::Test {
   }
 
   /// So fast that every section comes many times a second.
-  Program host{{receiverProgram(), "--loop", "--bitrate", "50000000", SAMPLE}};
+  Program host{{receiverProgram(), "--loop", "--bitrate", "50000000", TABLES}};
 };
 
 TEST_F(OnTheSample, TheReceiverSaysWhatItHasRead) {
-  EXPECT_EQ(host.output(), std::string("serving\n") + SAMPLE +
+  EXPECT_EQ(host.output(), std::string("serving\n") + TABLES +
                                ": 476 packets (0 damaged, 0 gaps), 208 sections (0 bad, 49 "
                                "changes), 5 services, 56 events, broadcast time "
                                "2026-09-24T20:10:03\n");
@@ -197,7 +197,7 @@ class Watched : public testing::Test {
   }
 
   /// Nothing of its own comes between what is typed in and its answers.
-  Program host{{receiverProgram(), "--fast", SAMPLE}};
+  Program host{{receiverProgram(), "--fast", TABLES}};
   std::unique_ptr<Program> watcher;
 };
 
@@ -231,7 +231,7 @@ TEST(Commands, WhatIsWronglyTypedInIsSaidInOneLine) {
       {"state", "'state': a number is missing"},
       {"event x", "'event x': a number is missing"},
   };
-  Program host({receiverProgram(), SAMPLE});
+  Program host({receiverProgram(), TABLES});
   ASSERT_TRUE(host.awaitOutput("serving\n"));
   std::string complaints;
   for (const auto& row : rows) {
@@ -258,7 +258,7 @@ TEST(Commands, WhatIsWrongIsSaidInOneLine) {
 }
 
 TEST(Commands, AWrongFilterIsSaidInOneLine) {
-  Program host({receiverProgram(), SAMPLE});
+  Program host({receiverProgram(), TABLES});
   ASSERT_TRUE(host.awaitOutput("serving\n"));
   expectError(client({"section", "--pid", "0", "--filter", "xyz"}),
               "quillwork-client: --filter: 'xyz' is not pairs of hexadecimal digits");
@@ -278,7 +278,7 @@ TEST(Commands, TheReceiverRefusesBadStreamsInOneLine) {
   expectRefusal(path, ": is no MPEG transport stream of 188-byte packets");
   std::ofstream(path) << "G" << std::string(187, 'x') << "G";
   expectRefusal(path, ": is cut inside a packet, 1 bytes after its 1 whole packets");
-  expectError(run({receiverProgram(), SAMPLE, "--charset", "nope"}),
+  expectError(run({receiverProgram(), TABLES, "--charset", "nope"}),
               "quillwork-receiver: unknown character table 'nope'");
   EXPECT_NE(run({receiverProgram()}).status, 0);
   EXPECT_EQ(run({receiverProgram(), "--help"}).status, 0);
@@ -286,7 +286,7 @@ TEST(Commands, TheReceiverRefusesBadStreamsInOneLine) {
 
 TEST(Commands, TheReceiverEndsOnBothSignals) {
   for (const int signal : {SIGINT, SIGTERM}) {
-    Program host({receiverProgram(), SAMPLE});
+    Program host({receiverProgram(), TABLES});
     ASSERT_TRUE(host.awaitOutput("serving\n"));
     host.signal(signal);
     EXPECT_EQ(host.wait(), 0);
@@ -295,7 +295,7 @@ TEST(Commands, TheReceiverEndsOnBothSignals) {
 }
 
 TEST(Commands, DamagedPacketsAreCountedAndSkipped) {
-  std::ifstream sample(SAMPLE, std::ios::binary);
+  std::ifstream sample(TABLES, std::ios::binary);
   std::string bytes((std::istreambuf_iterator<char>(sample)), {});
   bytes[188 * 10] = 'x';
   bytes[188 * 30 + 1] = static_cast<char>(bytes[188 * 30 + 1] | '\x80');

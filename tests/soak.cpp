@@ -215,7 +215,7 @@ void trafficUntil(Program& host, Clock::time_point end) {
 }
 
 int soak(double minutes) {
-  Program host({receiverProgram(), SAMPLE});
+  Program host({receiverProgram(), TABLES});
   if (!host.awaitOutput("serving\n")) {
     std::fputs(host.errors().c_str(), stderr);
     return EXIT_FAILURE;
