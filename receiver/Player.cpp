@@ -112,18 +112,22 @@ void Player::forEachSink(Call&& call) {
 bool Player::fill() {
   batch_.clear();
   nextClock_.reset();
+  isEarly_ = false;
   while (batch_.size() < mostPackets * packetSize) {
     const auto packet = source_->next();
     if (!packet) break;
     batch_.insert(batch_.end(), packet->begin(), packet->end());
-    if (keepsPace()) break;
+    if (keepsPace()) return true;
     const auto clock = programClock(*packet);
-    if (!clock) continue;
     // The first clock that comes is followed, until it comes no more.
-    if (!clockPid_) clockPid_ = pidOf(*packet);
-    if (*clockPid_ != pidOf(*packet)) continue;
-    nextClock_ = clock;
-    return true;
+    if (clock && !clockPid_) clockPid_ = pidOf(*packet);
+    if (clock && clockPid_ == pidOf(*packet)) {
+      nextClock_ = clock;
+      return true;
+    }
+    // Whoever waits for the source does not make others wait for what has come.
+    isEarly_ = !source_->isReady();
+    if (isEarly_) return true;
   }
   clockPid_.reset();
   return !batch_.empty();
@@ -131,6 +135,7 @@ bool Player::fill() {
 
 /// How long the packets last.
 Player::Clock::duration Player::spanOf(std::optional<std::uint64_t> clock) {
+  if (isEarly_) return {};
   const auto packets = static_cast<std::int64_t>(batch_.size() / packetSize);
   const auto before = std::exchange(lastClock_, clock);
   if (clock && before) {

@@ -87,6 +87,11 @@ std::optional<Packet> LiveSource::next() {
   }
 }
 
+bool LiveSource::isReady() {
+  pollfd input{descriptor_, POLLIN, 0};
+  return buffer_.size() - begin_ > packetSize || poll(&input, 1, 0) > 0;
+}
+
 bool LiveSource::readMore() {
   buffer_.erase(buffer_.begin(), buffer_.begin() + static_cast<std::ptrdiff_t>(begin_));
   begin_ = 0;

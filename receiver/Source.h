@@ -22,6 +22,8 @@ class Source {
   /// The next packet, valid until the next call; nothing at the end or after interrupt(). Waits for
   /// a source that is live.
   virtual std::optional<Packet> next() = 0;
+  /// Whether next() would not wait.
+  virtual bool isReady() = 0;
   /// Begins anew; false where that cannot be.
   virtual bool rewind() = 0;
   /// Ends every wait, now and later.
@@ -36,6 +38,7 @@ class FileSource : public Source {
   explicit FileSource(const std::string& path) : file_(path) {}
 
   std::optional<Packet> next() override;
+  bool isReady() override { return true; }
   bool rewind() override;
   void interrupt() override {}
   [[nodiscard]] bool keepsPace() const override { return false; }
@@ -54,6 +57,7 @@ class LiveSource : public Source {
   ~LiveSource() override;
 
   std::optional<Packet> next() override;
+  bool isReady() override;
   bool rewind() override { return false; }
   void interrupt() override;
   [[nodiscard]] bool keepsPace() const override { return keepsPace_; }

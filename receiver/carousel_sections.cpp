@@ -91,8 +91,8 @@ void addStream(ByteBuilder& module, const std::string& key, const CarouselObject
 
 ByteBuilder& ByteBuilder::number(std::uint64_t value, unsigned size) {
   for (unsigned byte = size; byte > 0; --byte) {
-    const bool isHigher = byte > sizeof value;
-    bytes_.push_back(isHigher ? 0 : static_cast<std::uint8_t>(value >> 8U * (byte - 1)));
+    const std::uint64_t shifted = byte > sizeof value ? 0 : value >> 8U * (byte - 1);
+    bytes_.push_back(static_cast<std::uint8_t>(shifted));
   }
   return *this;
 }

@@ -80,8 +80,7 @@ bool Program::awaitOutput(const std::string& text) {
   return true;
 }
 
-void Program::say(const std::string& line) const {
-  const std::string bytes = line + "\n";
+void Program::give(const std::string& bytes) const {
   EXPECT_EQ(write(input_, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
 }
 

@@ -23,7 +23,8 @@ class Program {
   /// Waits until the standard output holds the text; false when the program ends before.
   [[nodiscard]] bool awaitOutput(const std::string& text);
   /// Writes a line to its standard input.
-  void say(const std::string& line) const;
+  void say(const std::string& line) const { give(line + "\n"); }
+  void give(const std::string& bytes) const;
   void signal(int number) const;
   /// Waits for the end and returns the exit status, or 128 and the signal that ended it.
   int wait();

@@ -1,0 +1,386 @@
+// Everything that the receiver can do, through the client: two processes on the sample stream.
+
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <set>
+#include <sstream>
+#include <thread>
+
+#include "support/Program.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using Json = nlohmann::json;
+using Words = std::vector<std::string>;
+
+/// The lines of a text.
+Words lines(const std::string& text) {
+  Words all;
+  std::istringstream stream(text);
+  for (std::string line; std::getline(stream, line);) all.push_back(line);
+  return all;
+}
+
+struct Result {
+  int status;
+  std::string output;
+  std::string errors;
+};
+
+Result run(const Words& words, const std::string& input = "") {
+  Program program(words);
+  for (const std::string& line : lines(input)) program.say(line);
+  const int status = program.wait();
+  return {status, program.output(), program.errors()};
+}
+
+std::string client(Words words) {
+  words.insert(words.begin(), CLIENT);
+  const Result result = run(words);
+  EXPECT_EQ(result.status, 0) << result.errors;
+  return result.output;
+}
+
+/// What the commands print that are given to one client, each on a line.
+Words shell(const std::string& commands) {
+  const Result result = run({CLIENT, "shell"}, commands + "quit\n");
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.errors, "");
+  return lines(result.output);
+}
+
+/// A receiver that has seen the whole sample stream, and sees it again when it is tuned anew.
+class WholeSample : public testing::Test {
+ protected:
+  static constexpr const char* mount = "/dev/shm/carousels";
+  static constexpr const char* properties = "/dev/shm/properties.db";
+
+  void SetUp() override { start(); }
+  void TearDown() override { stop(SIGTERM); }
+
+  void start(Words more = {}) {
+    Words words = {receiverProgram(), "--fast", "--mount", mount, "--properties", properties};
+    words.insert(words.end(), more.begin(), more.end());
+    words.emplace_back(SAMPLE);
+    host = std::make_unique<Program>(words);
+    ASSERT_TRUE(host->awaitOutput("broadcast time")) << host->errors();
+  }
+  void stop(int signal) {
+    if (host == nullptr) return;
+    host->signal(signal);
+    EXPECT_EQ(host->wait(), signal == SIGKILL ? 128 + SIGKILL : 0) << host->errors();
+  }
+  /// A client that watches, and is known to be connected.
+  std::unique_ptr<Program> watch(Words more = {}) {
+    Words words = {CLIENT, "watch"};
+    words.insert(words.end(), more.begin(), more.end());
+    auto watcher = std::make_unique<Program>(words);
+    while (watcher->output().empty()) {
+      host->say("event 99");
+      asked += "event 99\n";
+      EXPECT_TRUE(host->awaitOutput(asked));
+    }
+    return watcher;
+  }
+  static bool hasVideo() { return client({"version", "7"}) == "true\n"; }
+
+  std::unique_ptr<Program> host;
+  std::string asked;
+};
+
+TEST_F(WholeSample, TheMainVideosRequests) {
+  if (!hasVideo()) GTEST_SKIP() << "GStreamer is not there for this processor";
+  EXPECT_EQ(shell("video languages\n"
+                  "video language 3\n"
+                  "video select-language por\n"
+                  "video language 3\n"
+                  "video language 5\n"
+                  "video select-language xyz\n"
+                  "video language 3\n"
+                  "video set-bounds 10 20 300 200\n"
+                  "video bounds\n"
+                  "video property 9\nvideo property 10\nvideo property 11\nvideo property 12\n"
+                  "video property 13\nvideo property 14\nvideo property 15\nvideo property 16\n"
+                  "video mute on\nvideo freeze on\n"
+                  "video property 15\nvideo property 16\n"
+                  "video sound 0.5\nvideo balance -1\nvideo bass 1\nvideo treble 1\n"
+                  "video option off\n"
+                  "video region 1 2 3 4\n"
+                  "video reset\n"
+                  "video property 15\nvideo property 16\nvideo language 3\n"),
+            (Words{"eng", "por", "eng", "por", "eng", "por", "-1 -1 -1 -1", "1280", "720", "257",
+                   "27",  "260", "15",  "0",   "0",   "1",   "1",           "0",    "0",   "eng"}));
+  EXPECT_NE(host->output().find("region = {1,2,3,4}\n"), std::string::npos);
+}
+
+TEST_F(WholeSample, AMediaPlayerFromItsOpeningToItsEnd) {
+  if (!hasVideo()) GTEST_SKIP() << "GStreamer is not there for this processor";
+  const Words said = shell(std::string("media open ") + SAMPLE +
+                           "#1002\n"
+                           "media time 1\n"
+                           "media bounds 1\n"
+                           "media set-bounds 1 1 2 3 4\n"
+                           "media bounds 1\n"
+                           "media sound 1 0.3\nmedia balance 1 1\nmedia bass 1 -1\n"
+                           "media treble 1 0.5\nmedia mute 1 on\nmedia freeze 1 on\n"
+                           "media listen 1\n"
+                           "media seek 1 39000\n"
+                           "media play 1\n"
+                           "watch --count 1 --timeout 60000\n"
+                           "media stop 1\n"
+                           "media time 1\n"
+                           "media close 1\n"
+                           "media time 1\nmedia duration 1\nmedia play 1\nmedia bounds 1\n"
+                           "media seek 1 0\nmedia set-bounds 1 1 1 1 1\n");
+  const Words expected = {"1",
+                          "0",
+                          "0 0 1280 720",
+                          "0",
+                          "1 2 3 4",
+                          "39000",
+                          "true",
+                          "{\"notification\":\"end-of-media\",\"player\":1}",
+                          "0",
+                          "-1",
+                          "-1",
+                          "false",
+                          "0 0 0 0",
+                          "-1",
+                          "-1"};
+  EXPECT_EQ(said, expected);
+}
+
+TEST_F(WholeSample, AProgrammeOfTheStreamIsPlayed) {
+  if (!hasVideo()) GTEST_SKIP() << "GStreamer is not there for this processor";
+  const Words said = shell(
+      "media open dvb://..3ea\nmedia duration 1\nmedia seek 1 5\n"
+      "media play 1\nmedia stop 1\nmedia close 1\n");
+  EXPECT_EQ(said, (Words{"1", "-1", "-1", "true"}));
+}
+
+TEST_F(WholeSample, WhatCannotBeOpenedIsSaid) {
+  for (const char* const locator : {"/dev/shm/none", "/dev/shm", "dvb://..999", ""}) {
+    const Result result = run({CLIENT, "media", "open", locator});
+    EXPECT_NE(result.status, 0);
+    EXPECT_EQ(result.errors, std::string("quillwork-client: '") + locator + "' cannot be opened\n");
+  }
+  const Result result = run({CLIENT, "mount", "dvb://..999"});
+  EXPECT_EQ(result.errors, "quillwork-client: 'dvb://..999' cannot be mounted\n");
+}
+
+TEST_F(WholeSample, PropertiesSurviveAKill) {
+  if (client({"version", "6"}) != "true\n") GTEST_SKIP() << "SQLite is not there";
+  client({"property", "a", "--set", "one"});
+  client({"property", "b", "--set", ""});
+  client({"property", "receiver.model", "--set", "other"});
+  const Json all = Json::parse(client({"property", "--json"}));
+  ASSERT_EQ(all.size(), 6U);
+  EXPECT_EQ(all[2], (Json{{"name", "receiver.model"}, {"value", "quillwork-receiver"}}));
+  EXPECT_EQ(all[4], (Json{{"name", "a"}, {"value", "one"}}));
+  EXPECT_EQ(client({"property", "library.revision"}), "r2483\n");
+  EXPECT_EQ(client({"property", "broadcast.time"}), "2026-09-24T22:00:19\n");
+  stop(SIGKILL);
+  start();
+  EXPECT_EQ(client({"property", "a"}), "one\n");
+  client({"property", "a", "--remove"});
+  EXPECT_EQ(client({"property", "a"}), "\n");
+}
+
+TEST_F(WholeSample, ACarouselIsMountedChangesAndIsUnmounted) {
+  const std::string place = "dvb://ff20.2001.3e9.40";
+  Program mounting({CLIENT, "mount", place, "--wait", "3", "--timeout", "60000"});
+  // What is complete already comes at once, and both versions when it is broadcast once more.
+  ASSERT_TRUE(mounting.awaitOutput("download-complete")) << mounting.errors();
+  host->say("retune");
+  EXPECT_EQ(mounting.wait(), 0) << mounting.errors();
+  const std::string path = std::string(mount) + "/3e9.40";
+  EXPECT_EQ(lines(mounting.output()).front(), path);
+  std::ifstream index(path + "/index.html");
+  std::string text;
+  std::getline(index, text);
+  EXPECT_EQ(text, "<h1>The second half</h1>");
+  EXPECT_EQ(fs::file_size(path + "/media/picture.bin"), 6000U);
+  EXPECT_TRUE(fs::exists(path + "/media/new.txt"));
+  client({"umount", place});
+  while (fs::exists(path)) std::this_thread::yield();
+}
+
+TEST_F(WholeSample, StreamEventsOfTheOneNameReachTheClient) {
+  const auto watcher = watch();
+  host->say("retune");
+  ASSERT_TRUE(watcher->awaitOutput("\"code\":6,")) << watcher->output();
+  std::string output = watcher->output();
+  EXPECT_NE(output.find("{\"notification\":\"command\",\"code\":5,\"time\":0.0,\"flag\":1,"
+                        "\"text\":\"startDocument index\"}\n"),
+            std::string::npos)
+      << output;
+  EXPECT_EQ(output.find("\"code\":49"), std::string::npos) << "'goal' is not for it";
+  EXPECT_TRUE(host->awaitOutput("stream event 2 'goal', 3 bytes\n"));
+}
+
+TEST_F(WholeSample, ChangedGraphicsSettingsReachTheClient) {
+  if (!hasVideo()) GTEST_SKIP() << "GStreamer is not there for this processor";
+  const auto watcher = watch();
+  host->say("graphics 1920 1080");
+  ASSERT_TRUE(watcher->awaitOutput("graphics-settings")) << watcher->output();
+  EXPECT_NE(watcher->output().find("1920"), std::string::npos);
+}
+
+TEST_F(WholeSample, AWatchingClientAnswersAnApplicationState) {
+  const auto watcher = watch({"--answer", "yes"});
+  host->say("state 3");
+  ASSERT_TRUE(watcher->awaitOutput("\"state\":3"));
+  watcher->signal(SIGTERM);
+  EXPECT_TRUE(host->awaitOutput("state 3: yes\n"));
+}
+
+TEST_F(WholeSample, AnApplicationStateIsAnsweredEitherWayInTheShell) {
+  Program shell({CLIENT, "shell"});
+  shell.say("tuned");
+  ASSERT_TRUE(shell.awaitOutput("8193\n"));
+  for (const std::string answer : {"no", "yes", "no"}) {
+    // An answer that comes before the receiver has begun to wait is lost.
+    const std::string wanted = "state 7: " + answer + "\n";
+    host->forgetOutput();
+    shell.forgetOutput();
+    host->say("state 7");
+    ASSERT_TRUE(shell.awaitOutput("The receiver waits for 'answer yes' or 'answer no'.\n"));
+    while (host->output().find(wanted) == std::string::npos) shell.say("answer " + answer);
+    // Whatever was said too often has been taken by now.
+    shell.forgetOutput();
+    shell.say("tuned");
+    ASSERT_TRUE(shell.awaitOutput("8193\n"));
+  }
+  shell.say("quit");
+  EXPECT_EQ(shell.wait(), 0);
+}
+
+TEST_F(WholeSample, TheShellGoesOnAfterWhatIsWrong) {
+  const Result result = run({CLIENT, "shell"},
+                            "# a comment\n\ntuned --json\nnonsense\nids\nmedia open 'no such'\n"
+                            "answer maybe\nproperty \"unclosed\ntuned\nquit\n");
+  EXPECT_EQ(result.output, "{\"transport_stream\":8193}\n8193\n");
+  EXPECT_EQ(lines(result.errors), (Words{"quillwork-client: unknown command 'nonsense'",
+                                         "quillwork-client: KIND is required",
+                                         "quillwork-client: 'no such' cannot be opened",
+                                         "quillwork-client: answer: yes or no is needed",
+                                         "quillwork-client: \" is not closed"}));
+}
+
+TEST_F(WholeSample, FiltersOfEveryKindOnTheRunningStream) {
+  // The sections of all services' events, by the service's number in them.
+  const auto services = [this](const std::string& option, const std::string& value) {
+    Program reader({CLIENT, "section", "--pid", "18", "--table-id", "78", option, value,
+                    "--timeout", "60000", "--count", "4", "--json"});
+    while (reader.output().empty()) host->say("retune");
+    EXPECT_EQ(reader.wait(), 0) << reader.errors();
+    std::set<std::string> found;
+    for (const std::string& line : lines(reader.output())) {
+      found.insert(Json::parse(line)["section"].get<std::string>().substr(6, 4));
+    }
+    return found;
+  };
+  EXPECT_EQ(services("--filter", "3:03ea/ffff"), std::set<std::string>{"03ea"});
+  EXPECT_EQ(services("--less", "3:03ea/ffff"), std::set<std::string>{"03e9"});
+  EXPECT_EQ(services("--xor", "3:03ea/ffff/0001"), std::set<std::string>{"03eb"});
+  // Last, for nothing clears it.
+  EXPECT_EQ(services("--greater", "3:03eb/ffff"), std::set<std::string>{"03ec"});
+}
+
+TEST_F(WholeSample, AnotherServiceIsSelected) {
+  host->say("service 1002");
+  ASSERT_TRUE(host->awaitOutput("service 1002\n"));
+  EXPECT_EQ(client({"current-service"}), "1002\n");
+  EXPECT_EQ(client({"protected"}), "true\n");
+  host->say("retune 1003");
+  ASSERT_TRUE(host->awaitOutput("retuned\n"));
+  while (client({"current-service"}) != "1003\n") {
+  }
+}
+
+TEST(Receiver, TakesItsServiceAndItsCommandsFromTheCommandLine) {
+  const std::string script = "/dev/shm/script";
+  std::ofstream(script) << "# what is to be done\nservice 1004\nwait 0\nservice 1003\nquit\n";
+  const Result result =
+      run({receiverProgram(), "--fast", "--service", "1002", "--script", script, TABLES});
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.errors, "");
+  EXPECT_NE(result.output.find("service 1004\n"), std::string::npos) << result.output;
+  EXPECT_NE(result.output.find("service 1003\n"), std::string::npos);
+  const Result missing = run({receiverProgram(), "--script", "/dev/shm/none", TABLES});
+  EXPECT_NE(missing.status, 0);
+  EXPECT_EQ(missing.errors, "quillwork-receiver: /dev/shm/none: No such file or directory\n");
+}
+
+TEST(Receiver, IsSilentWhenItIsToldSo) {
+  const std::string script = "/dev/shm/script";
+  std::ofstream(script) << "quit\n";
+  const Result result = run({receiverProgram(), "--fast", "--quiet", "--script", script, TABLES});
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.output, "deleting middleware ipc\n") << "which is the library's own";
+}
+
+TEST(Receiver, RefusesWhatItCannotUseInOneLine) {
+  const auto expectError = [](Words words, const std::string& message) {
+    words.insert(words.begin(), receiverProgram());
+    words.emplace_back(TABLES);
+    const Result result = run(words);
+    EXPECT_NE(result.status, 0);
+    EXPECT_EQ(result.errors.substr(0, result.errors.find('[')), message);
+    EXPECT_EQ(std::count(result.errors.begin(), result.errors.end(), '\n'), 1) << result.errors;
+  };
+  std::ofstream("/dev/shm/file") << std::string(5000, 'x');
+  expectError({"--mount", "/dev/shm/file"},
+              "quillwork-receiver: filesystem error: cannot create directories: Not a directory ");
+#ifdef QUILLWORK_SQLITE
+  expectError({"--properties", "/dev/shm/file"},
+              "quillwork-receiver: /dev/shm/file: file is not a database\n");
+#endif
+}
+
+TEST(Receiver, PlaysItsStandardInput) {
+  Program host({receiverProgram(), "-", "--quiet"});
+  std::ifstream file(TABLES, std::ios::binary);
+  const std::string bytes((std::istreambuf_iterator<char>(file)), {});
+  host.give(bytes);
+  while (run({CLIENT, "tuned"}).output != "8193\n") {
+  }
+  while (Json::parse(client({"services", "--json"})).size() < 5) {
+  }
+  host.signal(SIGTERM);
+  EXPECT_EQ(host.wait(), 0);
+}
+
+TEST(Receiver, PlaysDatagrams) {
+  Program host({receiverProgram(), "udp://127.0.0.1:45679"});
+  ASSERT_TRUE(host.awaitOutput("serving\n"));
+  const int sender = socket(AF_INET, SOCK_DGRAM, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(45679);
+  inet_pton(AF_INET, "127.0.0.1", &address.sin_addr);
+  std::ifstream file(TABLES, std::ios::binary);
+  const std::string bytes((std::istreambuf_iterator<char>(file)), {});
+  // What comes too fast is lost; it is sent again and again.
+  do {
+    for (std::size_t begin = 0; begin + 7 * 188 <= bytes.size(); begin += 7 * 188) {
+      sendto(sender, bytes.data() + begin, 7 * 188, 0, reinterpret_cast<sockaddr*>(&address),
+             sizeof address);
+    }
+  } while (client({"tuned"}) != "8193\n");
+  close(sender);
+  host.signal(SIGTERM);
+  EXPECT_EQ(host.wait(), 0);
+}
+
+}  // namespace
