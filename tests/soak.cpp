@@ -215,8 +215,9 @@ void trafficUntil(Program& host, Clock::time_point end) {
 }
 
 int soak(double minutes) {
-  Program host({receiverProgram(), TABLES});
-  if (!host.awaitOutput("serving\n")) {
+  // The tables come several times a second.
+  Program host({receiverProgram(), "--loop", "--bitrate", "5000000", TABLES});
+  if (!host.awaitOutput("broadcast time")) {
     std::fputs(host.errors().c_str(), stderr);
     return EXIT_FAILURE;
   }
