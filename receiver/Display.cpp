@@ -18,7 +18,8 @@ Display::Display() {
   const std::string description = fmt::format(
       "compositor name=mixer background=black sink_0::width={0} sink_0::height={1}"
       " sink_0::zorder=0 sink_1::alpha=0 sink_1::zorder={2}"
-      " ! video/x-raw,width={0},height={1},framerate=25/1 ! videoconvert ! ximagesink sync=false"
+      " ! video/x-raw,width={0},height={1},framerate=25/1,pixel-aspect-ratio=1/1 ! videoconvert ! "
+      "ximagesink sync=false"
       " videotestsrc is-live=true pattern=black ! video/x-raw,width={0},height={1},framerate=25/1"
       " ! mixer.sink_0"
       " videotestsrc is-live=true pattern=solid-color foreground-color=0xff4060a0"

@@ -1,7 +1,9 @@
 #include "receiver/Video.h"
 
 #include <algorithm>
-#include <set>
+#include <cstdlib>
+#include <filesystem>
+#include <system_error>
 #include <utility>
 
 namespace receiver {
@@ -15,6 +17,12 @@ constexpr ipcutil::Rectangle_t plane{0, 0, Display::width, Display::height};
 /// Stream types (ISO/IEC 13818-1, table 2-34) of pictures and of sound.
 constexpr int pictureTypes[] = {0x01, 0x02, 0x10, 0x1b, 0x24};
 constexpr int soundTypes[] = {0x03, 0x04, 0x0f, 0x11, 0x81};
+
+/// Without a sound card, or a server that stands for one, the sound is played to nobody.
+bool hasSoundDevice() {
+  std::error_code ignored;
+  return std::filesystem::exists("/dev/snd", ignored) || std::getenv("PULSE_SERVER") != nullptr;
+}
 
 }  // namespace
 
@@ -31,7 +39,7 @@ Video::~Video() {
 void Video::startMain() {
   MediaSource source;
   source.program = host_.information.currentService();
-  mainPlayer_ = std::make_unique<MediaPlayer>(source, mainChannel, true, [] {});
+  mainPlayer_ = std::make_unique<MediaPlayer>(source, mainChannel, hasSoundDevice(), [] {});
   if (!mainPlayer_->open() || !mainPlayer_->play()) {
     mainPlayer_.reset();
     return;
@@ -97,7 +105,8 @@ int Video::open(std::string locator, int& player) {
   opened.isLive = source.uri.empty();
   opened.channel = "player" + std::to_string(number);
   opened.player = std::make_unique<MediaPlayer>(
-      source, display_ != nullptr ? opened.channel : std::string(), display_ != nullptr,
+      source, display_ != nullptr ? opened.channel : std::string(),
+      display_ != nullptr && hasSoundDevice(),
       [&worker = host_.worker, listener = opened.listener, number] {
         worker.post([listener, number] {
           listener->notify([number](auto& who) { who.endOfMedia(number); });

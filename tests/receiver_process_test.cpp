@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <memory>
@@ -91,6 +92,11 @@ class WholeSample : public testing::Test {
       EXPECT_TRUE(host->awaitOutput(asked));
     }
     return watcher;
+  }
+  void playAgain() const {
+    host->forgetOutput();
+    host->say("retune");
+    ASSERT_TRUE(host->awaitOutput("broadcast time"));
   }
   static bool hasVideo() { return client({"version", "7"}) == "true\n"; }
 
@@ -282,7 +288,7 @@ TEST_F(WholeSample, FiltersOfEveryKindOnTheRunningStream) {
   const auto services = [this](const std::string& option, const std::string& value) {
     Program reader({CLIENT, "section", "--pid", "18", "--table-id", "78", option, value,
                     "--timeout", "60000", "--count", "4", "--json"});
-    while (reader.output().empty()) host->say("retune");
+    while (lines(reader.output()).size() < 4) playAgain();
     EXPECT_EQ(reader.wait(), 0) << reader.errors();
     std::set<std::string> found;
     for (const std::string& line : lines(reader.output())) {
@@ -306,6 +312,116 @@ TEST_F(WholeSample, AnotherServiceIsSelected) {
   ASSERT_TRUE(host->awaitOutput("retuned\n"));
   while (client({"current-service"}) != "1003\n") {
   }
+}
+
+// The window.
+
+/// What a display shows.
+class Screenshot {
+ public:
+  /// By the program that everybody has with a display; its format is that of X11/XWDFile.h.
+  Screenshot() {
+    const std::string path = "/dev/shm/screen.xwd";
+    EXPECT_EQ(std::system(("xwd -root -silent -out " + path).c_str()), 0);
+    std::ifstream file(path, std::ios::binary);
+    bytes_.assign(std::istreambuf_iterator<char>(file), {});
+    const std::size_t colours = word(19) * 12;
+    begin_ = word(0) + colours;
+    lineSize_ = word(12);
+    EXPECT_EQ(word(11), 32U);
+  }
+
+  /// 0xRRGGBB.
+  [[nodiscard]] unsigned at(std::size_t x, std::size_t y) const {
+    const std::size_t place = begin_ + y * lineSize_ + x * 4;
+    if (place + 4 > bytes_.size()) return 0xffffffff;
+    return byte(place + 2) << 16U | byte(place + 1) << 8U | byte(place);
+  }
+
+ private:
+  [[nodiscard]] unsigned byte(std::size_t place) const {
+    return static_cast<unsigned char>(bytes_[place]);
+  }
+  [[nodiscard]] std::size_t word(std::size_t index) const {
+    std::size_t value = 0;
+    for (std::size_t part = 0; part < 4; ++part) value = value << 8U | byte(index * 4 + part);
+    return value;
+  }
+
+  std::string bytes_;
+  std::size_t begin_ = 0;
+  std::size_t lineSize_ = 0;
+};
+
+bool isNear(unsigned colour, unsigned wanted) {
+  for (const unsigned shift : {0U, 8U, 16U}) {
+    const int difference =
+        static_cast<int>(colour >> shift & 0xffU) - static_cast<int>(wanted >> shift & 0xffU);
+    if (std::abs(difference) > 40) return false;
+  }
+  return true;
+}
+
+TEST(Window, ShowsTheVideosAtTheirBoundsBelowTheGraphics) {
+  if (std::string(SAMPLE_PICTURES).empty()) GTEST_SKIP() << "there are no pictures in this build";
+  Program screen({"/usr/bin/Xvfb", "-displayfd", "1", "-screen", "0", "1280x720x24"});
+  ASSERT_TRUE(screen.awaitOutput("\n"));
+  setenv("DISPLAY", (":" + lines(screen.output()).front()).c_str(), 1);
+  for (const std::string colour : {"red", "blue"}) {
+    const std::string command =
+        "gst-launch-1.0 -q videotestsrc num-buffers=250 pattern=" + colour +
+        " ! video/x-raw,width=320,height=240,framerate=25/1 ! jpegenc ! avimux ! filesink "
+        "location=/dev/shm/" +
+        colour + ".avi";
+    ASSERT_EQ(std::system(command.c_str()), 0);
+  }
+  Program host({receiverProgram(), "--display", "--loop", SAMPLE});
+  ASSERT_TRUE(host.awaitOutput("serving\n")) << host.errors();
+  Program shell({CLIENT, "shell"});
+  for (const char* const line :
+       {"media open /dev/shm/red.avi", "media open /dev/shm/blue.avi",
+        "media set-bounds 1 100 50 400 300", "media set-bounds 2 300 150 280 210", "media play 1",
+        "media play 2", "video set-bounds 640 0 640 360", "video region 0 300 1280 300", "tuned"}) {
+    shell.say(line);
+  }
+  ASSERT_TRUE(shell.awaitOutput("8193\n"));
+  // The colour at a place, the veil of the graphics region over it from line 300 to 599.
+  constexpr unsigned red = 0xff0000;
+  constexpr unsigned blue = 0x0000ff;
+  constexpr unsigned black = 0x000000;
+  constexpr unsigned veiledRed = 0xc01030;
+  constexpr unsigned veiledBlue = 0x1020e0;
+  constexpr unsigned veil = 0x131d30;
+  const struct {
+    std::size_t x;
+    std::size_t y;
+    unsigned colour;
+  } places[] = {
+      {50, 100, black},       {110, 60, red},       {200, 200, red},       {290, 290, red},
+      {310, 160, blue},       {490, 290, blue},     {570, 250, blue},      {200, 320, veiledRed},
+      {400, 320, veiledBlue}, {400, 440, veil},     {50, 400, veil},       {1000, 500, veil},
+      {50, 650, black},       {1000, 650, black},   {680, 150, 0xffffff},  {780, 150, 0xffff00},
+      {870, 150, 0x00ffff},   {960, 150, 0x00ff00}, {1050, 150, 0xff00ff}, {1140, 150, 0xff0000},
+      {1230, 150, 0x0000ff},
+  };
+  std::string difference = "nothing was compared";
+  // The first pictures take a moment.
+  for (int attempt = 0; attempt < 200 && !difference.empty(); ++attempt) {
+    const Screenshot shot;
+    difference.clear();
+    for (const auto& place : places) {
+      if (isNear(shot.at(place.x, place.y), place.colour)) continue;
+      std::ostringstream text;
+      text << place.x << ' ' << place.y << ": " << std::hex << shot.at(place.x, place.y)
+           << " instead of " << place.colour << '\n';
+      difference += text.str();
+    }
+  }
+  EXPECT_EQ(difference, "");
+  shell.say("quit");
+  shell.wait();
+  host.signal(SIGTERM);
+  EXPECT_EQ(host.wait(), 0);
 }
 
 TEST(Receiver, TakesItsServiceAndItsCommandsFromTheCommandLine) {
