@@ -1,11 +1,20 @@
 #include "client/Session.h"
 
 namespace quillwork::client {
+namespace {
+
+/// Between two commands; the oldest go.
+constexpr std::size_t mostEarly = 1000;
+
+}  // namespace
 
 ControlChannel& Session::control() {
   if (!control_) {
     control_.emplace(ControlChannel::defaultPath, std::chrono::milliseconds(settings_.timeLimit));
-    control_->onNotification(handler_);
+    control_->onNotification([this](const Notification& notification) {
+      if (early_.size() == mostEarly) early_.pop_front();
+      early_.push_back(notification);
+    });
   }
   return *control_;
 }
@@ -16,6 +25,13 @@ SectionFilterChannel& Session::sections() {
                       std::chrono::milliseconds(settings_.timeLimit));
   }
   return *sections_;
+}
+
+std::optional<Notification> Session::takeEarly() {
+  if (early_.empty()) return std::nullopt;
+  Notification notification = std::move(early_.front());
+  early_.pop_front();
+  return notification;
 }
 
 void Session::disconnect() {

@@ -1,7 +1,7 @@
 #pragma once
 
 #include <chrono>
-#include <functional>
+#include <deque>
 #include <optional>
 
 #include "client/ControlChannel.h"
@@ -31,14 +31,12 @@ class Session {
   /// Gives up what is out of step.
   void disconnect();
 
-  /// Hears of every notification that comes while a command waits for its reply.
-  void onNotification(std::function<void(const Notification&)> handler) {
-    handler_ = std::move(handler);
-  }
+  /// The next notification that came while a command waited for its reply.
+  std::optional<Notification> takeEarly();
 
  private:
   Settings settings_;
-  std::function<void(const Notification&)> handler_;
+  std::deque<Notification> early_;
   std::optional<ControlChannel> control_;
   std::optional<SectionFilterChannel> sections_;
 };

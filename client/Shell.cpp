@@ -41,9 +41,7 @@ void print(const Notification& notification) {
 
 class Shell {
  public:
-  Shell(Session& session, const RunWords& run) : session_(session), run_(run) {
-    session_.onNotification(print);
-  }
+  Shell(Session& session, const RunWords& run) : session_(session), run_(run) {}
 
   [[nodiscard]] bool hasEnded() const { return hasEnded_; }
   void end() { hasEnded_ = true; }
@@ -59,6 +57,8 @@ class Shell {
       } else {
         run_(words);
       }
+      // What came while the command waited for its reply, and was not what it waited for.
+      while (const auto notification = session_.takeEarly()) print(*notification);
     } catch (const std::exception& error) {
       report(error);
     }

@@ -211,6 +211,7 @@ void readSections(Session& session, const Values& values) {
 
 /// The next notification within the time, if any time is set.
 std::optional<Notification> await(Session& session, int timeOut) {
+  if (auto notification = session.takeEarly()) return notification;
   for (;;) {
     const auto wait = timeOut >= 0 ? milliseconds(timeOut) : std::chrono::hours(24);
     auto notification = session.control().waitForNotification(wait);

@@ -73,22 +73,27 @@ void Player::retune() {
 void Player::run() {
   due_ = Clock::now();
   for (;;) {
-    while (waitUntil(Clock::now()) && fill()) play(spanOf(nextClock_));
+    while (!isAsked() && fill()) play(spanOf(nextClock_));
     const Next next = waitForNext();
     if (next == Next::nothing) return;
     begin(next == Next::another);
   }
 }
 
+bool Player::isAsked() {
+  const std::lock_guard lock(mutex_);
+  return isStopped_ || isRetuned_;
+}
+
 Player::Next Player::waitForNext() {
-  const auto isAsked = [this] { return isStopped_ || isRetuned_; };
+  const auto hasWish = [this] { return isStopped_ || isRetuned_; };
   std::unique_lock lock(mutex_);
-  if (!isAsked()) {
+  if (!hasWish()) {
     if (settings_.isLooped && source_->rewind()) return Next::same;
     lock.unlock();
     forEachSink([](PacketSink& sink) { sink.ended(); });
     lock.lock();
-    changed_.wait(lock, isAsked);
+    changed_.wait(lock, hasWish);
   }
   if (isStopped_) return Next::nothing;
   isRetuned_ = false;
@@ -117,7 +122,6 @@ bool Player::fill() {
     const auto packet = source_->next();
     if (!packet) break;
     batch_.insert(batch_.end(), packet->begin(), packet->end());
-    if (keepsPace()) return true;
     const auto clock = programClock(*packet);
     // The first clock that comes is followed, until it comes no more.
     if (clock && !clockPid_) clockPid_ = pidOf(*packet);

@@ -62,6 +62,7 @@ class Player {
   using Clock = std::chrono::steady_clock;
 
   void run();
+  bool isAsked();
   bool fill();
   [[nodiscard]] bool keepsPace() const { return settings_.isFast || source_->keepsPace(); }
   Clock::duration spanOf(std::optional<std::uint64_t> clock);

@@ -50,6 +50,7 @@ Program::Program(std::vector<std::string> arguments)
   dup2(input[0], STDIN_FILENO);
   dup2(output_, STDOUT_FILENO);
   dup2(errors_, STDERR_FILENO);
+  setenv("LSAN_OPTIONS", "suppressions=" LEAKS_OF_OTHERS ":print_suppressions=0", 0);
   execvp(pointers[0], pointers.data());
   _exit(127);
 }
