@@ -130,8 +130,8 @@ std::vector<std::uint8_t> parseBytes(const std::string& option, const std::strin
     const char* const begin = digits.data() + index;
     const char* const end = begin + std::min<std::size_t>(2, digits.size() - index);
     if (end - begin != 2 || std::from_chars(begin, end, byte, 16).ptr != end) {
-      throw std::invalid_argument(option + ": '" + written +
-                                  "' is not pairs of hexadecimal digits");
+      throw std::invalid_argument(
+          fmt::format("{}: '{}' is not pairs of hexadecimal digits", option, written));
     }
     bytes.push_back(byte);
   }
