@@ -108,7 +108,7 @@ void MediaPlayer::onSource(GstElement*, GstElement* source, void* self) {
                TRUE, "max-bytes", guint64{4} << 20U, "leaky-type", 2, nullptr);
   gst_caps_unref(caps);
   const std::lock_guard lock(player->mutex_);
-  player->input_ = GST_APP_SRC(source);
+  player->input_ = source;
 }
 
 GstBusSyncReply MediaPlayer::onMessage(GstBus*, GstMessage* message, void* self) {
@@ -262,7 +262,7 @@ void MediaPlayer::take(Packet packet) {
 void MediaPlayer::send() {
   if (input_ != nullptr && !packets_.empty()) {
     GstBuffer* const buffer = gst_buffer_new_memdup(packets_.data(), packets_.size());
-    gst_app_src_push_buffer(input_, buffer);
+    gst_app_src_push_buffer(GST_APP_SRC(input_), buffer);
   }
   packets_.clear();
 }
@@ -272,7 +272,7 @@ void MediaPlayer::interrupted(bool) {}
 void MediaPlayer::ended() {
   const std::lock_guard lock(mutex_);
   send();
-  if (input_ != nullptr) gst_app_src_end_of_stream(input_);
+  if (input_ != nullptr) gst_app_src_end_of_stream(GST_APP_SRC(input_));
 }
 
 }  // namespace receiver

@@ -12,8 +12,6 @@
 #include "receiver/Gst.h"
 #include "receiver/Player.h"
 
-typedef struct _GstAppSrc GstAppSrc;
-
 namespace receiver {
 
 /// What a media player plays.
@@ -92,7 +90,7 @@ class MediaPlayer : public PacketSink {
   GstBuffer* picture_ = nullptr;  ///< the last one; owned
 
   std::mutex mutex_;
-  GstAppSrc* input_ = nullptr;  ///< of the live stream
+  GstElement* input_ = nullptr;  ///< of the live stream
   std::vector<std::uint8_t> packets_;
 };
 

@@ -337,6 +337,17 @@ class Tuner : public TunerFacade {
   const ServiceInformation& information_;
 };
 
+#ifdef QUILLWORK_GSTREAMER
+constexpr int isBuiltWithVideo = 1;
+#else
+constexpr int isBuiltWithVideo = 0;
+#endif
+#ifdef QUILLWORK_SQLITE
+constexpr int isBuiltWithProperties = 1;
+#else
+constexpr int isBuiltWithProperties = 0;
+#endif
+
 class Version : public VersionFacade {
  public:
   int checkVersionFlag(int flag) override {
@@ -360,17 +371,9 @@ class Version : public VersionFacade {
       case hasArib:
         return canConvertArib() ? 1 : 0;
       case hasVideo:
-#ifdef QUILLWORK_GSTREAMER
-        return 1;
-#else
-        return 0;
-#endif
+        return isBuiltWithVideo;
       case hasProperties:
-#ifdef QUILLWORK_SQLITE
-        return 1;
-#else
-        return 0;
-#endif
+        return isBuiltWithProperties;
       default:
         return 0;
     }

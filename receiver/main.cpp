@@ -190,7 +190,7 @@ void serve(const Options& options) {
 
 #ifdef QUILLWORK_SQLITE
   // What is wrong with the file is better said before the library needs it.
-  receiver::Properties(options.properties, {});
+  { const receiver::Properties checked(options.properties, {}); }
 #endif
   auto source = receiver::openSource(options.stream);
   const bool isFile = dynamic_cast<receiver::FileSource*>(source.get()) != nullptr;

@@ -621,7 +621,10 @@ std::vector<Sending> sendings() {
   std::vector<Sending> all;
   const auto repeat = [&](double first, double period, double last, std::uint16_t pid,
                           const auto& make) {
-    for (double time = first; time < last; time += period) all.push_back({time, pid, make(time)});
+    for (int turn = 0; first + turn * period < last; ++turn) {
+      const double time = first + turn * period;
+      all.push_back({time, pid, make(time)});
+    }
   };
   const auto timeOf = [](double time) { return begin + static_cast<std::time_t>(time); };
   repeat(0.00, 0.25, length, PAT_PID, [](double) { return pat(); });
@@ -697,7 +700,8 @@ std::vector<PacketBytes> emptyTemplate() {
 std::vector<PacketBytes> readTemplate(const char* path) {
   std::ifstream file(path, std::ios::binary);
   std::vector<PacketBytes> packets;
-  for (PacketBytes packet; file.read(reinterpret_cast<char*>(packet.data()), packet.size());) {
+  for (PacketBytes packet; file.read(reinterpret_cast<char*>(packet.data()),
+                                     static_cast<std::streamsize>(packet.size()));) {
     packets.push_back(packet);
   }
   return packets;
@@ -734,7 +738,8 @@ std::vector<PacketBytes> multiplex(std::vector<PacketBytes> packets) {
 bool write(const std::string& path, const std::vector<PacketBytes>& packets) {
   std::ofstream file(path, std::ios::binary);
   for (const PacketBytes& packet : packets) {
-    file.write(reinterpret_cast<const char*>(packet.data()), packet.size());
+    file.write(reinterpret_cast<const char*>(packet.data()),
+               static_cast<std::streamsize>(packet.size()));
   }
   file.close();
   return !file.fail();
