@@ -151,7 +151,9 @@ std::vector<Section> moduleSections(std::uint32_t carousel, std::uint32_t update
   }
   body.number(0, 2);
   // The lowest bit changes with each update, and so does the version above.
-  const std::uint32_t transaction = 0x80000002U | (update & 1U) | (update & 0x3fffU) << 16U;
+  const std::uint32_t identification = modules.front().id & 0x7fffU;
+  const std::uint32_t transaction =
+      0x80000000U | (update & 0x3fffU) << 16U | identification << 1U | (update & 1U);
   std::vector<Section> sections = {messageSection(
       controlTable, static_cast<std::uint16_t>(transaction), 0, 0, 0, 0x1002, transaction, body)};
   for (const ModuleToSend& module : modules) {

@@ -41,7 +41,8 @@ struct ModuleToSend {
   std::string_view content;
   std::string_view info;  ///< BIOP::ModuleInfo
 };
-/// What announces modules, and their blocks. `update`: one higher for each change.
+/// What announces modules, at least one, and their blocks. Modules that are announced together
+/// belong together: an update, whose number is one higher, begins with the same one.
 std::vector<Section> moduleSections(std::uint32_t carousel, std::uint32_t update,
                                     const std::vector<ModuleToSend>& modules);
 

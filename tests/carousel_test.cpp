@@ -169,17 +169,23 @@ TEST(Carousel, AReferenceToNothingStaysPending) {
   }
 }
 
-TEST(Carousel, WhatIsTooMuchIsNotKept) {
-  ObjectCarousel carousel;
-  const std::string huge(ObjectCarousel::mostBytes / 2 + 1'000'000, 'h');
-  const auto sections = [&](std::uint16_t id) {
-    return moduleSections(number, id, {{id, 1, huge, {}}});
+TEST(Carousel, AModuleThatIsTooMuchStaysPending) {
+  const std::string padding(ObjectCarousel::mostBytes / 2 + 1'000'000, '\0');
+  const auto carouselWith = [&](const std::vector<std::uint16_t>& modules) {
+    ObjectCarousel carousel;
+    std::vector<std::pair<std::string, ByteBuilder>> bindings;
+    for (const std::uint16_t id : modules) {
+      const std::string name(1, static_cast<char>('a' + id));
+      bindings.emplace_back(name, objectReference(number, id, "1", "dir"));
+      takeAll(carousel, moduleSections(number, id, {{id, 1, directoryModule({}) + padding, {}}}));
+    }
+    carousel.take(serverInitiate(number));
+    const std::string root = directoryModule(bindings);
+    takeAll(carousel, moduleSections(number, 1, {{1, 1, root, {}}}));
+    return carousel.tree() != nullptr;
   };
-  carousel.take(serverInitiate(number));
-  takeAll(carousel, sections(2));
-  takeAll(carousel, sections(3));
-  send(carousel, directoryModule({}));
-  EXPECT_NE(carousel.tree(), nullptr) << "a carousel that has room for its directories has them";
+  EXPECT_TRUE(carouselWith({2}));
+  EXPECT_FALSE(carouselWith({2, 3})) << "the second has no room";
 }
 
 TEST(Carousel, AModuleThatIsCompressedInAnUnknownWayStaysPending) {
