@@ -227,8 +227,8 @@ int soak(double minutes) {
   const auto begin = Clock::now();
   const auto length = std::chrono::duration_cast<Clock::duration>(
       std::chrono::duration<double, std::ratio<60>>(minutes));
-  // The heap finds its size in the first tenth.
-  trafficUntil(host, begin + length / 10);
+  // The heap finds its size in the first tenth, and not before a few seconds have passed.
+  trafficUntil(host, begin + std::max<Clock::duration>(length / 10, std::chrono::seconds(4)));
   const Usage before = usageWhenIdle(host, atRest);
   print("warm", before);
   trafficUntil(host, begin + length);
