@@ -19,8 +19,9 @@ constexpr GstClockTime patience = 5 * GST_SECOND;
 /// Packets are handed on in portions of about so many bytes.
 constexpr std::size_t portion = 20 * packetSize;
 
-/// GST_PLAY_FLAG_VIDEO, _AUDIO and _SOFT_VOLUME, which no header publishes.
-constexpr int playFlags = 0x01 | 0x02 | 0x10;
+/// GST_PLAY_FLAG_VIDEO and _AUDIO, which no header publishes. Without _SOFT_VOLUME, whose element
+/// playbin never gives back: the filter has one of its own.
+constexpr int playFlags = 0x01 | 0x02;
 
 int milliseconds(std::int64_t time) {
   constexpr std::int64_t unit = GST_MSECOND;
@@ -59,7 +60,8 @@ MediaPlayer::MediaPlayer(const MediaSource& source, const std::string& channel, 
                                           channel);
   gst::Element sound = gst::parseBin(hasSound ? "autoaudiosink" : "fakesink sync=true");
   filter_ = gst::parseBin(
-      "audioconvert ! audiopanorama name=balance ! equalizer-3bands name=tone ! audioconvert");
+      "audioconvert ! volume name=volume ! audiopanorama name=balance ! equalizer-3bands name=tone "
+      "! audioconvert");
   playbin_.reset(gst_element_factory_make("playbin", nullptr));
   if (!playbin_ || !pictures || !sound) {
     playbin_.reset();
@@ -225,11 +227,15 @@ void MediaPlayer::setFrozen(bool isFrozen) {
 }
 
 void MediaPlayer::setSound(double level) {
-  g_object_set(playbin_.get(), "volume", std::clamp(level, 0.0, 1.0), nullptr);
+  if (!filter_) return;
+  const gst::Element volume = gst::find(filter_, "volume");
+  g_object_set(volume.get(), "volume", std::clamp(level, 0.0, 1.0), nullptr);
 }
 
 void MediaPlayer::setMute(bool isMute) {
-  g_object_set(playbin_.get(), "mute", isMute ? TRUE : FALSE, nullptr);
+  if (!filter_) return;
+  const gst::Element volume = gst::find(filter_, "volume");
+  g_object_set(volume.get(), "mute", isMute ? TRUE : FALSE, nullptr);
 }
 
 void MediaPlayer::setBalance(double level) {

@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <malloc.h>
 #include <pthread.h>
 #include <unistd.h>
 
@@ -183,6 +184,8 @@ void connectData(receiver::DataBroadcast& data, Host& host, const Announcements&
 }
 
 void serve(const Options& options) {
+  // Media players' threads come and go by the dozen; a heap for each would be kept for good.
+  mallopt(M_ARENA_MAX, 2);
   // In the background it may not read from its terminal, and shall not be stopped for trying.
   std::signal(SIGTTIN, SIG_IGN);
   const sigset_t signals = endingSignals();
