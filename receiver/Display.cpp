@@ -15,10 +15,12 @@ constexpr unsigned top = 1'000'000;
 Display::Display() {
   if (!gst::prepare()) throw std::runtime_error("GStreamer cannot be used");
   GError* error = nullptr;
+  // Of eight bits: the mixer's scaling of deeper formats draws some sizes too narrow.
   const std::string description = fmt::format(
       "compositor name=mixer background=black sink_0::width={0} sink_0::height={1}"
       " sink_0::zorder=0 sink_1::alpha=0 sink_1::zorder={2}"
-      " ! video/x-raw,width={0},height={1},framerate=25/1,pixel-aspect-ratio=1/1 ! videoconvert ! "
+      " ! video/x-raw,format=BGRx,width={0},height={1},framerate=25/1,pixel-aspect-ratio=1/1 ! "
+      "videoconvert ! "
       "ximagesink sync=false"
       " videotestsrc is-live=true pattern=black ! video/x-raw,width={0},height={1},framerate=25/1"
       " ! mixer.sink_0"
