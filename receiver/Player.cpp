@@ -97,13 +97,13 @@ Player::Next Player::waitForNext() {
   }
   if (isStopped_) return Next::nothing;
   isRetuned_ = false;
+  source_->rewind();
   return Next::another;
 }
 
 void Player::begin(bool isOther) {
   lastClock_.reset();
   due_ = Clock::now();
-  source_->rewind();
   forEachSink([isOther](PacketSink& sink) { sink.interrupted(isOther); });
 }
 

@@ -64,8 +64,11 @@ class Announcements : public receiver::PacketSink {
 
   void take(receiver::Packet) override {}
   void interrupted(bool isOther) override {
-    if (!isOther) ended();
-    if (isOther) hasSaid_ = false;
+    if (isOther) {
+      hasSaid_ = false;
+    } else {
+      ended();
+    }
   }
   /// What the stream has, once it has been seen whole.
   void ended() override {
