@@ -1,6 +1,7 @@
 #include "client/Output.h"
 
 #include <fmt/format.h>
+#include <cstdio>
 
 #include <chrono>
 #include <map>
@@ -267,6 +268,11 @@ void printRecord(const TransportStream& stream) {
                deliveryName(stream.mode)});
   }
   table.print(stdout);
+}
+
+void printNotification(const Notification& notification) {
+  fmt::print("{}\n", toJson(notification).dump(-1, ' ', false, Json::error_handler_t::replace));
+  std::fflush(stdout);
 }
 
 void printSection(const std::vector<std::uint8_t>& section) {

@@ -32,6 +32,8 @@ void printTable(const std::vector<SystemProperty>& properties);
 void printRecord(const ProgramEvent& event);
 void printRecord(const Network& network);
 void printRecord(const TransportStream& stream);
+/// As JSON on one line, at once.
+void printNotification(const Notification& notification);
 /// Sixteen bytes a line, with their characters.
 void printSection(const std::vector<std::uint8_t>& section);
 

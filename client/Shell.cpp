@@ -11,10 +11,10 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
 #include <optional>
 #include <set>
 #include <stdexcept>
+#include <utility>
 
 #include "client/Command.h"
 #include "client/Output.h"
@@ -32,7 +32,7 @@ void report(const std::exception& error) {
 }
 
 void print(const Notification& notification) {
-  fmt::print("{}\n", toJson(notification).dump(-1, ' ', false, Json::error_handler_t::replace));
+  printNotification(notification);
   if (std::holds_alternative<ApplicationStateRequest>(notification)) {
     fmt::print("The receiver waits for 'answer yes' or 'answer no'.\n");
   }
@@ -57,11 +57,11 @@ class Shell {
       } else {
         run_(words);
       }
-      // What came while the command waited for its reply, and was not what it waited for.
-      while (const auto notification = session_.takeEarly()) print(*notification);
     } catch (const std::exception& error) {
       report(error);
     }
+    // What came while the command waited for its reply, and was not what it waited for.
+    while (const auto notification = session_.takeEarly()) print(*notification);
     std::fflush(stdout);
   }
 

@@ -219,11 +219,6 @@ std::optional<Notification> await(Session& session, int timeOut) {
   }
 }
 
-void print(const Notification& notification) {
-  fmt::print("{}\n", toJson(notification).dump(-1, ' ', false, Json::error_handler_t::replace));
-  std::fflush(stdout);
-}
-
 void watch(Session& session, const Values& values) {
   session.control().addCarouselListener();
   for (int left = values.integer("--count"); left > 0; --left) {
@@ -232,7 +227,7 @@ void watch(Session& session, const Values& values) {
     if (std::holds_alternative<ApplicationStateRequest>(*notification)) {
       session.control().answerApplicationState(values.text("--answer") == "yes");
     }
-    print(*notification);
+    printNotification(*notification);
   }
   session.control().removeCarouselListener();
 }
@@ -250,7 +245,7 @@ void playToTheEnd(Session& session, const Values& values) {
       throw Refusal(
           fmt::format("'{}' has not ended within {} ms", locator, values.integer("--timeout")));
     }
-    print(*notification);
+    printNotification(*notification);
     const auto* const end = std::get_if<EndOfMedia>(&*notification);
     if (end != nullptr && end->player == media.player) break;
   }
@@ -272,7 +267,7 @@ void mountAndWait(Session& session, const Values& values) {
       throw Refusal(
           fmt::format("'{}' is not complete within {} ms", locator, values.integer("--timeout")));
     }
-    print(*notification);
+    printNotification(*notification);
     const auto* const done = std::get_if<DownloadComplete>(&*notification);
     if (done != nullptr && done->first == locator) --left;
   }
