@@ -5,6 +5,7 @@
 #include <chrono>
 #include <cstdio>
 #include <stdexcept>
+#include <thread>
 #include <utility>
 
 #include "client/Command.h"
@@ -219,13 +220,21 @@ std::optional<Notification> await(Session& session, int timeOut) {
   }
 }
 
+/// Answers twice: the receiver loses an answer that comes before it has begun to wait for it, and one
+/// that comes when nobody waits does nothing.
+void answerApplicationState(Session& session, bool answer) {
+  session.control().answerApplicationState(answer);
+  std::this_thread::sleep_for(milliseconds(100));
+  session.control().answerApplicationState(answer);
+}
+
 void watch(Session& session, const Values& values) {
   session.control().addCarouselListener();
   for (int left = values.integer("--count"); left > 0; --left) {
     const auto notification = await(session, values.integer("--timeout"));
     if (!notification) break;
     if (std::holds_alternative<ApplicationStateRequest>(*notification)) {
-      session.control().answerApplicationState(values.text("--answer") == "yes");
+      answerApplicationState(session, values.text("--answer") == "yes");
     }
     printNotification(*notification);
   }

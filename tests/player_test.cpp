@@ -76,7 +76,8 @@ class Playing : public testing::Test {
   void write(const std::vector<PacketBytes>& packets) {
     std::ofstream file(path, std::ios::binary);
     for (const PacketBytes& bytes : packets) {
-      file.write(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+      file.write(reinterpret_cast<const char*>(bytes.data()),
+                 static_cast<std::streamsize>(bytes.size()));
     }
   }
   void play(Player::Settings settings = {}) {

@@ -251,11 +251,13 @@ TEST_F(WholeSample, ChangedGraphicsSettingsReachTheClient) {
 }
 
 TEST_F(WholeSample, AWatchingClientAnswersAnApplicationState) {
-  const auto watcher = watch({"--answer", "yes"});
-  host->say("state 3");
-  ASSERT_TRUE(watcher->awaitOutput("\"state\":3"));
-  watcher->signal(SIGTERM);
-  EXPECT_TRUE(host->awaitOutput("state 3: yes\n"));
+  const auto watcher = watch({"--answer", "no"});
+  for (int i = 0; i < 20; ++i) {
+    host->forgetOutput();
+    host->say("state 3");
+    ASSERT_TRUE(host->awaitOutput("state 3: no\n"));
+  }
+  EXPECT_NE(watcher->output().find("\"state\":3"), std::string::npos);
 }
 
 TEST_F(WholeSample, AnApplicationStateIsAnsweredEitherWayInTheShell) {
