@@ -233,10 +233,10 @@ void watch(Session& session, const Values& values) {
   for (int left = values.integer("--count"); left > 0; --left) {
     const auto notification = await(session, values.integer("--timeout"));
     if (!notification) break;
+    printNotification(*notification);
     if (std::holds_alternative<ApplicationStateRequest>(*notification)) {
       answerApplicationState(session, values.text("--answer") == "yes");
     }
-    printNotification(*notification);
   }
   session.control().removeCarouselListener();
 }
