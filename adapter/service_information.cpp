@@ -1,6 +1,11 @@
 // The service-information queries: each asks its facade once and converts the answer.
 
-#include <iterator>
+#include <algorithm>
+#include <cstddef>
+#include <cstring>
+#include <list>
+#include <string>
+#include <string_view>
 #include <utility>
 
 #include "adapter/MiddlewareIpc.h"
@@ -8,42 +13,51 @@
 #include "facade/SIFacade.h"
 #include "facade/TunerFacade.h"
 #include "protocol/ReplyLists.h"
-#include "protocol/message.h"
 
 using adapter::load;
 using quillwork::OwnedRecord;
 using quillwork::OwnedRecords;
-using quillwork::setFieldText;
 
 namespace {
 
-quillwork::service convert(const middlewarefacade::Service_& from) {
-  quillwork::service to{};
+/// Copies as much of the text as leaves a zero byte at the end of a field of zeros.
+template <std::size_t Size>
+void fillField(char (&field)[Size], std::string_view text) {
+  std::memcpy(field, text.data(), std::min(text.size(), Size - 1));
+}
+
+// Each fills a zero record in its place.
+
+void convert(quillwork::service& to, const middlewarefacade::Service_& from) {
   to.value_1 = from.value_1;
   to.value_2 = from.value_2;
   to.value_3 = from.value_3;
   to.value_4 = from.value_4;
   to.value_5 = from.value_5;
-  setFieldText(to.name, from.name);
-  return to;
+  fillField(to.name, from.name);
 }
 
-quillwork::service_component convert(const middlewarefacade::ServiceComponent_& from) {
-  return {from.value_1, from.value_2, from.value_3, from.value_4, from.value_5, from.value_6};
+void convert(quillwork::service_component& to, const middlewarefacade::ServiceComponent_& from) {
+  to = {from.value_1, from.value_2, from.value_3, from.value_4, from.value_5, from.value_6};
 }
 
-quillwork::pmt convert(const middlewarefacade::ProgramMap_& from) {
-  return {from.value_1, from.value_2, from.value_3, from.value_4};
+void convert(quillwork::pmt& to, const middlewarefacade::ProgramMap_& from) {
+  to = {from.value_1, from.value_2, from.value_3, from.value_4};
 }
 
-template <class To, class From>
-void convertList(std::list<To>*& to, std::int32_t& count, const std::list<From>& from) {
-  to = new std::list<To>(from.begin(), from.end());
+void convertList(std::list<char>*& to, std::int32_t& count, const std::list<unsigned char>& from) {
+  to = new std::list<char>(from.begin(), from.end());
   count = static_cast<std::int32_t>(to->size());
 }
 
-/// Fills a zero record. What has been allocated when an exception strikes is in the record.
-void convert(quillwork::program_event& to, const middlewarefacade::ProgramEvent_& from) {
+void convertList(std::list<std::string>*& to, std::int32_t& count, std::list<std::string>& from) {
+  to = new std::list<std::string>(std::move(from));
+  count = static_cast<std::int32_t>(to->size());
+}
+
+/// Takes the texts of the lists away. What has been allocated when an exception strikes is in the
+/// record.
+void convert(quillwork::program_event& to, middlewarefacade::ProgramEvent_& from) {
   to.value_1 = from.value_1;
   to.value_2 = from.value_2;
   to.value_3 = from.value_3;
@@ -52,9 +66,9 @@ void convert(quillwork::program_event& to, const middlewarefacade::ProgramEvent_
   to.value_6 = from.value_6;
   to.value_7 = from.value_7;
   to.value_8 = from.value_8;
-  setFieldText(to.text_1, from.text_1);
-  setFieldText(to.text_2, from.text_2);
-  setFieldText(to.text_3, from.text_3);
+  fillField(to.text_1, from.text_1);
+  fillField(to.text_2, from.text_2);
+  fillField(to.text_3, from.text_3);
   convertList(to.byte_list_1, to.byte_list_1_count, from.byte_list_1);
   convertList(to.byte_list_2, to.byte_list_2_count, from.byte_list_2);
   convertList(to.byte_list_3, to.byte_list_3_count, from.byte_list_3);
@@ -68,24 +82,15 @@ void convert(quillwork::descriptor& to, const middlewarefacade::Descriptors_& fr
   convertList(to.data, to.length, from.data);
 }
 
-/// Converts the answer of one call of the SI facade, or is empty without that facade.
+/// Converts the answer of one call of the SI facade, or is empty without that facade. An element is
+/// given back as soon as it is converted: its memory is still at hand, and a long list never exists
+/// twice. What has been converted is freed if the conversion throws.
 template <class To, auto query, class... Arguments>
 std::list<To> convertAll(middlewarefacade::SIFacade* facade, Arguments... arguments) {
-  std::list<To> converted;
-  if (facade == nullptr) return converted;
-  for (const auto& element : (facade->*query)(arguments...)) {
-    converted.push_back(convert(element));
-  }
-  return converted;
-}
-
-/// Likewise for records that own lists, which are freed if the conversion throws.
-template <class To, auto query, class... Arguments>
-std::list<To> convertAllOwned(middlewarefacade::SIFacade* facade, Arguments... arguments) {
   OwnedRecords<To> converted;
   if (facade == nullptr) return converted.release();
-  for (const auto& element : (facade->*query)(arguments...)) {
-    convert(converted->emplace_back(), element);
+  for (auto elements = (facade->*query)(arguments...); !elements.empty(); elements.pop_front()) {
+    convert(converted->emplace_back(), elements.front());
   }
   return converted.release();
 }
@@ -100,13 +105,14 @@ std::list<quillwork::service> MiddlewareIpc::getServices() {
 }
 
 std::list<quillwork::program_event> MiddlewareIpc::getProgramEvents() {
-  return convertAllOwned<quillwork::program_event, &SIFacade::getProgramEvents>(load(siFacade));
+  return convertAll<quillwork::program_event, &SIFacade::getProgramEvents>(load(siFacade));
 }
 
 quillwork::program_event MiddlewareIpc::getProgramEvent() {
   OwnedRecord<quillwork::program_event> event;
   if (SIFacade* const facade = load(siFacade)) {
-    convert(*event, facade->getProgramEvent());
+    middlewarefacade::ProgramEvent_ from = facade->getProgramEvent();
+    convert(*event, from);
     // Unlike the elements of the list, the single event does not carry its fifth integer.
     event->value_5 = 0;
   }
@@ -128,26 +134,26 @@ std::list<int> MiddlewareIpc::getCASystemIds() {
 }
 
 std::list<quillwork::descriptor> MiddlewareIpc::getNetworkDescriptors() {
-  return convertAllOwned<quillwork::descriptor, &SIFacade::getNetworkDescriptors>(load(siFacade));
+  return convertAll<quillwork::descriptor, &SIFacade::getNetworkDescriptors>(load(siFacade));
 }
 
 std::list<quillwork::descriptor> MiddlewareIpc::getTransportStreamDescriptors(int transportStream) {
-  return convertAllOwned<quillwork::descriptor, &SIFacade::getTransportStreamDescriptors>(
+  return convertAll<quillwork::descriptor, &SIFacade::getTransportStreamDescriptors>(
       load(siFacade), transportStream);
 }
 
 std::list<quillwork::descriptor> MiddlewareIpc::getServiceDescriptors(int serviceId) {
-  return convertAllOwned<quillwork::descriptor, &SIFacade::getServiceDescriptors>(load(siFacade),
-                                                                                  serviceId);
+  return convertAll<quillwork::descriptor, &SIFacade::getServiceDescriptors>(load(siFacade),
+                                                                             serviceId);
 }
 
 std::list<quillwork::descriptor> MiddlewareIpc::getProgramEventDescriptors(int first, int second) {
-  return convertAllOwned<quillwork::descriptor, &SIFacade::getProgramEventDescriptors>(
-      load(siFacade), first, second);
+  return convertAll<quillwork::descriptor, &SIFacade::getProgramEventDescriptors>(load(siFacade),
+                                                                                  first, second);
 }
 
 std::list<quillwork::descriptor> MiddlewareIpc::getServiceComponentDescriptors(int component) {
-  return convertAllOwned<quillwork::descriptor, &SIFacade::getServiceComponentDescriptors>(
+  return convertAll<quillwork::descriptor, &SIFacade::getServiceComponentDescriptors>(
       load(siFacade), component);
 }
 
@@ -156,7 +162,7 @@ quillwork::network MiddlewareIpc::getNetwork() {
   if (SIFacade* const facade = load(siFacade)) {
     const middlewarefacade::Network_ from = facade->getNetwork();
     network.network_value = from.network_value;
-    setFieldText(network.name, from.name);
+    fillField(network.name, from.name);
   }
   return network;
 }

@@ -1,7 +1,9 @@
 #include "client/Channel.h"
 
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -38,6 +40,7 @@ Channel::Channel(std::string path, std::chrono::milliseconds timeLimit)
   path_.copy(address.sun_path, sizeof address.sun_path - 1);
   if (socket_ != -1 &&
       connect(socket_, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) {
+    limitReceives();
     return;
   }
   const int error = errno;
@@ -47,13 +50,23 @@ Channel::Channel(std::string path, std::chrono::milliseconds timeLimit)
   throw Error(path_ + ": " + (nobody ? "no receiver is running" : std::strerror(error)));
 }
 
+/// From here on a receive that may wait waits for timeLimit_.
+void Channel::limitReceives() const {
+  const auto microseconds = std::chrono::microseconds(timeLimit_).count();
+  timeval limit{};
+  limit.tv_sec = static_cast<time_t>(microseconds / 1'000'000);
+  limit.tv_usec = static_cast<suseconds_t>(microseconds % 1'000'000);
+  setsockopt(socket_, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+  fcntl(socket_, F_SETFL, fcntl(socket_, F_GETFL) & ~O_NONBLOCK);
+}
+
 Channel::~Channel() { close(socket_); }
 
 void Channel::send(const void* data, std::size_t size) const {
   const auto deadline = Clock::now() + timeLimit_;
   const auto* bytes = static_cast<const char*>(data);
   while (size > 0) {
-    const ssize_t sent = ::send(socket_, bytes, size, MSG_NOSIGNAL);
+    const ssize_t sent = ::send(socket_, bytes, size, MSG_NOSIGNAL | MSG_DONTWAIT);
     if (sent > 0) {
       bytes += sent;
       size -= static_cast<std::size_t>(sent);
@@ -66,47 +79,56 @@ void Channel::send(const void* data, std::size_t size) const {
 }
 
 void Channel::receive(void* data, std::size_t size, std::chrono::milliseconds timeLimit) {
-  const auto deadline = Clock::now() + timeLimit;
-  auto* bytes = static_cast<char*>(data);
-  const std::size_t wanted = size;
-  const std::size_t early = std::min(size, arrived_.size());
-  std::copy_n(arrived_.begin(), early, bytes);
-  arrived_.erase(arrived_.begin(), arrived_.begin() + static_cast<std::ptrdiff_t>(early));
-  bytes += early;
-  size -= early;
-  while (size > 0) {
-    const ssize_t received = recv(socket_, bytes, size, 0);
-    if (received > 0) {
-      bytes += received;
-      size -= static_cast<std::size_t>(received);
-    } else if (received == 0 || (errno != EAGAIN && errno != EINTR)) {
-      throw Error(path_ + ": the receiver has closed the connection" +
-                  (size == wanted ? "" : " in the middle of a reply"));
-    } else if (!waitFor(socket_, POLLIN, deadline)) {
+  if (arrivedSize() < size) {
+    const auto deadline = Clock::now() + timeLimit;
+    const auto wait = [&] {
+      if (waitFor(socket_, POLLIN, deadline)) return;
       throw TimeOut(path_ + ": no answer within " + std::to_string(timeLimit.count()) + " ms" +
-                    (size == wanted ? "" : ", the reply was cut short"));
+                    (arrivedSize() == 0 ? "" : ", the reply was cut short"));
+    };
+    // The first wait is the socket's own, which spares a call; its limit is timeLimit_.
+    const bool hasOwnLimit = timeLimit == timeLimit_ && timeLimit.count() > 0;
+    if (!fetch(size, hasOwnLimit ? 0 : MSG_DONTWAIT)) {
+      do wait();
+      while (!fetch(size, MSG_DONTWAIT));
     }
   }
+  std::memcpy(data, buffer_.data() + begin_, size);
+  begin_ += size;
 }
 
 std::span<const std::uint8_t> Channel::arrived(std::size_t wanted) {
-  while (arrived_.size() < wanted) {
-    std::uint8_t bytes[16'384];
-    const std::size_t most = std::min(sizeof bytes, wanted - arrived_.size());
-    const ssize_t size = recv(socket_, bytes, most, MSG_DONTWAIT);
-    if (size > 0) {
-      arrived_.insert(arrived_.end(), bytes, bytes + size);
-    } else if (size == -1 && errno == EAGAIN) {
-      return {};
-    } else if (size == 0 || errno != EINTR) {
-      throw Error(path_ + ": the receiver has closed the connection");
-    }
+  while (arrivedSize() < wanted) {
+    const std::size_t before = arrivedSize();
+    if (!fetch(wanted, MSG_DONTWAIT) && arrivedSize() == before) return {};
   }
-  return arrived_;
+  return std::span(buffer_).subspan(begin_, arrivedSize());
+}
+
+// One receive. What is expected for certain is taken along in large pieces; what may come behind it
+// stays in the socket, so that whoever waits for the descriptor hears of it.
+bool Channel::fetch(std::size_t wanted, int flags) {
+  constexpr std::size_t largestPiece = 65'536;
+  if (begin_ > 0) {
+    std::memmove(buffer_.data(), buffer_.data() + begin_, arrivedSize());
+    end_ -= begin_;
+    begin_ = 0;
+  }
+  const std::size_t room = std::min(std::max(wanted - end_, expected_), largestPiece);
+  if (buffer_.size() < end_ + room) buffer_.resize(end_ + room);
+  const ssize_t size = recv(socket_, buffer_.data() + end_, room, flags);
+  if (size > 0) {
+    end_ += static_cast<std::size_t>(size);
+    expected_ -= std::min(expected_, static_cast<std::size_t>(size));
+  } else if (size == 0 || (errno != EAGAIN && errno != EINTR)) {
+    throw Error(path_ + ": the receiver has closed the connection" +
+                (end_ == 0 ? "" : " in the middle of a reply"));
+  }
+  return end_ >= wanted;
 }
 
 bool Channel::waitForData(std::chrono::milliseconds time) const {
-  if (!arrived_.empty()) return true;
+  if (arrivedSize() > 0) return true;
   return waitFor(socket_, POLLIN, Clock::now() + time);
 }
 

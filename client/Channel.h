@@ -41,16 +41,28 @@ class Channel {
   /// with them. Throws Error when the receiver has closed the connection before.
   [[nodiscard]] std::span<const std::uint8_t> arrived(std::size_t wanted);
 
+  /// So many bytes are certain to come next: receive() may take them from the socket in large
+  /// pieces.
+  void expect(std::size_t bytes) { expected_ = bytes; }
+
   [[nodiscard]] int descriptor() const { return socket_; }
   [[nodiscard]] const std::string& path() const { return path_; }
   [[nodiscard]] std::chrono::milliseconds timeLimit() const { return timeLimit_; }
 
  private:
+  void limitReceives() const;
+  bool fetch(std::size_t wanted, int flags);
+  [[nodiscard]] std::size_t arrivedSize() const { return end_ - begin_; }
+
   std::string path_;
   std::chrono::milliseconds timeLimit_;
   int socket_;
-  /// What has arrived and was not received yet.
-  std::vector<std::uint8_t> arrived_;
+  /// What has arrived and was not received yet lies from begin_ to end_.
+  std::vector<std::uint8_t> buffer_;
+  std::size_t begin_ = 0;
+  std::size_t end_ = 0;
+  /// Of what is certain to come, so much has not arrived.
+  std::size_t expected_ = 0;
 };
 
 }  // namespace quillwork::client

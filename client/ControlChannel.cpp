@@ -178,6 +178,7 @@ std::vector<Element> ControlChannel::askList(const message& request, std::int32_
   }
   std::vector<Element> elements;
   const std::size_t count = boundedCount(channel_.path(), reply.record.type);
+  channel_.expect((count - std::min<std::size_t>(count, reply.element ? 1 : 0)) * sizeof(message));
   for (std::size_t index = 0; index < count; ++index) {
     const message record = index == 0 && reply.element ? *reply.element : receiveRecord();
     if (record.group != elementGroup) {

@@ -220,8 +220,8 @@ std::optional<Notification> await(Session& session, int timeOut) {
   }
 }
 
-/// Answers twice: the receiver loses an answer that comes before it has begun to wait for it, and one
-/// that comes when nobody waits does nothing.
+/// Answers twice: the receiver loses an answer that comes before it has begun to wait for it, and
+/// one that comes when nobody waits does nothing.
 void answerApplicationState(Session& session, bool answer) {
   session.control().answerApplicationState(answer);
   std::this_thread::sleep_for(milliseconds(100));

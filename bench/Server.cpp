@@ -1,0 +1,156 @@
+#include "bench/Server.h"
+
+#include <fcntl.h>
+#include <malloc.h>
+#include <sched.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstring>
+#include <stdexcept>
+#include <thread>
+
+#include "bench/Host.h"
+#include "bench/floor.h"
+#include "protocol/message.h"
+#include "support/OwnSharedMemory.h"
+
+namespace bench {
+namespace {
+
+[[noreturn]] void fail(const std::string& what) {
+  throw std::runtime_error(what + ": " + std::strerror(errno));
+}
+
+using Pipe = std::array<int, 2>;
+
+Pipe makePipe() {
+  Pipe ends{};
+  if (pipe2(ends.data(), O_CLOEXEC) != 0) fail("pipe");
+  return ends;
+}
+
+/// What a server is told: one byte a word. It answers "prepare" with the same.
+struct Channel {
+  int words;
+  int answers;
+};
+
+void answer(const Channel& channel, char byte) {
+  if (write(channel.answers, &byte, 1) != 1) _exit(1);
+}
+
+template <class Prepare, class Notify>
+[[noreturn]] void obey(const Channel& channel, Prepare prepare, Notify notify) {
+  answer(channel, 'r');
+  for (char word = 0; read(channel.words, &word, 1) == 1;) {
+    if (word == 'n') {
+      notify(stamp());
+    } else {
+      prepare();
+      answer(channel, word);
+    }
+  }
+  _exit(0);
+}
+
+[[noreturn]] void runFloor(const Shape& shape, const Channel& channel) {
+  const int control = listenAt("/dev/shm/ipc.socket");
+  const int sections = listenAt("/dev/shm/ipcdemux.socket");
+  // The thread that notifies sends to whoever is connected.
+  static int client = -1;
+  std::thread([=, &shape] { serveControl(control, shape, client); }).detach();
+  std::thread([=, &shape] { serveSections(sections, shape); }).detach();
+  obey(
+      channel, [] {}, [](std::int32_t player) { sendEndOfMedia(client, player); });
+}
+
+[[noreturn]] void runLibrary(const Shape& shape, const Channel& channel) {
+  // As a process that has ever freed something large: its freed memory stays with it, where a young
+  // one gives pages of lists back, only to take them anew.
+  mallopt(M_TRIM_THRESHOLD, 64 << 20);
+  const Host host(shape);
+  obey(channel, Host::prepare, [&](std::int32_t player) { host.notify(player); });
+}
+
+}  // namespace
+
+Server::Server(Kind kind, const Shape& shape) {
+  const Pipe words = makePipe();
+  const Pipe answers = makePipe();
+  process_ = fork();
+  if (process_ == -1) fail("fork");
+  if (process_ == 0) {
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    takeOwnSharedMemory();
+    pinTo(Processor::server);
+    close(words[1]);
+    close(answers[0]);
+    (kind == Kind::floor ? runFloor : runLibrary)(shape, {words[0], answers[1]});
+  }
+  close(words[0]);
+  close(answers[1]);
+  words_ = words[1];
+  answers_ = answers[0];
+  awaitAnswer();
+}
+
+Server::~Server() {
+  close(words_);
+  close(answers_);
+  kill(process_, SIGKILL);
+  waitpid(process_, nullptr, 0);
+}
+
+void Server::prepare() const {
+  say('p');
+  awaitAnswer();
+}
+
+void Server::say(char word) const {
+  if (write(words_, &word, 1) != 1) fail("write");
+}
+
+void Server::awaitAnswer() const {
+  char byte = 0;
+  if (read(answers_, &byte, 1) != 1) throw std::runtime_error("a server has ended");
+}
+
+std::int32_t stamp() {
+  const auto now = std::chrono::steady_clock::now().time_since_epoch();
+  return static_cast<std::int32_t>(std::chrono::nanoseconds(now).count() & 0x7fffffff);
+}
+
+void pinTo(Processor processor) {
+  cpu_set_t allowed;
+  if (sched_getaffinity(0, sizeof allowed, &allowed) != 0 || CPU_COUNT(&allowed) < 2) return;
+  unsigned number = 0;
+  for (int left = processor == Processor::client ? 0 : 1;; ++number) {
+    if (CPU_ISSET(number, &allowed) && left-- == 0) break;
+  }
+  cpu_set_t one;
+  CPU_ZERO(&one);
+  CPU_SET(number, &one);
+  sched_setaffinity(0, sizeof one, &one);
+}
+
+int connectTo(const std::string& path) {
+  const int connection = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  path.copy(address.sun_path, sizeof address.sun_path - 1);
+  if (connection == -1 ||
+      connect(connection, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+    fail(path);
+  }
+  return connection;
+}
+
+}  // namespace bench
