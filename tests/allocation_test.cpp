@@ -1,0 +1,147 @@
+// What answering a request allocates: nothing for a number or a truth value. Counted on the control
+// channel's thread from the moment it has received the record until it sends the answer.
+
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <sys/socket.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+#include <string>
+
+#include "bench/Host.h"
+#include "protocol/message.h"
+#include "support/RawClient.h"
+
+// The linker gives the library the __wrap_ functions below for its own recv(), send() and malloc().
+extern "C" {
+ssize_t __real_recv(int socket, void* data, size_t size, int flags);
+ssize_t __real_send(int socket, const void* data, size_t size, int flags);
+void* __real_malloc(size_t size);
+}
+
+namespace {
+
+thread_local bool isCounting = false;
+thread_local int allocations = 0;
+// What the last answer's first record took.
+std::atomic<int> lastCount = -1;
+
+void count() {
+  if (isCounting) ++allocations;
+}
+
+bool isControlThread() {
+  char name[16] = {};
+  pthread_getname_np(pthread_self(), name, sizeof name);
+  return std::strcmp(name, "ipc-control") == 0;
+}
+
+void* allocate(std::size_t size) {
+  count();
+  void* const memory = __real_malloc(size);
+  if (memory == nullptr) throw std::bad_alloc();
+  return memory;
+}
+
+}  // namespace
+
+extern "C" {
+ssize_t __wrap_recv(int socket, void* data, size_t size, int flags) {
+  const ssize_t received = __real_recv(socket, data, size, flags);
+  isCounting = isControlThread();
+  allocations = 0;
+  return received;
+}
+
+ssize_t __wrap_send(int socket, const void* data, size_t size, int flags) {
+  if (isCounting) lastCount = allocations;
+  isCounting = false;
+  return __real_send(socket, data, size, flags);
+}
+
+void* __wrap_malloc(size_t size) {
+  count();
+  return __real_malloc(size);
+}
+}
+
+void* operator new(std::size_t size) { return allocate(size); }
+void operator delete(void* memory) noexcept { std::free(memory); }
+void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
+
+namespace {
+
+using quillwork::message;
+
+struct Query {
+  std::int32_t group;
+  std::int32_t type;
+};
+
+class NoAllocation : public testing::TestWithParam<Query> {
+ protected:
+  static bench::Shape shape() {
+    bench::Shape shape;
+    shape.services = 3;
+    return shape;
+  }
+
+  bench::Host host{shape()};
+};
+
+TEST_P(NoAllocation, BetweenARequestAndItsNumber) {
+  const RawClient client;
+  message record = request(GetParam().group, GetParam().type);
+  record[3] = 1;
+  record[4] = 1;
+  // The first answer may pay for what is made once.
+  static_cast<void>(client.ask(record));
+  lastCount = -1;
+  static_cast<void>(client.ask(record));
+  EXPECT_EQ(lastCount, 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(Requests, NoAllocation,
+                         testing::Values(Query{quillwork::VIDEO, 1}, Query{quillwork::VIDEO, 9},
+                                         Query{quillwork::VIDEO, 10}, Query{quillwork::VIDEO, 11},
+                                         Query{quillwork::VIDEO, 12}, Query{quillwork::VIDEO, 13},
+                                         Query{quillwork::VIDEO, 14}, Query{quillwork::VIDEO, 15},
+                                         Query{quillwork::VIDEO, 16}, Query{quillwork::TUNER, 0},
+                                         Query{quillwork::SI, 5}, Query{quillwork::SI, 7},
+                                         Query{quillwork::MEDIA, 0}, Query{quillwork::MEDIA, 1},
+                                         Query{quillwork::MEDIA, 2}, Query{quillwork::MEDIA, 3},
+                                         Query{quillwork::MEDIA, 5}, Query{quillwork::MEDIA, 8},
+                                         Query{quillwork::MEDIA, 9}, Query{quillwork::VERSION, 1}),
+                         [](const auto& query) {
+                           return std::to_string(query.param.group) + "_" +
+                                  std::to_string(query.param.type);
+                         });
+
+// One allocation for each element's node: on its way from the facade to the send a list is moved.
+TEST(Allocation, BuildsAListOnce) {
+  bench::Shape shape;
+  shape.services = 200;
+  const bench::Host host(shape);
+  bench::Host::prepare();
+  const RawClient client;
+  EXPECT_EQ(client.ask(request(quillwork::SI, 6)).type, 200);
+  EXPECT_EQ(lastCount, 200);
+  for (int left = 200; left > 0; --left) static_cast<void>(client.receiveRecord());
+}
+
+// A locator is a text that the interface passes by value.
+TEST(Allocation, ALongLocatorIsCopiedForTheListener) {
+  const bench::Host host({});
+  const RawClient client;
+  message record = request(quillwork::MEDIA, 0);
+  const std::string locator(100, 'x');
+  quillwork::putBytes(record, quillwork::locatorText, locator.data(), locator.size());
+  static_cast<void>(client.ask(record));
+  EXPECT_GT(lastCount, 0);
+  EXPECT_LE(lastCount, 4);
+}
+
+}  // namespace
