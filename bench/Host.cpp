@@ -192,7 +192,7 @@ class Version : public VersionFacade {
 };
 
 /// Has no answer to anything; the last of several knows the current service.
-class Listener : public quillwork::IpcServerListener {
+class Listener final : public quillwork::IpcServerListener {
  public:
   int service = -1;
 

@@ -15,6 +15,7 @@
 #include <functional>
 #include <iostream>
 #include <stdexcept>
+#include <thread>
 
 #include "bench/Host.h"
 #include "bench/Measurement.h"
@@ -180,6 +181,8 @@ struct Peer {
   void connect() {
     control = connectTo(server.controlPath());
     sections = connectTo(server.sectionPath());
+    // A notification before the server has taken the connection would be lost.
+    askService(control, record);
   }
 };
 
@@ -352,29 +355,26 @@ class Bench {
 };
 
 /// The adapter's sockets and threads, bare: what stays behind stays behind with the library, too.
-struct BareAdapter {
-  int control = listenAt("/dev/shm/ipc.socket");
-  int sections = listenAt("/dev/shm/ipcdemux.socket");
-  pthread_t thread{};
-
-  BareAdapter() {
-    pthread_t other{};
-    pthread_create(&thread, nullptr, wait, reinterpret_cast<void*>(std::intptr_t{control}));
-    pthread_create(&other, nullptr, wait, reinterpret_cast<void*>(std::intptr_t{sections}));
-    pthread_detach(other);
+class BareAdapter {
+ public:
+  BareAdapter() : control_(listenAt("/dev/shm/ipc.socket")), thread_(wait(control_)) {
+    wait(listenAt("/dev/shm/ipcdemux.socket")).detach();
   }
   ~BareAdapter() {
-    pthread_cancel(thread);
-    pthread_join(thread, nullptr);
-    close(control);
+    pthread_cancel(thread_.native_handle());
+    thread_.join();
+    close(control_);
   }
   BareAdapter(const BareAdapter&) = delete;
   BareAdapter& operator=(const BareAdapter&) = delete;
 
-  static void* wait(void* listening) {
-    accept(static_cast<int>(reinterpret_cast<std::intptr_t>(listening)), nullptr, nullptr);
-    return nullptr;
+ private:
+  static std::thread wait(int listening) {
+    return std::thread([listening] { accept(listening, nullptr, nullptr); });
   }
+
+  int control_;
+  std::thread thread_;
 };
 
 /// Makes and deletes a Thing, and stores both times.

@@ -125,7 +125,7 @@ std::vector<Size> measureMemory() {
   int status = -1;
   waitpid(process, &status, 0);
   if (status != 0) throw std::runtime_error("the memory cannot be measured");
-  const std::vector<Size> sizes = {
+  std::vector<Size> sizes = {
       {"resident memory of a process, more with the adapter", figures->resident},
       {"of that, written to", figures->written},
       {"stack used by ipc-control", figures->controlStack},

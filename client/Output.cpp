@@ -11,12 +11,6 @@
 namespace quillwork::client {
 namespace {
 
-/// Texts of the wire are bytes; what is not UTF-8 among them must not end the program.
-Json text(const std::string& bytes) {
-  const Json value(bytes);
-  return Json::parse(value.dump(-1, ' ', false, Json::error_handler_t::replace));
-}
-
 template <std::size_t Size>
 void addValues(Json& json, const std::array<std::int32_t, Size>& values) {
   int number = 0;
@@ -85,8 +79,13 @@ Json rectangle(const Rectangle& r) {
 
 }  // namespace
 
-std::string hex(const std::vector<std::uint8_t>& bytes) {
+std::string hex(std::span<const std::uint8_t> bytes) {
   return fmt::format("{:02x}", fmt::join(bytes, ""));
+}
+
+Json text(const std::string& bytes) {
+  const Json value(bytes);
+  return Json::parse(value.dump(-1, ' ', false, Json::error_handler_t::replace));
 }
 
 Json toJson(const Service& service) {

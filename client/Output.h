@@ -1,6 +1,7 @@
 #pragma once
 
 #include <nlohmann/json.hpp>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -38,6 +39,8 @@ void printNotification(const Notification& notification);
 void printSection(const std::vector<std::uint8_t>& section);
 
 /// Bytes as pairs of hexadecimal digits.
-std::string hex(const std::vector<std::uint8_t>& bytes);
+std::string hex(std::span<const std::uint8_t> bytes);
+/// A text of the wire, which is bytes: what is not UTF-8 among them is replaced.
+Json text(const std::string& bytes);
 
 }  // namespace quillwork::client

@@ -10,6 +10,7 @@
 
 #include "client/Command.h"
 #include "client/Output.h"
+#include "client/Trace.h"
 
 namespace quillwork::client {
 namespace {
@@ -414,6 +415,17 @@ std::vector<Command> serviceInformation() {
   };
 }
 
+void trace(Session& session, const Values& values) {
+  const std::string& recording = values.text("--read");
+  if (!recording.empty()) {
+    Trace(session.settings().json, "").read(recording);
+    return;
+  }
+  if (session.isConnected())
+    throw Refusal("this connection would stay where it is: not in a shell");
+  Trace(session.settings().json, values.text("--record")).stand();
+}
+
 std::vector<Command> receiverCommands() {
   return {
       {"tuned",
@@ -468,6 +480,11 @@ std::vector<Command> receiverCommands() {
        [](Session& session, const Values& values) {
          session.control().umountCarousel(values.text("LOCATOR"));
        }},
+      {"trace",
+       "stand between the library and its clients, and print what they say, a line a record",
+       {text("--record", "keep it in this file, too", ""),
+        text("--read", "print what this file has kept, and end", "")},
+       trace},
       {"watch",
        "print notifications as they come, finished downloads among them",
        {integer("--count", "end after so many", "2147483647", 1),

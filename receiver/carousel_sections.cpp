@@ -113,7 +113,10 @@ Section longSection(std::uint8_t tableId, std::uint16_t extension, std::uint8_t 
   ByteBuilder section;
   const std::size_t length = body.all().size() + PSI_HEADER_SIZE_SYNTAX1 - PSI_HEADER_SIZE + 4;
   section.number(tableId, 1).number(0xb000U | length, 2).number(extension, 2);
-  section.number(0xc1U | unsigned{version} << 1U, 1).number(number, 1).number(last, 1).bytes(view(body));
+  section.number(0xc1U | unsigned{version} << 1U, 1)
+      .number(number, 1)
+      .number(last, 1)
+      .bytes(view(body));
   Section whole = section.number(0, 4).all();
   psi_set_crc(whole.data());
   return whole;
