@@ -47,6 +47,9 @@ if(QUILLWORK_TOOLS)
     FILES client/Channel.h client/ControlChannel.h client/Records.h client/SectionFilterChannel.h
     DESTINATION ${QUILLWORK_HEADERS}/client
     COMPONENT development)
+  # The receiver finds the library also where the tree is not the system's.
+  set_target_properties(quillwork-receiver PROPERTIES INSTALL_RPATH
+                                                      "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
   install(TARGETS quillwork-client quillwork-receiver RUNTIME COMPONENT tools)
   install(
     FILES docs/man/quillwork-client.1 docs/man/quillwork-receiver.1
