@@ -1,8 +1,10 @@
 #include "client/Table.h"
 
 #include <fmt/format.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <cwchar>
 
 namespace quillwork::client {
@@ -37,6 +39,11 @@ std::string onOneLine(std::string text) {
 
 }  // namespace
 
+std::string inColour(std::FILE* stream, const char* colour, const std::string& text) {
+  if (isatty(fileno(stream)) == 0 || std::getenv("NO_COLOR") != nullptr) return text;
+  return fmt::format("\033[{}m{}\033[0m", colour, text);
+}
+
 Table::Table(std::vector<std::string> titles) : titles_(std::move(titles)) {
   for (std::string& title : titles_) {
     right_.push_back(title.starts_with('>'));
@@ -51,7 +58,7 @@ void Table::print(std::FILE* stream) const {
     for (const auto& row : rows_) widest = std::max(widest, width(onOneLine(row[column])));
     widths.push_back(widest);
   }
-  const auto printRow = [&](const std::vector<std::string>& row) {
+  const auto makeRow = [&](const std::vector<std::string>& row) {
     std::string line;
     for (std::size_t column = 0; column < row.size(); ++column) {
       const std::string cell = onOneLine(row[column]);
@@ -60,14 +67,14 @@ void Table::print(std::FILE* stream) const {
       line += "  ";
     }
     line.erase(line.find_last_not_of(' ') + 1);
-    fmt::print(stream, "{}\n", line);
+    return line;
   };
-  printRow(titles_);
+  fmt::print(stream, "{}\n", inColour(stream, "1", makeRow(titles_)));
   std::vector<std::string> rule;
   rule.reserve(widths.size());
   for (const std::size_t size : widths) rule.emplace_back(std::min(size, longestRule), '-');
-  printRow(rule);
-  for (const auto& row : rows_) printRow(row);
+  fmt::print(stream, "{}\n", makeRow(rule));
+  for (const auto& row : rows_) fmt::print(stream, "{}\n", makeRow(row));
 }
 
 }  // namespace quillwork::client

@@ -6,7 +6,12 @@
 
 namespace quillwork::client {
 
-/// Text in aligned columns. Widths count what a terminal shows: wide characters take two cells.
+/// Text in a colour or weight of ECMA-48 (SGR), "1" for bold, where the stream is a terminal and
+/// NO_COLOR is not set; as it is elsewhere.
+std::string inColour(std::FILE* stream, const char* colour, const std::string& text);
+
+/// Text in aligned columns, the titles bold on a terminal. Widths count what a terminal shows: wide
+/// characters take two cells.
 class Table {
  public:
   /// Titles that begin with '>' stand, like their column, at its right edge.

@@ -20,6 +20,7 @@
 #include "client/Command.h"
 #include "client/ControlChannel.h"
 #include "client/Output.h"
+#include "client/Table.h"
 
 namespace quillwork::client {
 namespace {
@@ -104,6 +105,13 @@ void relay(int from, int to, Pass pass) {
   }
   shutdown(to, SHUT_WR);
   shutdown(from, SHUT_RD);
+}
+
+/// Requests bold, notifications yellow, what is unknown red.
+const char* colourOf(const TraceLine& line) {
+  if (line.kind == "request") return "1";
+  if (line.kind == "notification") return "33";
+  return line.kind == "unknown" ? "31" : "0";
 }
 
 }  // namespace
@@ -192,7 +200,7 @@ void Trace::print(const Chunk& chunk, const TraceLine& line) const {
     const std::string what = fmt::format("{:<12} {}{}", line.kind, line.operation, fields);
     fmt::print("{} {:<14} {} {}\n", when, channel,
                line.direction == Direction::toLibrary ? '>' : '<',
-               what.substr(0, what.find_last_not_of(' ') + 1));
+               inColour(stdout, colourOf(line), what.substr(0, what.find_last_not_of(' ') + 1)));
   }
   std::fflush(stdout);
 }
