@@ -25,6 +25,9 @@
 namespace bench {
 namespace {
 
+constexpr const char* floorControlPath = "/dev/shm/quillwork-floor.socket";
+constexpr const char* floorSectionPath = "/dev/shm/quillwork-floordemux.socket";
+
 [[noreturn]] void fail(const std::string& what) {
   throw std::runtime_error(what + ": " + std::strerror(errno));
 }
@@ -62,8 +65,8 @@ template <class Prepare, class Notify>
 }
 
 [[noreturn]] void runFloor(const Shape& shape, const Channel& channel) {
-  const int control = listenAt("/dev/shm/ipc.socket");
-  const int sections = listenAt("/dev/shm/ipcdemux.socket");
+  const int control = listenAt(floorControlPath);
+  const int sections = listenAt(floorSectionPath);
   // The thread that notifies sends to whoever is connected.
   static int client = -1;
   std::thread([=, &shape] { serveControl(control, shape, client); }).detach();
@@ -89,7 +92,7 @@ Server::Server(Kind kind, const Shape& shape) {
   if (process_ == -1) fail("fork");
   if (process_ == 0) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
-    takeOwnSharedMemory();
+    if (kind == Kind::library) takeOwnSharedMemory();
     pinTo(Processor::server);
     close(words[1]);
     close(answers[0]);
@@ -100,6 +103,11 @@ Server::Server(Kind kind, const Shape& shape) {
   words_ = words[1];
   answers_ = answers[0];
   awaitAnswer();
+  // Seen from here; the floor has this process's own.
+  const std::string root = "/proc/" + std::to_string(process_) + "/root";
+  const bool isFloor = kind == Kind::floor;
+  controlPath_ = isFloor ? floorControlPath : root + "/dev/shm/ipc.socket";
+  sectionPath_ = isFloor ? floorSectionPath : root + "/dev/shm/ipcdemux.socket";
 }
 
 Server::~Server() {
@@ -107,6 +115,9 @@ Server::~Server() {
   close(answers_);
   kill(process_, SIGKILL);
   waitpid(process_, nullptr, 0);
+  if (controlPath_ != floorControlPath) return;
+  unlink(floorControlPath);
+  unlink(floorSectionPath);
 }
 
 void Server::prepare() const {

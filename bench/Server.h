@@ -9,9 +9,8 @@
 
 namespace bench {
 
-/// A server in a process of its own, with a /dev/shm of its own, so that several libraries can
-/// serve at once. It ends with this object. Everything throws std::runtime_error when the system
-/// refuses.
+/// A server in a process of its own, the library's with a /dev/shm of its own, too. It ends with
+/// this object. Everything throws std::runtime_error when the system refuses.
 class Server {
  public:
   enum class Kind { floor, library };
@@ -22,8 +21,8 @@ class Server {
   Server& operator=(const Server&) = delete;
 
   /// The paths of the two sockets, as this process sees them.
-  [[nodiscard]] std::string controlPath() const { return root() + "/dev/shm/ipc.socket"; }
-  [[nodiscard]] std::string sectionPath() const { return root() + "/dev/shm/ipcdemux.socket"; }
+  [[nodiscard]] const std::string& controlPath() const { return controlPath_; }
+  [[nodiscard]] const std::string& sectionPath() const { return sectionPath_; }
 
   /// Has the library's host make the lists that the next request asks for, and waits for them.
   void prepare() const;
@@ -32,14 +31,14 @@ class Server {
   void notify() const { say('n'); }
 
  private:
-  [[nodiscard]] std::string root() const { return "/proc/" + std::to_string(process_) + "/root"; }
-
   void say(char word) const;
   void awaitAnswer() const;
 
   pid_t process_ = -1;
   int words_ = -1;
   int answers_ = -1;
+  std::string controlPath_;
+  std::string sectionPath_;
 };
 
 /// Nanoseconds of a clock that all processes share; the lowest 31 bits.
