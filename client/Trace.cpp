@@ -12,7 +12,6 @@
 #include <csignal>
 #include <cstring>
 #include <fstream>
-#include <list>
 #include <mutex>
 #include <thread>
 #include <vector>
@@ -62,29 +61,45 @@ int connectTo(const std::string& path) {
 class TakenPath {
  public:
   explicit TakenPath(std::string path) : path_(std::move(path)), moved_(path_ + ".traced") {
-    if (rename(path_.c_str(), moved_.c_str()) != 0) refuse(path_);
+    take();
     listening_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     const sockaddr_un address = addressOf(path_);
     if (bind(listening_, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
         listen(listening_, 1) != 0) {
       const int error = errno;
       giveBack();
+      close(listening_);
       errno = error;
       refuse(path_);
     }
   }
-  ~TakenPath() { giveBack(); }
+  ~TakenPath() {
+    giveBack();
+    close(listening_);
+  }
   TakenPath(const TakenPath&) = delete;
   TakenPath& operator=(const TakenPath&) = delete;
+
+  /// In one step: at no time is there nothing at the path.
+  void giveBack() const { static_cast<void>(rename(moved_.c_str(), path_.c_str())); }
 
   [[nodiscard]] int listening() const { return listening_; }
   [[nodiscard]] const std::string& moved() const { return moved_; }
 
  private:
-  void giveBack() {
-    // In one step: at no time is there nothing at the path.
-    static_cast<void>(rename(moved_.c_str(), path_.c_str()));
-    close(listening_);
+  void take() {
+    if (access(moved_.c_str(), F_OK) != 0) {
+      if (rename(path_.c_str(), moved_.c_str()) != 0) refuse(path_);
+      return;
+    }
+    // A trace is there, or one was killed; then the library's socket is still where that one put
+    // it.
+    const int there = connectTo(path_);
+    if (there != -1) {
+      close(there);
+      throw Refusal(path_ + ": another trace stands there already");
+    }
+    if (unlink(path_.c_str()) != 0 && errno != ENOENT) refuse(path_);
   }
 
   std::string path_;
@@ -212,14 +227,12 @@ void Trace::stand() {
   sigaddset(&ending, SIGINT);
   sigaddset(&ending, SIGTERM);
   pthread_sigmask(SIG_BLOCK, &ending, nullptr);
-  std::list<TakenPath> paths;
-  const std::pair<Channel, const char*> channels[] = {
-      {Channel::control, ControlChannel::defaultPath},
-      {Channel::sectionFilter, SectionFilterChannel::defaultPath}};
-  for (const auto& [channel, path] : channels) {
-    const TakenPath& taken = paths.emplace_back(path);
+  const TakenPath control(ControlChannel::defaultPath);
+  const TakenPath sections(SectionFilterChannel::defaultPath);
+  for (const Channel channel : {Channel::control, Channel::sectionFilter}) {
+    const TakenPath& taken = channel == Channel::control ? control : sections;
     // Ends with the process.
-    std::thread([this, channel = channel, &taken] {
+    std::thread([this, channel, &taken] {
       for (;;) {
         const int client = accept4(taken.listening(), nullptr, nullptr, SOCK_CLOEXEC);
         if (client == -1) return;
@@ -244,9 +257,11 @@ void Trace::stand() {
   fmt::print(stderr, "quillwork-client: between the library and its next client\n");
   int signal = 0;
   sigwait(&ending, &signal);
-  paths.clear();
+  control.giveBack();
+  sections.giveBack();
+  // No line is cut short. The threads end with the process; who is connected loses the connection.
+  const std::scoped_lock lock(state_->mutex);
   std::fflush(stdout);
-  // The threads hold connections open; those who are connected lose them.
   _exit(0);
 }
 

@@ -200,6 +200,33 @@ TEST_F(Standing, ChangesNothingOfWhatTheClientGetsAndPutsTheSocketsBack) {
   EXPECT_EQ(operations, (std::set<std::string>{"getNetwork", "getServices"}));
 }
 
+TEST_F(Standing, ASecondOneIsRefusedAndOneThatWasKilledIsFollowed) {
+  ASSERT_TRUE(host.awaitOutput("serving"));
+  Program first({CLIENT, "trace"});
+  awaitSocket("/dev/shm/ipcdemux.socket.traced");
+  awaitSocket("/dev/shm/ipcdemux.socket");
+  // Its threads accept from here on.
+  const std::string services = client({"services"});
+  Program second({CLIENT, "trace"});
+  EXPECT_EQ(second.wait(), 1);
+  EXPECT_EQ(second.errors(),
+            "quillwork-client: /dev/shm/ipc.socket: another trace stands there already\n");
+  EXPECT_EQ(client({"services"}), services);
+  first.signal(SIGKILL);
+  first.wait();
+  {
+    Program third({CLIENT, "trace"});
+    while (third.errors().find("between the library") == std::string::npos) {
+      std::this_thread::yield();
+    }
+    EXPECT_EQ(client({"services"}), services);
+    third.signal(SIGTERM);
+    EXPECT_EQ(third.wait(), 0);
+  }
+  EXPECT_FALSE(std::filesystem::exists("/dev/shm/ipc.socket.traced"));
+  EXPECT_EQ(client({"services"}), services);
+}
+
 TEST(Trace, SaysWhatIsWrong) {
   const auto errors = [](std::vector<std::string> words) {
     Program program(std::move(words));
