@@ -174,7 +174,8 @@ class Standing : public testing::Test {
 };
 
 TEST_F(Standing, ChangesNothingOfWhatTheClientGetsAndPutsTheSocketsBack) {
-  ASSERT_TRUE(host.awaitOutput("serving"));
+  // Everything has been on air.
+  ASSERT_TRUE(host.awaitOutput("broadcast time"));
   const std::string before = client({"services"}) + client({"network"});
   Program trace({CLIENT, "trace", "--record", recording});
   awaitSocket("/dev/shm/ipcdemux.socket.traced");
@@ -201,7 +202,8 @@ TEST_F(Standing, ChangesNothingOfWhatTheClientGetsAndPutsTheSocketsBack) {
 }
 
 TEST_F(Standing, ASecondOneIsRefusedAndOneThatWasKilledIsFollowed) {
-  ASSERT_TRUE(host.awaitOutput("serving"));
+  // Everything has been on air.
+  ASSERT_TRUE(host.awaitOutput("broadcast time"));
   Program first({CLIENT, "trace"});
   awaitSocket("/dev/shm/ipcdemux.socket.traced");
   awaitSocket("/dev/shm/ipcdemux.socket");
