@@ -5,7 +5,6 @@
 #include <sched.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -21,6 +20,7 @@
 #include "bench/floor.h"
 #include "protocol/message.h"
 #include "support/OwnSharedMemory.h"
+#include "support/UnixSocket.h"
 
 namespace bench {
 namespace {
@@ -154,13 +154,7 @@ void pinTo(Processor processor) {
 
 int connectTo(const std::string& path) {
   const int connection = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  path.copy(address.sun_path, sizeof address.sun_path - 1);
-  if (connection == -1 ||
-      connect(connection, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
-    fail(path);
-  }
+  if (connection == -1 || ::connectTo(connection, path.c_str()) != 0) fail(path);
   return connection;
 }
 

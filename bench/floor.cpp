@@ -1,7 +1,6 @@
 #include "bench/floor.h"
 
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <cstdint>
@@ -10,6 +9,7 @@
 #include <cstring>
 
 #include "protocol/message.h"
+#include "support/UnixSocket.h"
 
 // Plain C in all but name: what somebody would write who wanted nothing but speed.
 
@@ -148,12 +148,8 @@ void sendEndOfMedia(int client, std::int32_t player) {
 
 int listenAt(const char* path) {
   const int listening = socket(AF_UNIX, SOCK_STREAM, 0);
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  std::strncpy(address.sun_path, path, sizeof address.sun_path - 1);
   unlink(path);
-  if (bind(listening, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
-      listen(listening, 1) != 0) {
+  if (::listenAt(listening, path) != 0) {
     std::perror(path);
     std::exit(1);
   }

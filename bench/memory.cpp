@@ -7,10 +7,8 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstring>
 #include <fstream>
-#include <map>
-#include <sstream>
+#include <memory>
 #include <stdexcept>
 #include <string>
 
@@ -85,8 +83,7 @@ void measure(Figures& figures) {
   shape.section = 4096;
   const long resident = memory("Rss");
   const long written = memory("Private_Dirty");
-  Shape small;
-  auto host = std::make_unique<Host>(small);
+  auto host = std::make_unique<Host>(Shape{});
   figures.resident = memory("Rss") - resident;
   figures.written = memory("Private_Dirty") - written;
   host.reset();

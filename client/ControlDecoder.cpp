@@ -307,7 +307,7 @@ bool ControlDecoder::decodeLists() {
       if (fromLibrary_.size() < position + sizeof size) return false;
       std::memcpy(&size, fromLibrary_.data() + position, sizeof size);
       position += sizeof size;
-      if (fromLibrary_.size() < position + size) return false;
+      if (fromLibrary_.size() - position < size) return false;
       texts.push_back(text(fromLibrary_.substr(position, size)));
       position += size;
     }

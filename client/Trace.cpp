@@ -181,15 +181,21 @@ void Trace::show(const Chunk& chunk, std::string_view bytes) {
       state_->recording.close();
     }
   }
-  const bool isControl = chunk.channel == static_cast<std::uint8_t>(Channel::control);
+  if (chunk.channel == static_cast<std::uint8_t>(Channel::control)) {
+    decode(state_->control, chunk, bytes);
+  } else {
+    decode(state_->sections, chunk, bytes);
+  }
+}
+
+template <class Decoder>
+void Trace::decode(Decoder& decoder, const Chunk& chunk, std::string_view bytes) {
   if (chunk.direction == connected) {
-    isControl ? static_cast<void>(state_->control = {}) : static_cast<void>(state_->sections = {});
+    decoder = {};
     print(chunk, {Direction::toLibrary, "connection", "", Json::object()});
     return;
   }
-  const auto direction = static_cast<Direction>(chunk.direction);
-  for (const TraceLine& line : isControl ? state_->control.feed(direction, bytes)
-                                         : state_->sections.feed(direction, bytes)) {
+  for (const TraceLine& line : decoder.feed(static_cast<Direction>(chunk.direction), bytes)) {
     print(chunk, line);
   }
 }

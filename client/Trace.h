@@ -38,6 +38,8 @@ class Trace {
   struct State;
 
   void show(const Chunk& chunk, std::string_view bytes);
+  template <class Decoder>
+  void decode(Decoder& decoder, const Chunk& chunk, std::string_view bytes);
   void print(const Chunk& chunk, const TraceLine& line) const;
 
   std::unique_ptr<State> state_;

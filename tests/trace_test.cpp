@@ -122,6 +122,19 @@ TEST(Trace, WhatFitsNothingIsShownAsUnknown) {
                                                    R"(< unknown  {"group":6,"type":7})"}));
 }
 
+// In a process of 32 bits the length and what is before it are more than a size can hold.
+TEST(Trace, ATextOfFourGigabytesIsWaitedFor) {
+  ControlDecoder decoder;
+  Lines lines;
+  feed(lines, decoder, Direction::toLibrary, bytesOf(request(quillwork::SI, 2)));
+  message event = request(quillwork::SI, 2);
+  quillwork::put<std::int32_t>(event, 812 + 4 * 3, 1);
+  quillwork::put<std::int32_t>(event, 836 + 4 * 3, 1);
+  feed(lines, decoder, Direction::toClient, bytesOf(event) + word(-1) + "text");
+  ASSERT_EQ(lines.size(), 2U);
+  EXPECT_EQ(lines.back().kind, "reply");
+}
+
 TEST(Trace, EverySectionFilterRequestIsDecoded) {
   const std::string vector = word(2) + "\x01\xff";
   const std::string requests = word(0) + word(1) + word(2) + word(17) + word(3) + word(66) +
@@ -129,7 +142,6 @@ TEST(Trace, EverySectionFilterRequestIsDecoded) {
                                vector + word(6) + word(3) + vector + vector + word(7) + word(4) +
                                vector + vector + word(0) + word(8) + word(900) + word(9) +
                                word(10) + word(11) + word(12) + word(13) + word(14);
-  std::vector<std::string> whole;
   for (const std::size_t piece : {requests.size(), std::size_t{3}}) {
     SectionDecoder decoder;
     Lines lines;
