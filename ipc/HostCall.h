@@ -1,0 +1,37 @@
+#pragma once
+
+#include <cxxabi.h>
+
+#include <exception>
+
+namespace quillwork {
+
+/// Thrown to end the client's connection for an exception that has been printed already.
+struct ReportedException {};
+
+/// Prints one line: what a call into the host's code ended by. `exception` is null for one that is
+/// no std::exception. Line ends in its text are left out.
+void reportException(const char* consequence, const std::exception* exception);
+
+constexpr const char* connectionEnds = "Client's connection ended by an exception";
+
+/// Calls code of the host's. An exception that escapes it, of whatever language, is printed as one
+/// line that begins with `consequence`; returns whether none did. The unwinding of a cancelled
+/// thread passes through.
+template <class Call>
+bool callHost(Call&& call, const char* consequence = connectionEnds) {
+  try {
+    call();
+    return true;
+  } catch (const abi::__forced_unwind&) {
+    throw;
+  } catch (const ReportedException&) {
+  } catch (const std::exception& exception) {
+    reportException(consequence, &exception);
+  } catch (...) {
+    reportException(consequence, nullptr);
+  }
+  return false;
+}
+
+}  // namespace quillwork

@@ -1,0 +1,51 @@
+#include "ipc/ListeningSocket.h"
+
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
+
+#include "ipc/Report.h"
+
+namespace quillwork {
+
+sockaddr_un unixAddress(const char* path, std::size_t length) {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  std::strncpy(address.sun_path, path, std::min(length, sizeof address.sun_path - 1));
+  return address;
+}
+
+ListeningSocket openListeningSocket(const char* path, int pathLength) {
+  ListeningSocket opened;
+  opened.socket = Descriptor(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  if (opened.socket.number() < 0) {
+    reportFailure("Can't create socket");
+    return opened;
+  }
+  if (path == nullptr) {
+    reportFailure("Invalid file name or file name is too big");
+    return opened;
+  }
+  unlink(path);
+  const sockaddr_un address = unixAddress(path, static_cast<std::size_t>(pathLength));
+  const std::size_t size = std::strlen(address.sun_path) + sizeof address.sun_family;
+  if (bind(opened.socket.number(), reinterpret_cast<const sockaddr*>(&address),
+           static_cast<socklen_t>(size)) == -1) {
+    reportFailure("Can't bind filename");
+    return opened;
+  }
+  if (listen(opened.socket.number(), 1) != 0) {
+    reportFailure("Can't listen socket");
+    return opened;
+  }
+  opened.listens = true;
+  return opened;
+}
+
+Descriptor acceptClient(int listeningSocket) {
+  return Descriptor(accept4(listeningSocket, nullptr, nullptr, SOCK_CLOEXEC));
+}
+
+}  // namespace quillwork

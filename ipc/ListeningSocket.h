@@ -1,0 +1,29 @@
+#pragma once
+
+#include <sys/un.h>
+
+#include <cstddef>
+
+#include "ipc/Descriptor.h"
+
+namespace quillwork {
+
+/// The address of a Unix-domain socket. `path` has `length` bytes, of which as many count as fit.
+sockaddr_un unixAddress(const char* path, std::size_t length);
+
+/// A new Unix-domain stream socket that is bound and listens with a backlog of one client.
+struct ListeningSocket {
+  Descriptor socket;
+  /// False when a step after the socket's creation failed: it is open and of no use.
+  bool listens = false;
+};
+
+/// Makes the socket. A file at the path is removed first. Prints what failed. `path` may be null:
+/// the name was refused.
+ListeningSocket openListeningSocket(const char* path, int pathLength);
+
+/// Blocks until a client connects, and returns its socket; none, and errno, when the kernel gives
+/// none, also because the listening socket has been shut down.
+Descriptor acceptClient(int listeningSocket);
+
+}  // namespace quillwork

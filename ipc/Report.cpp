@@ -1,0 +1,118 @@
+#include "ipc/Report.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <stdio_ext.h>
+#include <sys/stat.h>
+#include <sys/uio.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstddef>
+#include <cstring>
+
+#include "ipc/Cancellation.h"
+
+namespace quillwork {
+namespace {
+
+bool isRegular(int file) {
+  struct stat status {};
+  return fstat(file, &status) == 0 && S_ISREG(status.st_mode);
+}
+
+/// Whether the file takes something at once: a pipe a page, a terminal a byte.
+bool hasRoom(int file) {
+  pollfd room{file, POLLOUT, 0};
+  return isRegular(file) || (poll(&room, 1, 0) == 1 && (room.revents & POLLOUT) != 0);
+}
+
+void writeUnchecked(int file, std::string_view text) {
+  static_cast<void>(!write(file, text.data(), text.size()));
+}
+
+/// Writes to a file that knows no single write without waiting, as terminals do: through a
+/// description of its own, which does not block and leaves the host's as it is.
+void writeThroughOwnDescription(int file, std::string_view text) {
+  char path[32];
+  std::snprintf(path, sizeof path, "/proc/self/fd/%d", file);
+  const int own = open(path, O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+  if (own != -1) {
+    writeUnchecked(own, text);
+    close(own);
+  } else if (hasRoom(file)) {
+    // The terminal is another user's, for instance.
+    writeUnchecked(file, text);
+  }
+}
+
+/// Writes as much as the file takes at once.
+void writeAtOnce(int file, std::string_view text) {
+  // A file on a disk never waits for a reader, and could refuse a write that must not wait.
+  if (isRegular(file)) return writeUnchecked(file, text);
+  const iovec piece{const_cast<char*>(text.data()), text.size()};
+  if (pwritev2(file, &piece, 1, -1, RWF_NOWAIT) == -1 && errno == EOPNOTSUPP) {
+    writeThroughOwnDescription(file, text);
+  }
+}
+
+/// Writes what the host has printed and its stream still holds, where that does not block.
+void flushPending(std::FILE* stream) {
+  const std::size_t pending = __fpending(stream);
+  if (pending > 0 && pending <= PIPE_BUF && hasRoom(fileno(stream))) std::fflush(stream);
+}
+
+/// Collects a text of limited length.
+class Text {
+ public:
+  /// Leaves room for a line end.
+  void append(std::string_view part) {
+    part = part.substr(0, sizeof characters_ - 1 - size_);
+    part.copy(characters_ + size_, part.size());
+    size_ += part.size();
+  }
+  std::string_view line() {
+    characters_[size_] = '\n';
+    return {characters_, size_ + 1};
+  }
+
+ private:
+  std::size_t size_ = 0;
+  char characters_[PIPE_BUF];
+};
+
+void appendWithoutLineEnds(Text& text, std::string_view part) {
+  while (!part.empty()) {
+    const std::size_t lineEnd = part.find_first_of("\r\n");
+    text.append(part.substr(0, lineEnd));
+    part.remove_prefix(lineEnd == std::string_view::npos ? part.size() : lineEnd + 1);
+  }
+}
+
+}  // namespace
+
+void print(std::FILE* stream, std::string_view text) {
+  const CancellationScope whole(PTHREAD_CANCEL_DISABLE);
+  const int before = errno;
+  // A thread of the host's may hold the stream for as long as nobody reads it: then there is no
+  // room either. Held for a moment only, the stream is passed by.
+  const bool isHeld = ftrylockfile(stream) == 0;
+  if (isHeld) flushPending(stream);
+  writeAtOnce(fileno(stream), text.substr(0, PIPE_BUF));
+  if (isHeld) funlockfile(stream);
+  errno = before;
+}
+
+void printLine(std::FILE* stream, std::initializer_list<std::string_view> parts) {
+  Text text;
+  for (const std::string_view part : parts) appendWithoutLineEnds(text, part);
+  print(stream, text.line());
+}
+
+void reportFailure(const char* text) {
+  char meaning[128];
+  printLine(stderr, {text, ": ", strerror_r(errno, meaning, sizeof meaning)});
+}
+
+}  // namespace quillwork

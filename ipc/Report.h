@@ -1,0 +1,23 @@
+#pragma once
+
+#include <cstdio>
+#include <initializer_list>
+#include <string_view>
+
+/// Printing that holds nobody up. A host whose standard error stream is a pipe that nobody reads,
+/// or a stopped terminal, must not find its threads blocked in the library's messages, and a client
+/// can cause those at will. So a text that the stream does not take at once is dropped. The
+/// stream's flags are the host's and stay as they are.
+namespace quillwork {
+
+/// Prints the text, which brings its line ends along, behind what the host has printed on the
+/// stream before. Any thread. At most PIPE_BUF bytes; the rest is cut off.
+void print(std::FILE* stream, std::string_view text);
+
+/// Prints one line that consists of the parts, whose own line ends are left out.
+void printLine(std::FILE* stream, std::initializer_list<std::string_view> parts);
+
+/// As perror(): the text and what errno means, on the standard error stream.
+void reportFailure(const char* text);
+
+}  // namespace quillwork
