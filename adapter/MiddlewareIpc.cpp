@@ -3,8 +3,6 @@
 #include <pthread.h>
 
 #include <cstdio>
-#include <memory>
-#include <utility>
 
 #include "adapter/MiddlewareIpc.h"
 #include "adapter/Published.h"
@@ -17,8 +15,11 @@
 #include "facade/TunerFacade.h"
 #include "facade/VersionFacade.h"
 #include "facade/VideoFacade.h"
+#include "ipc/Cancellation.h"
+#include "ipc/HostCall.h"
 #include "ipc/IpcDemuxServer.h"
-#include "ipc/Lock.h"
+#include "ipc/Mutex.h"
+#include "ipc/Report.h"
 #include "protocol/IpcServerManager.h"
 
 using adapter::load;
@@ -40,11 +41,17 @@ pthread_mutex_t instanceMutex = PTHREAD_MUTEX_INITIALIZER;
 
 // The constructor initialises instanceMutex while getInstance() holds it, which lets a second
 // caller in and loses those who sleep on it. This one, around the whole, gives the exclusion.
-pthread_mutex_t creationMutex = PTHREAD_MUTEX_INITIALIZER;
+constinit quillwork::Mutex creationMutex;
+
+/// Calls the facade's code on the way to the adapter's end, which no exception holds up.
+template <class Call>
+void callAtTheEnd(Call&& call) {
+  quillwork::callHost(call, "Exception while the adapter is taken down");
+}
 
 template <class Facade>
 void deleteFacade(Facade*& facade) {
-  delete load(facade);
+  callAtTheEnd([&] { delete load(facade); });
   store<Facade*>(facade, nullptr);
 }
 
@@ -120,10 +127,12 @@ void MiddlewareIpc::unregister() {
 }
 
 void MiddlewareIpc::deleteFacades() {
-  if (videoFacade != nullptr) videoFacade->removeGraphicsSettingsListener(this);
+  if (videoFacade != nullptr) {
+    callAtTheEnd([&] { videoFacade->removeGraphicsSettingsListener(this); });
+  }
   deleteFacade(videoFacade);
   if (dsmccCommandFacade != nullptr) {
-    dsmccCommandFacade->removeCommandListener(streamEventName, this);
+    callAtTheEnd([&] { dsmccCommandFacade->removeCommandListener(streamEventName, this); });
   }
   deleteFacade(dsmccCommandFacade);
   deleteFacade(propertyFacade);
@@ -134,15 +143,17 @@ void MiddlewareIpc::deleteFacades() {
 }
 
 MiddlewareIpc::~MiddlewareIpc() {
-  std::puts("deleting middleware ipc");
-  std::fflush(stdout);
-  // The section-filter channel goes on without this object.
-  quillwork::IpcDemuxServer::releaseListener(this);
+  const quillwork::CancellationScope whole(PTHREAD_CANCEL_DISABLE);
+  quillwork::print(stdout, "deleting middleware ipc\n");
   if (load(manager) != nullptr) {
     quillwork::IpcServerManager::destroy();
     store<quillwork::IpcServerManager*>(manager, nullptr);
     store<MiddlewareIpc*>(instance, nullptr);
   }
+  // The section-filter channel goes on without this object. Behind the manager's end: a call into
+  // the demultiplexer facade may wait for a thread of the host's that waits for the client's
+  // answer.
+  quillwork::IpcDemuxServer::releaseListener(this);
   deleteFacades();
   pthread_mutex_destroy(&instanceMutex);
 }

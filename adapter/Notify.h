@@ -7,15 +7,15 @@
 
 namespace adapter {
 
-/// Passes a notification of the middleware's on, if there is a manager. Whoever destroys the
-/// manager waits for it to come back; afterwards, or while that goes on, it is dropped. Returns the
-/// sender's answer, false for a dropped one.
-template <class Sender>
-bool notify(quillwork::IpcServerManager*& manager, Sender&& sender) {
-  const quillwork::Gate::Stay stay(quillwork::manager_state::notifiers);
-  if (!stay) return false;
+/// Passes a notification of the middleware's on to the manager, which is not freed meanwhile. While
+/// the manager is being destroyed, and afterwards, the notification is dropped. Returns the
+/// manager's answer, false for a dropped one.
+template <class Notification>
+bool passOn(quillwork::IpcServerManager*& manager, Notification&& notification) {
+  const quillwork::Gate::Pass pass(quillwork::manager_state::notifiers);
+  if (!pass) return false;
   quillwork::IpcServerManager* const target = load(manager);
-  return target != nullptr && sender(*target);
+  return target != nullptr && notification(*target);
 }
 
 }  // namespace adapter

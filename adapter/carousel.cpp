@@ -8,7 +8,7 @@
 #include "facade/CarouselFacade.h"
 
 using adapter::load;
-using adapter::notify;
+using adapter::passOn;
 
 std::string MiddlewareIpc::mountCarousel(std::string locator) {
   auto* const facade = load(carouselFacade);
@@ -32,11 +32,11 @@ void MiddlewareIpc::downloadComplete(std::string first) {
 }
 
 void MiddlewareIpc::downloadComplete(std::string first, std::string second) {
-  notify(manager, [&](auto& target) {
+  passOn(manager, [&](auto& target) {
     return target.downloadComplete(std::move(first), std::move(second));
   });
 }
 
 void MiddlewareIpc::commandReceived(const ipcutil::DsmCCCommand_t& command) {
-  notify(manager, [&](auto& target) { return target.sendDsmCCCommand(command); });
+  passOn(manager, [&](auto& target) { return target.sendDsmCCCommand(command); });
 }

@@ -11,10 +11,11 @@
 #include "facade/PropertyFacade.h"
 #include "facade/VersionFacade.h"
 #include "facade/VideoFacade.h"
+#include "ipc/Report.h"
 #include "protocol/message.h"
 
 using adapter::load;
-using adapter::notify;
+using adapter::passOn;
 using adapter::store;
 using middlewarefacade::PropertyFacade;
 using middlewarefacade::VersionFacade;
@@ -186,9 +187,10 @@ void MiddlewareIpc::getMainVideoBounds(int& x, int& y, int& width, int& height) 
 }
 
 void MiddlewareIpc::updateGraphicsRegion(quillwork::video_region region) {
-  std::printf(" >>> graphics region update <<< \nregion = {%d,%d,%d,%d}\n", region.x, region.y,
-              region.width, region.height);
-  std::fflush(stdout);
+  char trace[128];
+  std::snprintf(trace, sizeof trace, " >>> graphics region update <<< \nregion = {%d,%d,%d,%d}\n",
+                region.x, region.y, region.width, region.height);
+  quillwork::print(stdout, trace);
   tell(load(videoFacade), &VideoFacade::updateGraphicsRegion, region.x, region.y, region.width,
        region.height);
 }
@@ -230,15 +232,15 @@ void MiddlewareIpc::setVideoSize(int width, int height) {
 }
 
 void MiddlewareIpc::endOfMedia(int player) {
-  notify(manager, [&](auto& target) { return target.endOfMedia(player); });
+  passOn(manager, [&](auto& target) { return target.endOfMedia(player); });
 }
 
 void MiddlewareIpc::graphicsSettingsChanged(ipcutil::Rectangle_t first,
                                             ipcutil::Rectangle_t second) {
   setVideoSize(second.width, second.height);
-  notify(manager, [&](auto& target) { return target.changeGraphicsSettings(first, second); });
+  passOn(manager, [&](auto& target) { return target.changeGraphicsSettings(first, second); });
 }
 
 bool MiddlewareIpc::sendAppState(quillwork::state newState) {
-  return notify(manager, [&](auto& target) { return target.setApplicationState(newState); });
+  return passOn(manager, [&](auto& target) { return target.setApplicationState(newState); });
 }

@@ -13,7 +13,7 @@ install(
   DESTINATION ${QUILLWORK_HEADERS}/adapter
   COMPONENT development)
 install(
-  FILES ipc/IpcDemuxServerListener.h ipc/IpcListener.h
+  FILES ipc/IpcDemuxServerListener.h ipc/IpcListener.h ipc/ThreadSafety.h
   DESTINATION ${QUILLWORK_HEADERS}/ipc
   COMPONENT development)
 install(

@@ -3,22 +3,26 @@
 #include <atomic>
 #include <cstdint>
 
+#include "ipc/ThreadSafety.h"
+
 namespace quillwork {
 
-/// Counts the threads that are inside something, so that whoever takes it down can shut the entry
-/// and wait for the last of them to leave. Any thread may use it; only awaitEmpty() blocks. A gate
-/// in static storage needs no construction at run time.
-class Gate {
+/// Counts the threads that are inside something, so that the thread that takes it down can shut the
+/// entry and wait for the last of them to leave. Closed at first. Any thread may use it; only
+/// awaitEmpty() blocks. A gate in static storage needs no construction at run time.
+class QUILLWORK_CAPABILITY("gate") Gate {
  public:
-  /// A thread's stay. Whoever was refused at a closed gate converts to false.
-  class Stay {
+  /// A thread's way through the gate for a scope. At a closed gate it is refused and converts to
+  /// false.
+  class QUILLWORK_SCOPED_CAPABILITY Pass {
    public:
-    explicit Stay(Gate& gate) : gate_(gate.enter() ? &gate : nullptr) {}
-    ~Stay() {
+    explicit Pass(Gate& gate) QUILLWORK_ACQUIRE_SHARED(gate)
+        : gate_(gate.enter() ? &gate : nullptr) {}
+    ~Pass() QUILLWORK_RELEASE() {
       if (gate_ != nullptr) gate_->leave();
     }
-    Stay(const Stay&) = delete;
-    Stay& operator=(const Stay&) = delete;
+    Pass(const Pass&) = delete;
+    Pass& operator=(const Pass&) = delete;
 
     explicit operator bool() const { return gate_ != nullptr; }
 
@@ -26,12 +30,16 @@ class Gate {
     Gate* gate_;
   };
 
+  constexpr Gate() = default;
+  Gate(const Gate&) = delete;
+  Gate& operator=(const Gate&) = delete;
+
   void open() { state_.fetch_and(~shut); }
   void close() { state_.fetch_or(shut); }
   [[nodiscard]] bool isClosed() const { return (state_.load() & shut) != 0; }
 
   /// Waits until nobody is inside. Ends only behind a closed gate: an open one may never be empty.
-  void awaitEmpty() {
+  void awaitEmpty() QUILLWORK_EXCLUDES(this) {
     for (std::uint32_t seen = state_.load(); (seen & ~shut) != 0; seen = state_.load()) {
       state_.wait(seen);
     }
@@ -53,7 +61,7 @@ class Gate {
     if (state_.fetch_sub(1) == (shut | 1U)) state_.notify_all();
   }
 
-  std::atomic<std::uint32_t> state_{0};
+  std::atomic<std::uint32_t> state_{shut};
 };
 
 }  // namespace quillwork

@@ -43,7 +43,7 @@ class IpcDemuxServer {
   static void* run(void* server);
 
  private:
-  class Session;
+  friend class DemuxSession;
 
   IpcDemuxServerListener* listener;
   const char* socketPath;

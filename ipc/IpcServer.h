@@ -4,6 +4,7 @@
 
 #include "ipc/Gate.h"
 #include "ipc/IpcListener.h"
+#include "ipc/Mutex.h"
 #include "protocol/message.h"
 
 namespace quillwork {
@@ -29,14 +30,14 @@ class IpcServer {
   void start();
 
   /// Ends the accept thread and closes both sockets; the socket's file stays. A send that is
-  /// blocked is broken off, one that waits fails. Returns whatever the client does. Not to be
-  /// called from a listener.
+  /// blocked is broken off, one that waits fails. Returns whatever the client does, when a listener
+  /// that is being called has come back. A cancellation of the calling thread waits until then. Not
+  /// to be called from a listener.
   void stop();
 
-  /// The first step of a stop, for whoever has to wait for a lock before it can call stop(): every
-  /// send of every server fails from here on, the blocked one at once, and no further request is
-  /// heard. Nothing but a stop may follow. Any thread; does not block.
-  static void breakOffSends();
+  /// The first step of a stop: every send fails from here on, the blocked one at once, and no
+  /// further request is heard. Nothing but a stop may follow. Any thread; does not block.
+  void breakOffSends();
 
   /// The accept thread: serves one client after another. `server` is an IpcServer.
   static void* run(void* server);
@@ -44,43 +45,53 @@ class IpcServer {
   /// Sends the whole record to the client. Any thread; blocks while the client does not read, or
   /// while another thread is sending. Prints a failure, then returns false.
   bool sendMessage(message& record);
-  /// Sends raw bytes, likewise.
+  /// Sends `length` raw bytes in the same way.
   bool sendMessage(const void* data, unsigned int length);
 
-  /// Holds the sending side, so that a sequence of sends arrives with nothing between its parts.
-  /// Blocks while another thread is sending.
-  class Turn {
-   public:
-    explicit Turn(IpcServer& server);
-    ~Turn();
-    Turn(const Turn&) = delete;
-    Turn& operator=(const Turn&) = delete;
-
-    /// As IpcServer::sendMessage().
-    bool sendMessage(message& record);
-    bool sendMessage(const void* data, unsigned int length);
-
-   private:
-    friend class IpcServer;
-    bool sendBytes(const void* data, unsigned int length, const char* complaint);
-
-    IpcServer& server_;
-    Gate::Stay stay_;
-  };
+  class SendGuard;
 
  private:
-  void serve();
-  static bool admit(int connection);
-  bool serveClient(int connection);
-  void receiveRecords(int connection, message& record);
-  bool closeConnection(int connection);
+  struct Endpoint;
+
+  void serve(Endpoint& endpoint);
+  bool serveClient(Endpoint& endpoint, message& record);
+  void receiveRecords(Endpoint& endpoint, message& record);
+  bool closeConnection(Endpoint& endpoint);
+  Gate& sendersGate();
 
   IpcListener* listener;
   pthread_t thread;
-  pthread_mutex_t sendMutex;
+  Mutex sendMutex;
   bool running;
   char* socketPath;
   int socketPathLength;
+};
+
+/// Holds the sending side for a scope, so that a sequence of sends arrives with nothing between its
+/// parts. Blocks while another thread is sending. Must end before the server is destroyed.
+class QUILLWORK_SCOPED_CAPABILITY IpcServer::SendGuard {
+ public:
+  explicit SendGuard(IpcServer& server) QUILLWORK_ACQUIRE(server.sendMutex);
+  ~SendGuard() QUILLWORK_RELEASE();
+  SendGuard(const SendGuard&) = delete;
+  SendGuard& operator=(const SendGuard&) = delete;
+
+  /// Whether the server was running when the guard was made. If it was not, nothing is held and
+  /// every send fails.
+  [[nodiscard]] bool isAdmitted() const { return static_cast<bool>(pass_); }
+
+  /// As IpcServer::sendMessage(). When the server is being stopped one failure is printed, and what
+  /// follows it in the sequence fails without a word.
+  bool sendMessage(message& record);
+  bool sendMessage(const void* data, unsigned int length);
+
+ private:
+  bool sendBytes(const void* data, unsigned int length, const char* complaint);
+
+  Gate& senders_;
+  const Gate::Pass pass_;
+  Mutex& mutex_;
+  bool hasEnded_ = false;
 };
 
 }  // namespace quillwork

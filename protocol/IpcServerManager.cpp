@@ -3,18 +3,21 @@
 #include <atomic>
 #include <memory>
 
+#include "ipc/Cancellation.h"
+#include "ipc/HostCall.h"
 #include "ipc/IpcDemuxServer.h"
 #include "ipc/IpcServer.h"
+#include "ipc/Mutex.h"
+#include "protocol/ApplicationState.h"
 #include "protocol/ManagerState.h"
 
 namespace quillwork {
 
 namespace manager_state {
-constinit CancellableMutex managerMutex;
+constinit FairMutex managerMutex;
 constinit Gate notifiers;
 }  // namespace manager_state
 
-using manager_state::ManagerLock;
 using manager_state::managerMutex;
 using manager_state::notifiers;
 
@@ -25,73 +28,86 @@ constexpr int controlPathLength = 19;
 
 IpcServerManager* instance = nullptr;
 
+std::atomic_ref<IpcServerManager*> current() { return std::atomic_ref(instance); }
+
+// Held by the one thread that destroys the manager. Taken before the manager mutex.
+constinit Mutex destruction;
+
 }  // namespace
 
 IpcServerManager* IpcServerManager::getInstance() {
-  const std::atomic_ref<IpcServerManager*> current(instance);
-  if (IpcServerManager* const existing = current.load()) return existing;
+  if (IpcServerManager* const existing = current().load()) return existing;
   // No second look at the pointer: the first call comes once, from the adapter.
-  const ManagerLock lock(managerMutex);
+  const Lock lock(managerMutex);
   auto* const created = new IpcServerManager;
-  current.store(created);
+  current().store(created);
   return created;
 }
 
 void IpcServerManager::destroy() {
-  const std::atomic_ref<IpcServerManager*> current(instance);
-  if (current.load() != nullptr) {
-    // A listener that notifies the client from inside a request holds the mutex while the client
-    // does not read.
-    notifiers.close();
-    IpcServer::breakOffSends();
-  }
-  const ManagerLock lock(managerMutex);
-  delete current.load();
-  current.store(nullptr);
+  const CancellationScope whole(PTHREAD_CANCEL_DISABLE);
+  const Lock alone(destruction);
+  IpcServerManager* const ending = current().load();
+  if (ending == nullptr) return;
+  // Before the mutex: a listener on the accept thread, or one that a host's query has called, holds
+  // it while it waits for what only this releases.
+  ending->shutDown();
+  const Lock lock(managerMutex);
+  delete ending;
 }
 
+// Nothing fails once the control channel serves: its thread may want the mutex that is held here.
 IpcServerManager::IpcServerManager() : server(nullptr), demuxServer(nullptr) {
   notifiers.open();
   auto control = std::make_unique<IpcServer>(this, controlPath, controlPathLength);
-  server = control.get();
+  auto demux = std::make_unique<IpcDemuxServer>();
+  server = control.release();
   server->start();
-  demuxServer = new IpcDemuxServer;
+  demuxServer = demux.release();
   demuxServer->start();
-  static_cast<void>(control.release());
 }
 
 // The section-filter server is left alone: its thread and socket outlive the manager.
 IpcServerManager::~IpcServerManager() {
-  notifiers.close();
-  manager_state::endAllApplicationStateCalls();
-  if (server != nullptr) {
-    // Breaks off the notification that a client holds up by not reading.
-    server->stop();
-    notifiers.awaitEmpty();
-    delete server;
-    server = nullptr;
-  }
+  const CancellationScope whole(PTHREAD_CANCEL_DISABLE);
+  shutDown();
+  delete server;
+  server = nullptr;
   serverListeners.clear();
   connectionListeners.clear();
+  IpcServerManager* self = this;
+  current().compare_exchange_strong(self, nullptr);
+}
+
+// Each step wakes whoever the next one would wait for: the notifications that come from here on
+// fail, the blocked one first, then those fail that wait for it; the calls that wait for an answer
+// return; a listener that waited for one of these threads comes back, and with it the accept
+// thread.
+void IpcServerManager::shutDown() {
+  notifiers.close();
+  server->breakOffSends();
+  application_state::endConnection();
+  server->stop();
+  notifiers.awaitEmpty();
 }
 
 void IpcServerManager::addIpcServerListener(IpcServerListener* listener) {
-  const ManagerLock lock(managerMutex);
+  const Lock lock(managerMutex);
   serverListeners.insert(listener);
 }
 
 void IpcServerManager::removeIpcServerListener(IpcServerListener* listener) {
-  const ManagerLock lock(managerMutex);
+  const Lock lock(managerMutex);
   serverListeners.erase(listener);
 }
 
 void IpcServerManager::addConnectionListener(ConnectionListener* listener) {
-  const ManagerLock lock(managerMutex);
+  const Lock lock(managerMutex);
   connectionListeners.insert(listener);
 }
 
 void IpcServerManager::removeConnectionListener(ConnectionListener* listener) {
-  const ManagerLock lock(managerMutex);
+  const Lock lock(managerMutex);
   connectionListeners.erase(listener);
 }
 
@@ -101,14 +117,24 @@ void IpcServerManager::addIpcDemuxServerListener(IpcDemuxServerListener* listene
 }
 
 void IpcServerManager::clientConnected() {
-  const ManagerLock lock(managerMutex);
-  for (ConnectionListener* const listener : connectionListeners) listener->clientConnected();
+  bool succeeded = true;
+  {
+    const Lock lock(managerMutex);
+    for (ConnectionListener* const listener : connectionListeners) {
+      succeeded = callHost([&] { listener->clientConnected(); }) && succeeded;
+    }
+  }
+  if (!succeeded) throw ReportedException();
 }
 
 void IpcServerManager::clientDisconnected() {
-  const ManagerLock lock(managerMutex);
-  manager_state::endApplicationStateCall();
-  for (ConnectionListener* const listener : connectionListeners) listener->clientDisconnected();
+  // Before the mutex: a listener that a host's query has called may hold it, and wait for a thread
+  // that waits for the client that has gone.
+  application_state::endConnection();
+  const Lock lock(managerMutex);
+  for (ConnectionListener* const listener : connectionListeners) {
+    callHost([&] { listener->clientDisconnected(); });
+  }
 }
 
 }  // namespace quillwork

@@ -6,6 +6,7 @@
 
 #include "ipc/IpcDemuxServerListener.h"
 #include "ipc/IpcListener.h"
+#include "ipc/ThreadSafety.h"
 #include "protocol/ConnectionListener.h"
 #include "protocol/IpcServerListener.h"
 #include "protocol/export.h"
@@ -13,8 +14,13 @@
 
 namespace quillwork {
 
+class FairMutex;
 class IpcDemuxServer;
 class IpcServer;
+
+namespace manager_state {
+extern FairMutex managerMutex;
+}
 
 /// Owns the client's connection: both socket servers, the registries of those who answer requests
 /// or want to hear of the client, and the notifications to it. One instance in a process.
@@ -133,15 +139,17 @@ class QUILLWORK_EXPORT IpcServerManager : public IpcListener {
   void umountCarousel(std::string locator);
 
  private:
-  struct Requests;
-  struct FanOut;
+  struct QUILLWORK_HIDDEN Queries;
+  struct QUILLWORK_HIDDEN Requests;
 
   QUILLWORK_HIDDEN IpcServerManager();
+  QUILLWORK_HIDDEN void shutDown();
 
   IpcServer* server;
   IpcDemuxServer* demuxServer;
-  std::set<IpcServerListener*> serverListeners;
-  std::set<ConnectionListener*> connectionListeners;
+  std::set<IpcServerListener*> serverListeners QUILLWORK_GUARDED_BY(manager_state::managerMutex);
+  std::set<ConnectionListener*> connectionListeners
+      QUILLWORK_GUARDED_BY(manager_state::managerMutex);
 };
 
 }  // namespace quillwork

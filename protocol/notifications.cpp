@@ -1,72 +1,17 @@
 // The records that the library sends to the client on its own, and the one call that waits for an
 // answer.
 
-#include <algorithm>
 #include <cerrno>
-#include <cstdio>
+#include <cstdint>
 
 #include "ipc/IpcServer.h"
-#include "ipc/Lock.h"
+#include "ipc/Report.h"
+#include "protocol/ApplicationState.h"
 #include "protocol/IpcServerManager.h"
 #include "protocol/ManagerState.h"
 #include "protocol/message.h"
 
 namespace quillwork {
-
-namespace manager_state {
-
-bool applicationStatePending = false;
-bool applicationStateResult = false;
-pthread_mutex_t applicationStateMutex = PTHREAD_MUTEX_INITIALIZER;
-pthread_cond_t applicationStateCondition = PTHREAD_COND_INITIALIZER;
-constinit std::atomic<std::uint32_t> endedConnections{0};
-
-namespace {
-std::atomic_ref<bool> pending() { return std::atomic_ref<bool>(applicationStatePending); }
-std::atomic_ref<bool> result() { return std::atomic_ref<bool>(applicationStateResult); }
-}  // namespace
-
-// The result is stored before the mutex is taken, whether or not a call is pending.
-void answerApplicationState(bool answer) {
-  result().store(answer);
-  const Lock lock(applicationStateMutex);
-  pthread_cond_signal(&applicationStateCondition);
-}
-
-void endApplicationStateCall() {
-  const Lock lock(applicationStateMutex);
-  ++endedConnections;
-  if (!pending().load()) return;
-  result().store(true);
-  pthread_cond_signal(&applicationStateCondition);
-}
-
-void endAllApplicationStateCalls() {
-  const Lock lock(applicationStateMutex);
-  ++endedConnections;
-  if (!pending().load()) return;
-  result().store(true);
-  pthread_cond_broadcast(&applicationStateCondition);
-}
-
-bool awaitAnswer(std::uint32_t ended) {
-  pending().store(true);
-  result().store(false);
-  {
-    const Lock lock(applicationStateMutex);
-    if (endedConnections.load() == ended) {
-      // One signal ends the wait, whatever has caused it.
-      pthread_cond_wait(&applicationStateCondition, &applicationStateMutex);
-    } else {
-      result().store(true);
-    }
-  }
-  const bool answer = result().load();
-  pending().store(false);
-  return answer;
-}
-
-}  // namespace manager_state
 
 namespace {
 
@@ -91,10 +36,10 @@ message blankRecord(message_group group, std::int32_t type) {
 /// nothing more.
 template <class Notification>
 bool notify(Notification&& notification) {
-  const Gate::Stay stay(manager_state::notifiers);
-  if (stay) return notification();
+  const Gate::Pass pass(manager_state::notifiers);
+  if (pass) return notification();
   errno = EBADF;
-  std::perror("Can't send message");
+  reportFailure("Can't send message");
   return false;
 }
 
@@ -136,33 +81,35 @@ bool IpcServerManager::sendDsmCCCommand(ipcutil::DsmCCCommand_t command) {
     // A text of an exact multiple of the part's length ends with an empty part, so that the
     // header's count holds.
     const std::size_t parts = text.size() <= longTextPart ? 1 : text.size() / longTextPart + 1;
-    IpcServer::Turn turn(*server);
+    IpcServer::SendGuard guard(*server);
     bool sent = true;
     if (parts > 1) {
       message header = blankRecord(LIST_HEADER, static_cast<std::int32_t>(parts));
-      sent = turn.sendMessage(header);
+      sent = guard.sendMessage(header);
     }
     for (std::size_t part = 0; part < parts; ++part) {
       char field[longTextField] = {};
       text.copy(field, longTextPart, part * longTextPart);
       put(record, longTextPosition, field);
-      sent = turn.sendMessage(record) && sent;
+      sent = guard.sendMessage(record) && sent;
     }
     return sent;
   });
 }
 
 bool IpcServerManager::setApplicationState(state newState) {
-  std::uint32_t ended = 0;
-  const bool sent = notify([&] {
+  return notify([&] {
     message record = blankRecord(APPLICATION_STATE, static_cast<std::int32_t>(newState));
-    // A connection's end is counted after its descriptor was closed, which takes a turn: the number
-    // read here is the one that goes with the client that gets the record.
-    IpcServer::Turn turn(*server);
-    ended = manager_state::endedConnections.load();
-    return turn.sendMessage(record);
+    std::uint32_t ended = 0;
+    {
+      // A connection's end is counted after its descriptor was closed, which takes the sending
+      // side: the number read here is the one that goes with the client that gets the record.
+      IpcServer::SendGuard guard(*server);
+      ended = application_state::endedConnections();
+      if (!guard.sendMessage(record)) return false;
+    }
+    return application_state::await(ended);
   });
-  return sent && manager_state::awaitAnswer(ended);
 }
 
 }  // namespace quillwork

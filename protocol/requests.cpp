@@ -3,7 +3,11 @@
 #include <array>
 #include <cstdio>
 
+#include "ipc/HostCall.h"
 #include "ipc/IpcServer.h"
+#include "ipc/Mutex.h"
+#include "ipc/Report.h"
+#include "protocol/ApplicationState.h"
 #include "protocol/IpcServerManager.h"
 #include "protocol/ManagerState.h"
 #include "protocol/ReplyLists.h"
@@ -11,7 +15,6 @@
 
 namespace quillwork {
 
-using manager_state::ManagerLock;
 using manager_state::managerMutex;
 
 namespace {
@@ -35,20 +38,26 @@ std::int32_t referenceWord(const void* list) {
 
 // Where the element of a list goes in its record.
 
-void place(message& record, std::int32_t identifier) { record[3] = identifier; }
-void place(message& record, const std::string& text) { putShortString(record, firstText, text); }
-void place(message& record, const service& element) { put(record, firstWord, element); }
-void place(message& record, const service_component& element) { put(record, firstWord, element); }
-void place(message& record, const pmt& element) { put(record, firstWord, element); }
-void place(message& record, const system_property& element) { put(record, typeWord, element); }
+void writeElement(message& record, std::int32_t identifier) { record[3] = identifier; }
+void writeElement(message& record, const std::string& text) {
+  putShortString(record, firstText, text);
+}
+void writeElement(message& record, const service& element) { put(record, firstWord, element); }
+void writeElement(message& record, const service_component& element) {
+  put(record, firstWord, element);
+}
+void writeElement(message& record, const pmt& element) { put(record, firstWord, element); }
+void writeElement(message& record, const system_property& element) {
+  put(record, typeWord, element);
+}
 
-void place(message& record, const descriptor& element) {
+void writeElement(message& record, const descriptor& element) {
   put(record, firstWord, element.tag);
   record[4] = element.length;
   record[5] = referenceWord(element.data);
 }
 
-void place(message& record, const program_event& event) {
+void writeElement(message& record, const program_event& event) {
   putBytes(record, firstWord, &event, programEventReferences);
   std::size_t position = firstWord + programEventReferences;
   forEachList(event, [&](const auto* list) {
@@ -57,31 +66,37 @@ void place(message& record, const program_event& event) {
   });
 }
 
-// What follows a record outside of any record.
-
-void sendTrailing(IpcServer::Turn& turn, const std::list<char>& bytes) {
-  for (const char& byte : bytes) turn.sendMessage(&byte, 1);
+void reportUnknown(const char* text, std::int32_t number) {
+  char digits[16];
+  std::snprintf(digits, sizeof digits, "%d", number);
+  printLine(stderr, {text, digits});
 }
 
-void sendTrailing(IpcServer::Turn& turn, const std::list<std::string>& texts) {
+// What follows a record outside of any record.
+
+void sendTrailing(IpcServer::SendGuard& guard, const std::list<char>& bytes) {
+  for (const char& byte : bytes) guard.sendMessage(&byte, 1);
+}
+
+void sendTrailing(IpcServer::SendGuard& guard, const std::list<std::string>& texts) {
   for (const std::string& text : texts) {
     const auto length = static_cast<std::uint32_t>(text.size());
-    turn.sendMessage(&length, sizeof length);
-    turn.sendMessage(text.data(), length);
+    guard.sendMessage(&length, sizeof length);
+    guard.sendMessage(text.data(), length);
   }
 }
 
-void sendTrailing(IpcServer::Turn& turn, program_event& event) {
+void sendTrailing(IpcServer::SendGuard& guard, program_event& event) {
   forEachList(event, [&](const auto* list) {
-    if (list != nullptr) sendTrailing(turn, *list);
+    if (list != nullptr) sendTrailing(guard, *list);
   });
   freeLists(event);
 }
 
-void sendHeader(IpcServer::Turn& turn, message& record, std::size_t count) {
+void sendHeader(IpcServer::SendGuard& guard, message& record, std::size_t count) {
   record.group = LIST_HEADER;
   record.type = static_cast<std::int32_t>(count);
-  turn.sendMessage(record);
+  guard.sendMessage(record);
 }
 
 }  // namespace
@@ -99,10 +114,17 @@ struct IpcServerManager::Requests {
 
   // Building blocks: the numbers are words of the record, the positions bytes.
 
+  // One listener's exception keeps no other one from being told.
   template <class Operation, class... Arguments>
   static void broadcast(Manager& manager, Operation operation, Arguments&... arguments) {
-    const ManagerLock lock(managerMutex);
-    for (Listener* const listener : manager.serverListeners) (listener->*operation)(arguments...);
+    bool succeeded = true;
+    {
+      const Lock lock(managerMutex);
+      for (Listener* const listener : manager.serverListeners) {
+        succeeded = callHost([&] { (listener->*operation)(arguments...); }) && succeeded;
+      }
+    }
+    if (!succeeded) throw ReportedException();
   }
 
   template <auto query, std::size_t... words>
@@ -154,13 +176,13 @@ struct IpcServerManager::Requests {
   template <class Element>
   static void sendList(Manager& manager, message& record, const std::list<Element>& elements,
                        message_group group, std::int32_t type) {
-    IpcServer::Turn turn(*manager.server);
-    sendHeader(turn, record, elements.size());
+    IpcServer::SendGuard guard(*manager.server);
+    sendHeader(guard, record, elements.size());
     for (const Element& element : elements) {
       record.group = group;
       if (type != keepType) record.type = type;
-      place(record, element);
-      turn.sendMessage(record);
+      writeElement(record, element);
+      guard.sendMessage(record);
     }
   }
 
@@ -172,14 +194,14 @@ struct IpcServerManager::Requests {
   template <auto query, std::int32_t type, std::size_t... words>
   static void descriptors(Manager& manager, message& record) {
     OwnedRecords<descriptor> elements((manager.*query)(record[words]...));
-    IpcServer::Turn turn(*manager.server);
-    sendHeader(turn, record, elements->size());
+    IpcServer::SendGuard guard(*manager.server);
+    sendHeader(guard, record, elements->size());
     for (descriptor& element : *elements) {
       record.group = SI;
       record.type = type;
-      place(record, element);
-      turn.sendMessage(record);
-      if (element.data != nullptr) sendTrailing(turn, *element.data);
+      writeElement(record, element);
+      guard.sendMessage(record);
+      if (element.data != nullptr) sendTrailing(guard, *element.data);
       freeLists(element);
     }
   }
@@ -212,7 +234,7 @@ struct IpcServerManager::Requests {
   }
 
   static void answerApplicationState(Manager&, message& record) {
-    manager_state::answerApplicationState(getBoolean(record, firstWord));
+    application_state::answer(getBoolean(record, firstWord));
   }
 
   static void setSystemProperty(Manager& manager, message& record) {
@@ -249,24 +271,24 @@ struct IpcServerManager::Requests {
 
   static void getProgramEvent(Manager& manager, message& record) {
     OwnedRecord<program_event> event(manager.getProgramEvent());
-    place(record, *event);
-    IpcServer::Turn turn(*manager.server);
-    turn.sendMessage(record);
-    sendTrailing(turn, *event);
+    writeElement(record, *event);
+    IpcServer::SendGuard guard(*manager.server);
+    guard.sendMessage(record);
+    sendTrailing(guard, *event);
   }
 
   // The trailing data of all events comes after the last event's record.
   static void getProgramEvents(Manager& manager, message& record) {
     OwnedRecords<program_event> events(manager.getProgramEvents());
-    IpcServer::Turn turn(*manager.server);
-    sendHeader(turn, record, events->size());
+    IpcServer::SendGuard guard(*manager.server);
+    sendHeader(guard, record, events->size());
     for (const program_event& event : *events) {
       record.group = SI;
       record.type = 1;
-      place(record, event);
-      turn.sendMessage(record);
+      writeElement(record, event);
+      guard.sendMessage(record);
     }
-    for (program_event& event : *events) sendTrailing(turn, event);
+    for (program_event& event : *events) sendTrailing(guard, event);
   }
 
   static void open(Manager& manager, message& record) {
@@ -388,14 +410,14 @@ IpcServerManager::Requests::Handler IpcServerManager::Requests::find(std::uint32
 void IpcServerManager::update(message& record) {
   const auto group = static_cast<std::uint32_t>(record.group);
   if (group >= Requests::groups || group == LIST_HEADER || group == DSMCC_COMMAND) {
-    std::fprintf(stderr, "Unknown message: %d\n", record.group);
+    reportUnknown("Unknown message: ", record.group);
     return;
   }
   const auto handler = Requests::find(group, static_cast<std::uint32_t>(record.type));
   if (handler != nullptr) {
     handler(*this, record);
   } else if (group == SI) {
-    std::fprintf(stderr, "Unknown si message type:  %d\n", record.type);
+    reportUnknown("Unknown si message type:  ", record.type);
   }
 }
 

@@ -8,8 +8,9 @@
 #include <memory>
 #include <thread>
 
-#include "ipc/Cancellation.h"
+#include "ipc/FairMutex.h"
 #include "ipc/IpcDemuxServer.h"
+#include "ipc/Mutex.h"
 #include "protocol/IpcServerManager.h"
 #include "protocol/message.h"
 #include "support/DemuxRecorder.h"
@@ -503,42 +504,53 @@ TEST_F(Manager, AClientThatFloodsASlowListenerKeepsNobodyOut) {
   flood.join();
 }
 
-TEST_F(Manager, ACancelledWaiterLeavesTheMutexToTheNextOne) {
-  CancellableMutex mutex;
+TEST_F(Manager, ItsMutexPassesOnInTheOrderOfComing) {
+  FairMutex mutex;
   mutex.lock();
-  std::atomic<pid_t> cancelledId{0};
-  std::atomic<pid_t> nextId{0};
+  std::vector<int> order;
+  std::list<std::thread> threads;
+  for (int number = 0; number < 5; ++number) {
+    std::atomic<pid_t> id{0};
+    threads.emplace_back([&, number] {
+      id = threadId();
+      mutex.lock();
+      order.push_back(number);
+      mutex.unlock();
+    });
+    awaitSleeping(id);
+  }
+  mutex.unlock();
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(order, (std::vector{0, 1, 2, 3, 4}));
+}
+
+TEST_F(Manager, AThreadThatIsCancelledWhileItWaitsForTheMutexStillPassesItOn) {
+  struct Shared {
+    FairMutex mutex;
+    std::atomic<pid_t> id{0};
+    bool hasLocked = false;
+  } shared;
+  shared.mutex.lock();
   pthread_t cancelled{};
-  auto waitForEver = [&] {
-    isCancellableHere = true;
-    cancelledId = threadId();
-    mutex.lock();
-  };
   pthread_create(
       &cancelled, nullptr,
-      [](void* body) -> void* {
-        (*static_cast<decltype(waitForEver)*>(body))();
+      [](void* argument) -> void* {
+        auto& waitedFor = *static_cast<Shared*>(argument);
+        waitedFor.id = threadId();
+        const Lock lock(waitedFor.mutex);
+        waitedFor.hasLocked = true;
+        pthread_testcancel();
         return nullptr;
       },
-      &waitForEver);
-  awaitSleeping(cancelledId);
-  bool hasLocked = false;
-  std::thread next([&] {
-    nextId = threadId();
-    mutex.lock();
-    hasLocked = true;
-    mutex.unlock();
-  });
-  awaitSleeping(nextId);
+      &shared);
+  awaitSleeping(shared.id);
   pthread_cancel(cancelled);
+  shared.mutex.unlock();
   void* result = nullptr;
   pthread_join(cancelled, &result);
   EXPECT_EQ(result, PTHREAD_CANCELED);
-  mutex.unlock();
-  next.join();
-  EXPECT_TRUE(hasLocked);
-  mutex.lock();
-  mutex.unlock();
+  EXPECT_TRUE(shared.hasLocked);
+  const Lock lock(shared.mutex);
 }
 
 TEST_F(Manager, DestructionDoesNotWaitForAnAcceptThreadThatWaitsForItsMutex) {

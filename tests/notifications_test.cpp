@@ -7,8 +7,8 @@
 #include <future>
 #include <thread>
 
+#include "protocol/ApplicationState.h"
 #include "protocol/IpcServerManager.h"
-#include "protocol/ManagerState.h"
 #include "protocol/message.h"
 #include "support/ApplicationStateWait.h"
 #include "support/CallLog.h"
@@ -158,9 +158,9 @@ TEST_F(Notifications, ADisconnectionBetweenTheSendAndTheWaitIsNotLost) {
 }
 
 TEST_F(Notifications, TheWaitDoesNotBeginWhenTheConnectionHasEndedSinceTheSend) {
-  const std::uint32_t whenSent = manager_state::endedConnections.load();
-  manager_state::endApplicationStateCall();
-  EXPECT_TRUE(manager_state::awaitAnswer(whenSent));
+  const std::uint32_t whenSent = application_state::endedConnections();
+  application_state::endConnection();
+  EXPECT_TRUE(application_state::await(whenSent));
 }
 
 TEST_F(Notifications, AnUnrequestedAnswerOnlyStoresItsByte) {
