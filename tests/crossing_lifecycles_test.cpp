@@ -180,7 +180,6 @@ TEST_F(ApplicationStateCalls, ADisconnectionReleasesThemAlsoWhenAConnectionListe
 
 TEST(ApplicationStateCallsOfAnAdapter, TheDeletionReturnsWhenOneOfTwoWasAnswered) {
   const Watchdog watchdog{hang};
-  const CaughtStream output(stdout);
   FakeHost host;
   MiddlewareIpc* const adapter = MiddlewareIpc::getInstance();
   const auto client = acceptedClient();
@@ -210,7 +209,6 @@ class LockOfTheHosts : public testing::Test {
   }
 
   const Watchdog watchdog{hang};
-  const CaughtStream output{stdout};
   std::mutex lock;
   std::unique_ptr<RawClient> client;
   std::unique_ptr<HostThread<bool>> holder;
@@ -342,7 +340,6 @@ class CancelledHost : public testing::Test {
   static constexpr int pathLength = 24;
 
   const Watchdog watchdog{hang};
-  const CaughtStream output{stdout};
 };
 
 TEST_F(CancelledHost, DeletesTheAdapterFirst) {

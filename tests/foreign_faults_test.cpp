@@ -436,7 +436,6 @@ class FaultyFacades : public testing::TestWithParam<Fault> {
       "~Tuner()"};
 
   const Watchdog watchdog{hang};
-  const CaughtStream output{stdout};
   FakeHost host;
   std::vector<std::string> faulty;
 };

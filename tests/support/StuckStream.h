@@ -1,0 +1,28 @@
+#pragma once
+
+#include <cstdio>
+#include <thread>
+
+/// What a standard stream can be that takes no more for a time.
+enum class Stuck { fullPipe, fullSocket, stoppedTerminal };
+
+/// A standard stream that takes nothing while it lives, or until it is released.
+class StuckStream {
+ public:
+  StuckStream(std::FILE* stream, Stuck kind);
+  ~StuckStream();
+  StuckStream(const StuckStream&) = delete;
+  StuckStream& operator=(const StuckStream&) = delete;
+
+  /// From here on somebody reads, and forgets, what is written.
+  void release();
+  /// The flags of its open file.
+  [[nodiscard]] int flags() const;
+
+ private:
+  std::FILE* stream_;
+  Stuck kind_;
+  int original_;
+  int reader_ = -1;
+  std::thread drain_;
+};
