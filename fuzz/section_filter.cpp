@@ -1,175 +1,23 @@
 // Bytes on the section-filter channel. What the listener is called with and what the client gets is
 // compared with a reading of the same bytes from memory.
 
-#include <algorithm>
-#include <cstring>
-#include <stdexcept>
 #include <string>
-#include <vector>
 
 #include "fuzz/Conversation.h"
 #include "fuzz/Input.h"
+#include "fuzz/SectionFilterModel.h"
 #include "fuzz/SmallMemory.h"
 #include "ipc/IpcDemuxServer.h"
-#include "support/CallLog.h"
 #include "support/OwnSharedMemory.h"
 
 namespace {
 
-using Bytes = std::vector<unsigned char>;
+using namespace section_filter_model;
 
 constexpr const char* path = "/dev/shm/ipcdemux.socket";
 
-/// A vector as its size and a sum over its bytes: some of them have a million.
-std::string outline(const Bytes& bytes) {
-  std::uint32_t sum = 0;
-  for (const unsigned char byte : bytes) sum = sum * 31 + byte;
-  return std::to_string(bytes.size()) + ":" + std::to_string(sum);
-}
-
-/// What the listener answers, by the number of the call.
-struct Answers {
-  std::size_t sectionSize = 0;
-  std::size_t faultyCall = SIZE_MAX;
-
-  [[nodiscard]] Bytes section() const { return Bytes(sectionSize, 's'); }
-};
-
-class Listener : public quillwork::IpcDemuxServerListener {
- public:
-  explicit Listener(const Answers& answers) : answers_(answers) {}
-
-  CallLog log;
-
-  void start() override { call(0); }
-  void stop() override { call(1); }
-  void set_pid(int pid) override { call(2, pid); }
-  void set_table_id(int tableId) override { call(3, tableId); }
-  void set_positive_filter(int filterArg, const Bytes& first, const Bytes& second) override {
-    call(4, filterArg, outline(first), outline(second));
-  }
-  void set_greater_than_filter(int filterArg, const Bytes& first, const Bytes& second) override {
-    call(5, filterArg, outline(first), outline(second));
-  }
-  void set_less_than_filter(int filterArg, const Bytes& first, const Bytes& second) override {
-    call(6, filterArg, outline(first), outline(second));
-  }
-  void set_xor_filter(int filterArg, const Bytes& first, const Bytes& second,
-                      const Bytes& third) override {
-    call(7, filterArg, outline(first), outline(second), outline(third));
-  }
-  void set_time_out(long timeOut) override { call(8, timeOut); }
-  void clear_table_id() override { call(9); }
-  void clear_positive_filter() override { call(10); }
-  void clear_less_than_filter() override { call(11); }
-  void clear_xor_filter() override { call(12); }
-  Bytes read_section() override {
-    call(13);
-    return answers_.section();
-  }
-
- private:
-  template <class... Arguments>
-  void call(int code, const Arguments&... arguments) {
-    log.add(std::to_string(code), arguments...);
-    if (calls_++ == answers_.faultyCall) throw std::runtime_error("a listener's fault");
-  }
-
-  const Answers& answers_;
-  std::size_t calls_ = 0;
-};
-
-/// Reads the bytes as the channel's protocol has it, those that never come included.
-class Model {
- public:
-  Model(std::string_view bytes, const Answers& answers) : rest_(bytes), answers_(answers) {
-    while (!hasEnded_ && readCode()) serve();
-  }
-
-  CallLog log;
-  std::string sent;
-  /// Whether a vector came so near to the memory's end that either may have happened.
-  bool isUndecided = false;
-
- private:
-  bool readCode() {
-    // The rest of an incomplete code is what the one before it was.
-    const std::size_t size = std::min(rest_.size(), sizeof code_);
-    if (size == 0) return false;
-    std::memcpy(&code_, rest_.data(), size);
-    rest_.remove_prefix(size);
-    return true;
-  }
-
-  std::int32_t integer(std::int32_t kept) {
-    if (rest_.size() < sizeof kept) {
-      rest_ = {};
-      return kept;
-    }
-    std::memcpy(&kept, rest_.data(), sizeof kept);
-    rest_.remove_prefix(sizeof kept);
-    return kept;
-  }
-
-  std::string vector() {
-    count_ = integer(count_);
-    Bytes bytes;
-    const auto count = static_cast<std::size_t>(std::max(count_, 0));
-    const std::size_t present = std::min(count, rest_.size());
-    bytes.assign(rest_.begin(), rest_.begin() + static_cast<std::ptrdiff_t>(present));
-    rest_.remove_prefix(present);
-    if (present > 0) byte_ = bytes.back();
-    // The vector doubles what it holds, or takes what is missing.
-    if (count > largestAllocation) {
-      hasEnded_ = true;
-    } else if (count > largestAllocation / 4) {
-      isUndecided = true;
-      hasEnded_ = true;
-    } else {
-      bytes.resize(count, byte_);
-    }
-    return outline(bytes);
-  }
-
-  void serve() {
-    if (code_ < 0 || code_ > 13) return;
-    count_ = 0;
-    byte_ = 0;
-    if (code_ == 2 || code_ == 3) return call(integer(-1));
-    if (code_ == 8) return call(integer(0));
-    if (code_ < 4 || code_ > 7) {
-      call();
-      if (code_ != 13 || hasEnded_) return;
-      const Bytes section = answers_.section();
-      const auto count = static_cast<std::int32_t>(section.size());
-      sent.append(reinterpret_cast<const char*>(&count), sizeof count);
-      sent.append(section.begin(), section.end());
-      return;
-    }
-    const std::int32_t filterArg = integer(0);
-    std::string vectors[3];
-    for (int index = 0; index < (code_ == 7 ? 3 : 2) && !hasEnded_; ++index) {
-      vectors[index] = vector();
-    }
-    if (hasEnded_) return;
-    if (code_ == 7) return call(filterArg, vectors[0], vectors[1], vectors[2]);
-    call(filterArg, vectors[0], vectors[1]);
-  }
-
-  template <class... Arguments>
-  void call(const Arguments&... arguments) {
-    log.add(std::to_string(code_), arguments...);
-    hasEnded_ = calls_++ == answers_.faultyCall;
-  }
-
-  std::string_view rest_;
-  const Answers& answers_;
-  std::int32_t code_ = 0;
-  std::int32_t count_ = 0;
-  unsigned char byte_ = 0;
-  std::size_t calls_ = 0;
-  bool hasEnded_ = false;
-};
+// A vector doubles what it holds, or takes what is missing.
+constexpr VectorSizes sizes{largestAllocation / 4, largestAllocation};
 
 quillwork::IpcDemuxServer& server() {
   static quillwork::IpcDemuxServer instance;
@@ -192,7 +40,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   // Each client begins with an unknown code: an incomplete one keeps what the code before it was,
   // which would be that of another input.
   const std::string bytes = std::string(4, '\xff').append(input.takeRest());
-  const Model model(bytes, answers);
+  const Model model(bytes, answers, sizes);
 
   Listener listener(answers);
   server().setListener(&listener);
