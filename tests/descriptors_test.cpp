@@ -16,7 +16,6 @@
 #include <filesystem>
 #include <list>
 #include <memory>
-#include <mutex>
 #include <set>
 #include <stdexcept>
 #include <string>
@@ -45,6 +44,7 @@ int __real_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, v
                           void* argument);
 int __real_pthread_mutex_init(pthread_mutex_t* mutex, const pthread_mutexattr_t* attributes);
 int __real_pthread_mutex_destroy(pthread_mutex_t* mutex);
+int __real_pthread_mutex_lock(pthread_mutex_t* mutex);
 }
 
 namespace {
@@ -59,10 +59,47 @@ std::atomic<int> struckCloses{0};
 
 std::atomic<bool> threadsFail{false};
 
-// Initialised and not destroyed since.
-std::mutex liveMutexesMutex;
-std::set<const pthread_mutex_t*> liveMutexes;
-std::atomic<int> initialisedTwice{0};
+/// What has become of the mutexes that were initialised at run time.
+class Mutexes {
+ public:
+  void initialised(const pthread_mutex_t* mutex) {
+    const Turn turn(busy_);
+    if (!live_.insert(mutex).second) ++initialisedTwice;
+    destroyed_.erase(mutex);
+  }
+  void destroyed(const pthread_mutex_t* mutex) {
+    const Turn turn(busy_);
+    live_.erase(mutex);
+    destroyed_.insert(mutex);
+  }
+  void locked(const pthread_mutex_t* mutex) {
+    const Turn turn(busy_);
+    if (destroyed_.count(mutex) != 0) ++lockedAfterTheirEnd;
+  }
+
+  std::atomic<int> initialisedTwice{0};
+  std::atomic<int> lockedAfterTheirEnd{0};
+
+ private:
+  // No mutex: its lock would be counted, too.
+  struct Turn {
+    explicit Turn(std::atomic_flag& taken) : busy(taken) {
+      while (busy.test_and_set()) std::this_thread::yield();
+    }
+    ~Turn() { busy.clear(); }
+    Turn(const Turn&) = delete;
+    Turn& operator=(const Turn&) = delete;
+    std::atomic_flag& busy;
+  };
+  std::atomic_flag busy_ = ATOMIC_FLAG_INIT;
+  std::set<const pthread_mutex_t*> live_;
+  std::set<const pthread_mutex_t*> destroyed_;
+};
+
+Mutexes& mutexes() {
+  static Mutexes all;
+  return all;
+}
 
 bool isSectionFilterThread() {
   char name[16] = {};
@@ -99,19 +136,18 @@ int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, v
 }
 
 int __wrap_pthread_mutex_init(pthread_mutex_t* mutex, const pthread_mutexattr_t* attributes) {
-  {
-    const std::lock_guard lock(liveMutexesMutex);
-    if (!liveMutexes.insert(mutex).second) ++initialisedTwice;
-  }
+  mutexes().initialised(mutex);
   return __real_pthread_mutex_init(mutex, attributes);
 }
 
 int __wrap_pthread_mutex_destroy(pthread_mutex_t* mutex) {
-  {
-    const std::lock_guard lock(liveMutexesMutex);
-    liveMutexes.erase(mutex);
-  }
+  mutexes().destroyed(mutex);
   return __real_pthread_mutex_destroy(mutex);
+}
+
+int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex) {
+  mutexes().locked(mutex);
+  return __real_pthread_mutex_lock(mutex);
 }
 }
 
@@ -360,7 +396,7 @@ TEST(AControlServer, ThatCannotHaveAThreadIsStartedAgain) {
     }
     server.stop();
   }
-  EXPECT_EQ(initialisedTwice, 0);
+  EXPECT_EQ(mutexes().initialisedTwice, 0);
   EXPECT_EQ(closedTwice, 0);
   EXPECT_LE(openDescriptors(), descriptors + 1);
 }
@@ -390,7 +426,7 @@ TEST(AControlServer, WhoseAcceptHasFailedIsStoppedAndStartedAgain) {
     }
     server.stop();
   }
-  EXPECT_EQ(initialisedTwice, 0);
+  EXPECT_EQ(mutexes().initialisedTwice, 0);
   EXPECT_EQ(closedTwice, 0);
   EXPECT_EQ(openDescriptors(), descriptors);
 }
@@ -427,6 +463,7 @@ TEST(AControlServer, ThatWasStoppedSendsToNoFileOfTheHosts) {
     for (const int end : pair) close(end);
   }
   other.stop();
+  EXPECT_EQ(mutexes().lockedAfterTheirEnd, 0);
   EXPECT_EQ(closedTwice, 0);
 }
 
