@@ -197,6 +197,17 @@ class LockOfTheHosts : public testing::Test {
  protected:
   ~LockOfTheHosts() override { IpcServerManager::destroy(); }
 
+  /// One whose listener wants the lock in an operation.
+  IpcServerManager* managerWithListenerThatLocksIn(const std::string& locking) {
+    listener.onCall = [this, locking](const std::string& operation) {
+      if (operation != locking) return;
+      const std::lock_guard wanted(lock);
+    };
+    IpcServerManager* const manager = IpcServerManager::getInstance();
+    manager->addIpcServerListener(&listener);
+    return manager;
+  }
+
   /// Returns when the holder of the lock waits for the client's answer.
   void hold(IpcServerManager* manager) {
     client = acceptedClient();
@@ -210,17 +221,15 @@ class LockOfTheHosts : public testing::Test {
 
   const Watchdog watchdog{hang};
   std::mutex lock;
+  CallLog log;
+  RecordingListener listener{log};
   std::unique_ptr<RawClient> client;
   std::unique_ptr<HostThread<bool>> holder;
 };
 
 TEST_F(LockOfTheHosts, ThatAListenerWaitsForDoesNotHoldUpTheManagersEnd) {
-  CallLog log;
-  RecordingListener listener(log);
-  IpcServerManager* const manager = IpcServerManager::getInstance();
-  manager->addIpcServerListener(&listener);
+  IpcServerManager* const manager = managerWithListenerThatLocksIn("getServices");
   hold(manager);
-  listener.onCall = [&](const std::string&) { const std::lock_guard wanted(lock); };
   client->send(request(SI, 6));
   ASSERT_TRUE(log.await("getServices()"));
   IpcServerManager::destroy();
@@ -228,12 +237,8 @@ TEST_F(LockOfTheHosts, ThatAListenerWaitsForDoesNotHoldUpTheManagersEnd) {
 }
 
 TEST_F(LockOfTheHosts, ThatAListenerWaitsForAtTheConnectionsEndDoesNotHoldUpTheManagersEnd) {
-  CallLog log;
-  RecordingListener listener(log);
-  IpcServerManager* const manager = IpcServerManager::getInstance();
-  manager->addIpcServerListener(&listener);
+  IpcServerManager* const manager = managerWithListenerThatLocksIn("setVideoProperty");
   hold(manager);
-  listener.onCall = [&](const std::string&) { const std::lock_guard wanted(lock); };
   log.take();
   client->close();
   ASSERT_TRUE(log.awaitCount(1));
@@ -275,12 +280,12 @@ TEST_F(LockOfTheHosts, ThatAConnectionListenerWaitsForDoesNotHoldUpTheManagersEn
 
 TEST_F(LockOfTheHosts, ThatAFacadeWaitsForDoesNotHoldUpTheAdaptersDeletion) {
   FakeHost host;
-  MiddlewareIpc* const adapter = MiddlewareIpc::getInstance();
-  hold(IpcServerManager::getInstance());
   host.onCall = [&](const std::string& operation) {
     if (operation != "getServices") return;
     const std::lock_guard wanted(lock);
   };
+  MiddlewareIpc* const adapter = MiddlewareIpc::getInstance();
+  hold(IpcServerManager::getInstance());
   client->send(request(SI, 6));
   ASSERT_TRUE(host.log.await("getServices()"));
   deleteAdapter(adapter);
