@@ -16,6 +16,7 @@
 #include "support/AskEverything.h"
 #include "support/DemuxRecorder.h"
 #include "support/GoldenListener.h"
+#include "support/Patience.h"
 #include "support/RawClient.h"
 #include "support/UnixSocket.h"
 
@@ -208,7 +209,7 @@ TEST_F(AgainstTheLibrary, NotificationsReachWhoeverWaitsForThem) {
   manager->sendDsmCCCommand({1, 2.5, 3, "short"});
   const std::string longText = std::string(1920, 'a') + std::string(1920, 'b');
   manager->sendDsmCCCommand({1, 2.5, 3, longText});
-  const auto next = [&] { return channel.waitForNotification(std::chrono::seconds(10)).value(); };
+  const auto next = [&] { return channel.waitForNotification(patience).value(); };
   EXPECT_EQ(std::get<EndOfMedia>(next()).player, 7);
   EXPECT_EQ(std::get<GraphicsSettingsChanged>(next()).second.height, 8);
   EXPECT_EQ(std::get<DownloadComplete>(next()).second, "b");
@@ -287,7 +288,7 @@ class Impostor {
 std::string complaintAbout(const std::string& reply,
                            const std::function<void(ControlChannel&)>& ask) {
   const Impostor impostor(reply);
-  ControlChannel channel(Impostor::path, std::chrono::seconds(10));
+  ControlChannel channel(Impostor::path, patience);
   try {
     ask(channel);
   } catch (const Error& error) {
@@ -360,7 +361,7 @@ TEST(AgainstImpostors, ABrokenCommandIsNamed) {
   EXPECT_EQ(complaintAbout(bytesOf(request(SI, 7)),
                            [](ControlChannel& channel) {
                              channel.videoPropertyAction();
-                             channel.waitForNotification(std::chrono::seconds(10));
+                             channel.waitForNotification(patience);
                            }),
             prefix + "group 6, type 7 came without a request");
 }

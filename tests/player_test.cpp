@@ -16,6 +16,8 @@
 #include <thread>
 
 #include "receiver/Worker.h"
+#include "support/Patience.h"
+#include "support/Watchdog.h"
 
 namespace receiver {
 namespace {
@@ -57,12 +59,14 @@ class Recorder : public PacketSink {
   void interrupted(bool isOther) override { interruptions.push_back(isOther); }
   void ended() override { end.set_value(); }
 
-  bool awaitEnd() { return end.get_future().wait_for(20s) == std::future_status::ready; }
-  /// Between two of the packets.
-  [[nodiscard]] std::chrono::milliseconds span(std::size_t first, std::size_t last) const {
-    return std::chrono::round<std::chrono::milliseconds>(times.at(last) - times.at(first));
+  bool awaitEnd() { return end.get_future().wait_for(patience) == std::future_status::ready; }
+  /// From a time before the first packet to this one. That a busy machine wakes the player late
+  /// makes it longer, never shorter.
+  [[nodiscard]] std::chrono::milliseconds span(std::size_t packet) const {
+    return std::chrono::round<std::chrono::milliseconds>(times.at(packet) - begin);
   }
 
+  Clock::time_point begin = Clock::now();
   std::vector<Clock::time_point> times;
   std::vector<std::vector<std::uint8_t>> packets;
   std::vector<bool> interruptions;
@@ -115,25 +119,23 @@ TEST_F(Playing, KeepsThePaceOfTheClockAndSpreadsThePacketsBetween) {
   ASSERT_EQ(recorder.packets.size(), packets.size());
   // The first packet behind a clock reference comes with it, so that the last is early by its
   // share.
-  EXPECT_GE(recorder.span(0, 40), 180ms);
-  EXPECT_GE(recorder.span(0, 20), 85ms);
-  EXPECT_GE(recorder.span(20, 40), 85ms);
-  EXPECT_GE(recorder.span(10, 15), 15ms);
+  EXPECT_GE(recorder.span(40), 190ms);
+  EXPECT_GE(recorder.span(20), 90ms);
+  EXPECT_GE(recorder.span(15), 65ms);
 }
 
 TEST_F(Playing, AClockThatWrapsGoesOn) {
   const std::uint64_t range = (std::uint64_t{1} << 33U) * 300;
   write({withClock(range - clockRate / 10), withClock(0), plain(1), withClock(clockRate / 10)});
   play();
-  EXPECT_GE(recorder.span(0, 3), 100ms);
+  EXPECT_GE(recorder.span(3), 100ms);
 }
 
 TEST_F(Playing, AClockThatJumpsIsANewOneAtTheSamePace) {
   write({withClock(0), withClock(clockRate / 20), withClock(1000 * clockRate),
          withClock(1000 * clockRate + clockRate / 20), plain(1)});
-  const auto begin = Clock::now();
+  // A thousand seconds of waiting would be noticed.
   play();
-  EXPECT_LT(Clock::now() - begin, 10s);
   EXPECT_EQ(recorder.packets.size(), 5U);
 }
 
@@ -142,16 +144,21 @@ TEST_F(Playing, WithoutAClockTheBitRateCounts) {
   Player::Settings settings;
   settings.bitRate = 1504 * 100;
   play(settings);
-  EXPECT_GE(recorder.span(0, 25), 240ms);
+  EXPECT_GE(recorder.span(25), 240ms);
 }
 
 TEST_F(Playing, FastHasNoPace) {
-  write({withClock(0), plain(1), withClock(clockRate), plain(2), withClock(2 * clockRate)});
+  // Of more time than anybody waits for it.
+  std::vector<PacketBytes> packets;
+  for (std::uint64_t second = 0; second < 1000; ++second) {
+    packets.push_back(withClock(second * clockRate));
+    packets.push_back(plain(1));
+  }
+  write(packets);
   Player::Settings settings;
   settings.isFast = true;
-  const auto begin = Clock::now();
   play(settings);
-  EXPECT_LT(Clock::now() - begin, 1s);
+  EXPECT_EQ(recorder.packets.size(), packets.size());
 }
 
 TEST_F(Playing, ALoopBeginsAgainAndARetuneBeginsSomethingElse) {
@@ -179,13 +186,14 @@ TEST_F(Playing, ALoopBeginsAgainAndARetuneBeginsSomethingElse) {
 }
 
 TEST_F(Playing, AStreamThatWaitsForItsTimeEndsAtOnce) {
-  write({withClock(0), withClock(clockRate / 10), plain(1), withClock(clockRate)});
-  Player player(std::make_unique<FileSource>(path), {});
+  write({plain(0), plain(1)});
+  Player::Settings settings;
+  settings.bitRate = 1;  // The second packet is due in half an hour.
+  Player player(std::make_unique<FileSource>(path), settings);
   player.add(recorder);
   player.start();
-  const auto begin = Clock::now();
+  const Watchdog watchdog{10s};
   player.stop();
-  EXPECT_LT(Clock::now() - begin, 500ms);
 }
 
 /// Everything that a source has, in the fifth bytes of its packets.

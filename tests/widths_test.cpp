@@ -11,6 +11,7 @@
 #include "client/SectionFilterChannel.h"
 #include "support/AskEverything.h"
 #include "support/Golden.h"
+#include "support/Patience.h"
 #include "support/Program.h"
 #include "support/RawClient.h"
 
@@ -71,7 +72,7 @@ TEST_F(Widths, Notifications) {
   ControlChannel channel;
   EXPECT_TRUE(channel.checkVersionFlag(1));
   host.say("notify");
-  const auto next = [&] { return channel.waitForNotification(std::chrono::seconds(20)).value(); };
+  const auto next = [&] { return channel.waitForNotification(patience).value(); };
   EXPECT_EQ(std::get<EndOfMedia>(next()).player, 7);
   EXPECT_EQ(std::get<GraphicsSettingsChanged>(next()).second.height, -8);
   EXPECT_EQ(std::get<DownloadComplete>(next()).second, "second");

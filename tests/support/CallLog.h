@@ -1,7 +1,6 @@
 #pragma once
 
 #include <algorithm>
-#include <chrono>
 #include <condition_variable>
 #include <cstddef>
 #include <mutex>
@@ -10,8 +9,10 @@
 #include <utility>
 #include <vector>
 
+#include "support/Patience.h"
+
 /// A sequence of calls as text, "operation(arguments)", written from any thread. Waiting is for the
-/// entry itself and fails after twenty seconds.
+/// entry itself and fails when it does not come.
 class CallLog {
  public:
   template <class... Arguments>
@@ -38,13 +39,12 @@ class CallLog {
 
   [[nodiscard]] bool awaitCount(std::size_t count) {
     std::unique_lock lock(mutex_);
-    return changed_.wait_for(lock, std::chrono::seconds(20),
-                             [&] { return calls_.size() >= count; });
+    return changed_.wait_for(lock, patience, [&] { return calls_.size() >= count; });
   }
 
   [[nodiscard]] bool await(const std::string& call) {
     std::unique_lock lock(mutex_);
-    return changed_.wait_for(lock, std::chrono::seconds(20), [&] {
+    return changed_.wait_for(lock, patience, [&] {
       return std::find(calls_.begin(), calls_.end(), call) != calls_.end();
     });
   }

@@ -7,10 +7,11 @@
 #include <cerrno>
 #include <cstring>
 
+#include "support/Patience.h"
 #include "support/UnixSocket.h"
 
 RawClient::RawClient(const char* path) : socket_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-  const timeval limit{20, 0};
+  const timeval limit{patience.count(), 0};
   setsockopt(socket_, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
   setsockopt(socket_, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
   if (connectTo(socket_, path) != 0) {

@@ -7,8 +7,8 @@
 
 #include "protocol/message.h"
 
-/// A client that knows nothing of the library: it connects to a path and moves bytes. Every wait
-/// ends after twenty seconds and then fails the test.
+/// A client that knows nothing of the library: it connects to a path and moves bytes. A wait
+/// for what never comes fails the test.
 class RawClient {
  public:
   static constexpr const char* control = "/dev/shm/ipc.socket";

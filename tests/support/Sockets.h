@@ -12,6 +12,8 @@
 #include <system_error>
 #include <thread>
 
+#include "support/Patience.h"
+
 /// Calls `visit` with the number of each of the process's open sockets. Asks the kernel through
 /// files: a call on a descriptor that another thread is about to close is a race to a sanitizer.
 template <class Visitor>
@@ -62,10 +64,10 @@ inline std::ptrdiff_t entriesOf(const char* directory) {
 inline std::ptrdiff_t openDescriptors() { return entriesOf("/proc/self/fd"); }
 inline std::ptrdiff_t runningThreads() { return entriesOf("/proc/self/task"); }
 
-/// Waits while what others still close or end is counted; false when it stays for ten seconds.
+/// Waits while what others still close or end is counted; false when it stays.
 template <typename Count>
 bool becomes(Count count, std::ptrdiff_t expected) {
-  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+  const auto end = std::chrono::steady_clock::now() + patience;
   while (count() != expected) {
     if (std::chrono::steady_clock::now() > end) return false;
     std::this_thread::yield();

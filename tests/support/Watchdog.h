@@ -6,7 +6,8 @@
 #include <thread>
 
 /// Ends the process, with the stacks of all its threads on the standard error stream, when the
-/// scope lasts longer than the limit.
+/// scope lasts longer than the limit. It takes the limit in many short steps, which grow where
+/// other processes take the processors: a busy machine does not break a promise of time.
 class Watchdog {
  public:
   explicit Watchdog(std::chrono::milliseconds limit);
