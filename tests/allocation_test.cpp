@@ -13,6 +13,7 @@
 
 #include "bench/Host.h"
 #include "protocol/message.h"
+#include "support/Leftovers.h"
 #include "support/RawClient.h"
 
 // The linker gives the library the __wrap_ functions below for its own recv(), send() and malloc().
@@ -82,6 +83,12 @@ struct Query {
   std::int32_t type;
 };
 
+/// Says what it leaves behind.
+class OwnHost : public bench::Host {
+ public:
+  explicit OwnHost(const bench::Shape& shape) : bench::Host(shape) { leavesBehind(ofAManager); }
+};
+
 class NoAllocation : public testing::TestWithParam<Query> {
  protected:
   static bench::Shape shape() {
@@ -90,7 +97,7 @@ class NoAllocation : public testing::TestWithParam<Query> {
     return shape;
   }
 
-  bench::Host host{shape()};
+  OwnHost host{shape()};
 };
 
 TEST_P(NoAllocation, BetweenARequestAndItsNumber) {
@@ -123,7 +130,7 @@ INSTANTIATE_TEST_SUITE_P(Requests, NoAllocation,
 
 /// What the library allocates between the request of a type of SI and the header of its list.
 int allocationsFor(std::int32_t type, const bench::Shape& shape, std::int32_t elements) {
-  const bench::Host host(shape);
+  const OwnHost host(shape);
   bench::Host::prepare();
   const RawClient client;
   EXPECT_EQ(client.ask(request(quillwork::SI, type)).type, elements);
@@ -159,7 +166,7 @@ TEST(Allocation, MovesTheTextsOfAnEvent) {
 
 // A locator is a text that the interface passes by value.
 TEST(Allocation, ALongLocatorIsCopiedForTheListener) {
-  const bench::Host host({});
+  const OwnHost host({});
   const RawClient client;
   message record = request(quillwork::MEDIA, 0);
   const std::string locator(100, 'x');

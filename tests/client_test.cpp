@@ -16,6 +16,7 @@
 #include "support/AskEverything.h"
 #include "support/DemuxRecorder.h"
 #include "support/GoldenListener.h"
+#include "support/Manager.h"
 #include "support/Patience.h"
 #include "support/RawClient.h"
 #include "support/UnixSocket.h"
@@ -57,7 +58,7 @@ class AgainstTheLibrary : public testing::Test {
 
   CallLog log;
   RecordingListener listener{log};
-  IpcServerManager* manager = IpcServerManager::getInstance();
+  IpcServerManager* manager = makeManager();
   ControlChannel channel;
 };
 

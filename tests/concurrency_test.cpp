@@ -16,6 +16,7 @@
 #include "support/AskEverything.h"
 #include "support/DemuxRecorder.h"
 #include "support/GoldenListener.h"
+#include "support/Manager.h"
 #include "support/StandardStreams.h"
 
 namespace {
@@ -55,7 +56,7 @@ class Everything : public testing::Test {
   RecordingListener first{firstLog};
   RecordingListener second{secondLog};
   DemuxRecorder recorder;
-  IpcServerManager* manager = IpcServerManager::getInstance();
+  IpcServerManager* manager = makeManager();
   std::atomic<bool> hasEnded{false};
   std::vector<std::thread> threads;
 };

@@ -6,6 +6,7 @@
 #include "protocol/message.h"
 #include "support/Golden.h"
 #include "support/GoldenListener.h"
+#include "support/Manager.h"
 #include "support/RawClient.h"
 #include "support/StandardStreams.h"
 
@@ -35,7 +36,7 @@ class Dispatch : public testing::Test {
 
   CallLog log;
   RecordingListener listener{log};
-  IpcServerManager* manager = IpcServerManager::getInstance();
+  IpcServerManager* manager = makeManager();
   Calls seen;
 };
 

@@ -17,6 +17,7 @@
 #include "protocol/message.h"
 #include "support/Golden.h"
 #include "support/GoldenListener.h"
+#include "support/Manager.h"
 #include "support/RawClient.h"
 #include "support/Sockets.h"
 #include "support/StandardStreams.h"
@@ -84,7 +85,7 @@ class HostileControl : public testing::Test {
   CallLog log;
   RecordingListener listener{log};
   Departures departures;
-  IpcServerManager* manager = IpcServerManager::getInstance();
+  IpcServerManager* manager = makeManager();
 };
 
 /// Keeps the records as they arrive.
@@ -305,7 +306,7 @@ TEST_F(SilentReader, DoesNotHoldUpTheManagersEnd) {
   }
   joinNotifiers();
   EXPECT_EQ(departures.log.take(), std::vector<std::string>{"connected()"});
-  manager = IpcServerManager::getInstance();
+  manager = makeManager();
   manager->addIpcServerListener(&listener);
   expectTheNextClientIsServed();
 }

@@ -16,6 +16,7 @@
 #include <thread>
 
 #include "support/DemuxRecorder.h"
+#include "support/Leftovers.h"
 #include "support/Limit.h"
 #include "support/RawClient.h"
 #include "support/StandardStreams.h"
@@ -251,6 +252,7 @@ TEST_F(SectionFilterTransport, AStopCancelsAListenerThatBlocks) {
 }
 
 TEST_F(SectionFilterTransport, AFailedStartIsNotRetriedAndItsStopIsHarmless) {
+  std::filesystem::remove(path);
   // A directory at the path can be neither removed nor bound.
   std::filesystem::create_directory(path);
   const std::string line = std::string("Can't bind filename: ") + std::strerror(EADDRINUSE) + "\n";
@@ -310,6 +312,7 @@ TEST_F(SectionFilterTransport, AStopNeverClosesAFileThatTheHostHasOpenedUnderAnO
 }
 
 TEST_F(SectionFilterTransport, ADestroyedServersThreadLivesOnWithoutAListener) {
+  leavesBehind({.descriptors = 1, .threads = 1});
   auto* const doomed = new IpcDemuxServer;
   doomed->setListener(&recorder);
   doomed->start();
@@ -326,6 +329,8 @@ TEST_F(SectionFilterTransport, ADestroyedServersThreadLivesOnWithoutAListener) {
 }
 
 TEST_F(SectionFilterTransport, ASecondServerServesItsOwnClientsBesideTheFirst) {
+  // Both have one descriptor for their sockets: that of the first is overwritten.
+  leavesBehind({.descriptors = 1});
   server.start();
   RawClient old(path);
   old.send(word(9));

@@ -14,6 +14,7 @@
 #include "protocol/IpcServerManager.h"
 #include "protocol/message.h"
 #include "support/DemuxRecorder.h"
+#include "support/Manager.h"
 #include "support/RawClient.h"
 #include "support/RecordingListener.h"
 #include "support/StandardStreams.h"
@@ -44,7 +45,7 @@ class Manager : public testing::Test {
   // In an array, so that their addresses have an order.
   RecordingListener listeners[3] = {RecordingListener(log, "a"), RecordingListener(log, "b"),
                                     RecordingListener(log, "c")};
-  IpcServerManager* manager = IpcServerManager::getInstance();
+  IpcServerManager* manager = makeManager();
 };
 
 TEST_F(Manager, IsOneInstance) { EXPECT_EQ(IpcServerManager::getInstance(), manager); }
@@ -67,7 +68,7 @@ TEST_F(Manager, AfterDestructionANewInstanceServesNewClientsAndTheOldSectionFilt
   IpcServerManager::destroy();
   IpcServerManager::destroy();
   EXPECT_TRUE(control.isAtEnd());
-  manager = IpcServerManager::getInstance();
+  manager = makeManager();
   DemuxRecorder second;
   manager->addIpcDemuxServerListener(&second);
   RawClient fresh(RawClient::sectionFilter);
@@ -84,7 +85,7 @@ TEST_F(Manager, AfterDestructionANewInstanceServesNewClientsAndTheOldSectionFilt
 TEST_F(Manager, DestructionForgetsTheListeners) {
   add(listeners[0]);
   IpcServerManager::destroy();
-  manager = IpcServerManager::getInstance();
+  manager = makeManager();
   EXPECT_EQ(manager->play(1), 0);
   EXPECT_TRUE(log.calls().empty());
 }
@@ -563,7 +564,7 @@ TEST_F(Manager, DestructionDoesNotWaitForAnAcceptThreadThatWaitsForItsMutex) {
     });
     IpcServerManager::destroy();
     flood.join();
-    manager = IpcServerManager::getInstance();
+    manager = makeManager();
   }
 }
 

@@ -12,6 +12,7 @@
 #include "protocol/message.h"
 #include "support/ApplicationStateWait.h"
 #include "support/CallLog.h"
+#include "support/Manager.h"
 #include "support/RawClient.h"
 #include "support/RecordingListener.h"
 #include "support/StandardStreams.h"
@@ -52,7 +53,7 @@ class Notifications : public testing::Test {
   }
 
   Arrivals arrivals;
-  IpcServerManager* manager = IpcServerManager::getInstance();
+  IpcServerManager* manager = makeManager();
 };
 
 TEST_F(Notifications, EndOfMedia) {
@@ -195,7 +196,7 @@ TEST_F(Notifications, DestructionBreaksOffANotificationThatTheClientHoldsUp) {
   awaitSleeping(thread);
   IpcServerManager::destroy();
   flood.join();
-  manager = IpcServerManager::getInstance();
+  manager = makeManager();
   manager->addConnectionListener(&arrivals);
   const auto next = connect();
   EXPECT_TRUE(manager->endOfMedia(2));

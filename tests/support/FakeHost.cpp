@@ -11,6 +11,7 @@
 #include "facade/TunerFacade.h"
 #include "facade/VersionFacade.h"
 #include "facade/VideoFacade.h"
+#include "support/Leftovers.h"
 
 using namespace middlewarefacade;
 
@@ -343,7 +344,11 @@ std::string FakeHost::text(const std::string& operation) {
   return found != texts.end() ? found->second : std::string();
 }
 
-VideoFacade* VideoFacade::createVideoFacade() { return create<FakeVideo>("Video"); }
+// The first that an adapter asks for, when it has made its manager.
+VideoFacade* VideoFacade::createVideoFacade() {
+  leavesBehind(ofAManager);
+  return create<FakeVideo>("Video");
+}
 PropertyFacade* PropertyFacade::createPropertyFacade() { return create<FakeProperty>("Property"); }
 SIFacade* SIFacade::createSIFacade() { return create<FakeInformation>("SI"); }
 CarouselFacade* CarouselFacade::createCarouselFacade() { return create<FakeCarousel>("Carousel"); }

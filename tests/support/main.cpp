@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "support/Leftovers.h"
 #include "support/OwnSharedMemory.h"
 #include "support/TestLimit.h"
 
@@ -8,6 +9,7 @@ int main(int argumentCount, char** arguments) {
   if (!testing::GTEST_FLAG(list_tests)) {
     takeOwnSharedMemory();
     limitTests();
+    watchForLeftovers();
   }
   return RUN_ALL_TESTS();
 }
