@@ -44,6 +44,8 @@ class Mounts : public testing::Test {
  protected:
   static constexpr const char* directory = "/dev/shm/mounts/deep";
 
+  ~Mounts() override { fs::remove_all("/dev/shm/mounts"); }
+
   void SetUp() override {
     const char* const streams = std::getenv("QUILLWORK_STREAMS");
     if (streams == nullptr) GTEST_SKIP() << "QUILLWORK_STREAMS does not name the captures";

@@ -17,6 +17,11 @@ class PropertyFile : public testing::Test {
  protected:
   static constexpr const char* path = "/dev/shm/properties.db";
 
+  ~PropertyFile() override {
+    std::filesystem::remove(path);
+    std::filesystem::remove(std::string(path) + "-journal");
+  }
+
   static std::string text(Properties& properties) {
     std::string all;
     for (const auto& [name, value] : properties.getProperties()) all += name + "=" + value + ";";
