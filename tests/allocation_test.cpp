@@ -83,6 +83,10 @@ struct Query {
   std::int32_t type;
 };
 
+void PrintTo(const Query& query, std::ostream* stream) {
+  *stream << "group " << query.group << ", type " << query.type;
+}
+
 /// Says what it leaves behind.
 class OwnHost : public bench::Host {
  public:
