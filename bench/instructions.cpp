@@ -1,5 +1,7 @@
 // What the library does for a number of requests or notifications, to be counted by an outside
-// tool: the library in this process, and a bare client on the main thread. Usage:
+// tool: the library in this process, and a bare client on the main thread. What is counted begins
+// with a call of countingBegins() and ends with one of countingEnds(), both on the thread whose
+// instructions they are, so that nothing of the others' timing is counted. Usage:
 // quillwork-instructions integer|services|notification COUNT
 
 #include <sys/socket.h>
@@ -9,6 +11,7 @@
 #include <cstdlib>
 #include <string_view>
 #include <thread>
+#include <utility>
 
 #include "bench/Host.h"
 #include "bench/Server.h"
@@ -31,6 +34,51 @@ void ask(int connection, std::int32_t type, std::size_t replies) {
   while (replies-- > 0) receive(connection, record);
 }
 
+constexpr int warmUp = 20;
+
+}  // namespace
+
+// The outside tool knows them by their names.
+extern "C" {
+[[gnu::noinline]] void countingBegins() { asm volatile(""); }
+[[gnu::noinline]] void countingEnds() { asm volatile(""); }
+}
+
+namespace {
+
+/// Called on the control channel's thread in the middle of a query of an integer: begins and ends
+/// with the first and the second mark.
+void mark() {
+  static bool hasBegun = false;
+  std::exchange(hasBegun, true) ? countingEnds() : countingBegins();
+}
+
+void query(int connection, const bench::Shape& shape, std::string_view what, int times) {
+  for (int index = 0; index < times; ++index) {
+    bench::Host::prepare();
+    what == "integer" ? ask(connection, 7, 1) : ask(connection, 6, 1 + shape.services);
+  }
+}
+
+/// The client's side of a mark. Costs one query of an integer more than what is between two.
+void markOn(int connection) {
+  bench::Host::onCall = mark;
+  ask(connection, 7, 1);
+  bench::Host::onCall = nullptr;
+}
+
+void notify(const bench::Host& host, int connection, int times) {
+  std::thread notifier([&] {
+    for (int index = 0; index < warmUp; ++index) host.notify(index);
+    countingBegins();
+    for (int index = 0; index < times; ++index) host.notify(index);
+    countingEnds();
+  });
+  message record;
+  for (int index = 0; index < warmUp + times; ++index) receive(connection, record);
+  notifier.join();
+}
+
 }  // namespace
 
 int main(int count, char** values) {
@@ -48,17 +96,12 @@ int main(int count, char** values) {
   // From here on the client is served.
   ask(connection, 7, 1);
   if (what == "notification") {
-    std::thread notifier([&] {
-      for (int index = 0; index < times; ++index) host.notify(index);
-    });
-    message record;
-    for (int index = 0; index < times; ++index) receive(connection, record);
-    notifier.join();
+    notify(host, connection, times);
   } else {
-    for (int index = 0; index < times; ++index) {
-      bench::Host::prepare();
-      what == "integer" ? ask(connection, 7, 1) : ask(connection, 6, 1 + shape.services);
-    }
+    query(connection, shape, what, warmUp);
+    markOn(connection);
+    query(connection, shape, what, times);
+    markOn(connection);
   }
   close(connection);
 }
