@@ -19,6 +19,7 @@
 #include "support/Leftovers.h"
 #include "support/Limit.h"
 #include "support/RawClient.h"
+#include "support/Sockets.h"
 #include "support/StandardStreams.h"
 #include "support/Threads.h"
 
@@ -347,7 +348,10 @@ TEST_F(SectionFilterTransport, ASecondServerServesItsOwnClientsBesideTheFirst) {
   old.send(word(13));
   EXPECT_EQ(old.receive(5), word(1) + "\x09");
   // The end of the first server's client is not the end of the second one's.
+  const auto open = openDescriptors();
   old.close();
+  // A stop before the first server's thread has closed its end would leave that open.
+  ASSERT_TRUE(becomes(openDescriptors, open - 2));
   fresh.send(word(13));
   EXPECT_EQ(fresh.receive(7), word(3) + "\1\2\3");
   fresh.close();

@@ -20,12 +20,13 @@ bool mountOwn() {
 
 }  // namespace
 
-void takeOwnSharedMemory() {
-  if (mountOwn()) return;
+bool takeOwnSharedMemory() {
+  if (mountOwn()) return true;
   // Held, with its descriptor, until the process ends.
   const int file = open("/dev/shm/quillwork-tests.lock", O_CREAT | O_RDWR, 0666);
   if (file < 0 || flock(file, LOCK_EX) != 0) {
     std::perror("/dev/shm/quillwork-tests.lock");
     std::exit(1);
   }
+  return false;
 }

@@ -1,13 +1,32 @@
 #include <gtest/gtest.h>
 
+#include <filesystem>
+#include <vector>
+
 #include "support/Leftovers.h"
 #include "support/OwnSharedMemory.h"
 #include "support/TestLimit.h"
 
+namespace {
+
+/// A test finds no file of the one before it, such as the socket of a receiver that was killed.
+class EmptySharedMemory : public testing::EmptyTestEventListener {
+  void OnTestStart(const testing::TestInfo&) override {
+    using Listing = std::filesystem::directory_iterator;
+    const std::vector<std::filesystem::path> files(Listing("/dev/shm"), Listing());
+    for (const auto& file : files) std::filesystem::remove_all(file);
+  }
+};
+
+}  // namespace
+
 int main(int argumentCount, char** arguments) {
   testing::InitGoogleTest(&argumentCount, arguments);
   if (!testing::GTEST_FLAG(list_tests)) {
-    takeOwnSharedMemory();
+    if (takeOwnSharedMemory()) {
+      // GoogleTest deletes it.
+      testing::UnitTest::GetInstance()->listeners().Append(new EmptySharedMemory);
+    }
     limitTests();
     watchForLeftovers();
   }
