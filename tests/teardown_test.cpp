@@ -130,20 +130,26 @@ class Notifier {
   explicit Notifier(const std::atomic<int>& generation)
       : thread_([this, &generation] {
           while (generation != Attacker::ended) {
+            isWanted_.wait(true);
             const std::lock_guard lock(mutex_);
             if (listener_ != nullptr) listener_->graphicsSettingsChanged({}, {});
           }
         }) {}
   void setListener(middlewarefacade::GraphicsSettingsListener* listener) {
-    // The thread hardly ever lets go of the mutex.
-    while (!mutex_.try_lock()) std::this_thread::yield();
-    listener_ = listener;
-    mutex_.unlock();
+    // The thread would take the mutex again before anybody else has woken.
+    isWanted_ = true;
+    {
+      const std::lock_guard lock(mutex_);
+      listener_ = listener;
+    }
+    isWanted_ = false;
+    isWanted_.notify_one();
   }
   void join() { thread_.join(); }
 
  private:
   std::mutex mutex_;
+  std::atomic<bool> isWanted_{false};
   middlewarefacade::GraphicsSettingsListener* listener_ = nullptr;
   std::thread thread_;
 };

@@ -16,6 +16,8 @@ class Watchdog {
   Watchdog& operator=(const Watchdog&) = delete;
 
  private:
+  bool endsWithin(std::chrono::milliseconds time);
+
   std::mutex mutex_;
   std::condition_variable ended_;
   bool hasEnded_ = false;
