@@ -4,6 +4,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -26,6 +27,11 @@ void printStacks() {
   const std::string process = std::to_string(getpid());
   const pid_t debugger = fork();
   if (debugger == 0) {
+    // A debugger may wait for ever itself, for a sanitizer's threads to stop.
+    sigset_t none;
+    sigemptyset(&none);
+    sigprocmask(SIG_SETMASK, &none, nullptr);
+    alarm(120);
     dup2(STDERR_FILENO, STDOUT_FILENO);
     execlp("gdb", "gdb", "-p", process.c_str(), "-batch", "-ex", "thread apply all backtrace",
            static_cast<char*>(nullptr));
