@@ -23,6 +23,7 @@
 #include "support/DemuxRecorder.h"
 #include "support/FakeHost.h"
 #include "support/HostThread.h"
+#include "support/Manager.h"
 #include "support/RawClient.h"
 #include "support/RecordingListener.h"
 #include "support/Sockets.h"
@@ -103,7 +104,7 @@ class ApplicationStateCalls : public testing::Test {
   }
 
   const Watchdog watchdog{hang};
-  IpcServerManager* manager = IpcServerManager::getInstance();
+  IpcServerManager* manager = makeManager();
   std::unique_ptr<RawClient> client = acceptedClient();
   Calls calls;
 };
@@ -203,7 +204,7 @@ class LockOfTheHosts : public testing::Test {
       if (operation != locking) return;
       const std::lock_guard wanted(lock);
     };
-    IpcServerManager* const manager = IpcServerManager::getInstance();
+    IpcServerManager* const manager = makeManager();
     manager->addIpcServerListener(&listener);
     return manager;
   }
@@ -263,7 +264,7 @@ TEST_F(LockOfTheHosts, ThatAConnectionListenerWaitsForDoesNotHoldUpTheManagersEn
    private:
     std::mutex& lock_;
   } waiting(lock);
-  IpcServerManager* const manager = IpcServerManager::getInstance();
+  IpcServerManager* const manager = makeManager();
   manager->addConnectionListener(&waiting);
   const RawClient arriving;
   while (!waiting.isCalled) std::this_thread::yield();
@@ -296,7 +297,7 @@ TEST_F(LockOfTheHosts, ThatAFacadeWaitsForDoesNotHoldUpTheAdaptersDeletion) {
 class DirectDeletion : public testing::Test {
  protected:
   const Watchdog watchdog{hang};
-  IpcServerManager* manager = IpcServerManager::getInstance();
+  IpcServerManager* manager = makeManager();
   std::unique_ptr<RawClient> client = acceptedClient();
 };
 
@@ -375,13 +376,13 @@ TEST_F(CancelledHost, DeletesTheAdapterFirstAlsoWhileASectionIsBeingWaitedFor) {
 }
 
 TEST_F(CancelledHost, DestroysTheManagerFirst) {
-  IpcServerManager::getInstance();
+  makeManager();
   const auto client = acceptedClient();
   CancelledThread thread([] { IpcServerManager::destroy(); });
   expectDoneThenCancelled(thread);
   EXPECT_TRUE(client->isAtEnd());
   // No lock has stayed locked.
-  IpcServerManager::getInstance();
+  makeManager();
   acceptedClient();
   IpcServerManager::destroy();
 }
@@ -393,7 +394,7 @@ TEST_F(CancelledHost, DestroysTheManagerFirstAlsoWhenItIsCancelledInTheMiddleOfI
   listener.onCall = [&](const std::string& operation) {
     while (operation == "getServices" && !mayEnd) std::this_thread::yield();
   };
-  IpcServerManager::getInstance()->addIpcServerListener(&listener);
+  makeManager()->addIpcServerListener(&listener);
   const auto client = acceptedClient();
   client->send(request(SI, 6));
   ASSERT_TRUE(log.await("getServices()"));

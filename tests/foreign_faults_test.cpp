@@ -23,6 +23,7 @@
 #include "support/CallLog.h"
 #include "support/DemuxRecorder.h"
 #include "support/FakeHost.h"
+#include "support/Manager.h"
 #include "support/RawClient.h"
 #include "support/RecordingListener.h"
 #include "support/StandardStreams.h"
@@ -313,7 +314,7 @@ class ManyListeners : public testing::Test {
   std::array<RecordingListener, 3> listeners{
       {RecordingListener(logs[0]), RecordingListener(logs[1]), RecordingListener(logs[2])}};
   std::array<Departures, 3> departures;
-  IpcServerManager* manager = IpcServerManager::getInstance();
+  IpcServerManager* manager = makeManager();
 };
 
 TEST_F(ManyListeners, AllHearOfTheEndWhenTheFirstConnectionListenerThrowsThen) {

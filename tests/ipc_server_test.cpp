@@ -292,8 +292,6 @@ TEST_F(ControlTransport, ANameOf107BytesIsAcceptedAndOneOf108IsNot) {
   }
   longest.stop();
 
-  // Of the failed start.
-  leavesBehind({.descriptors = 1});
   IpcServer tooLong(&recorder, (accepted + "n").c_str(), 108);
   const CaughtStream errors(stderr);
   tooLong.start();
@@ -337,8 +335,6 @@ TEST_F(ControlTransport, AFailedBindIsReportedAndASecondStartTriesAgain) {
 }
 
 TEST_F(ControlTransport, FailedStartsLeaveNoMoreThanTheLastOnesSocket) {
-  // The last one's.
-  leavesBehind({.descriptors = 1});
   IpcServer lost(&recorder, "/dev/shm/none/s", 15);
   const CaughtStream errors(stderr);
   lost.start();

@@ -25,6 +25,7 @@
 #include "support/DemuxRecorder.h"
 #include "support/FakeHost.h"
 #include "support/HostThread.h"
+#include "support/Manager.h"
 #include "support/RawClient.h"
 #include "support/StandardStreams.h"
 #include "support/StuckStream.h"
@@ -67,7 +68,7 @@ void askBehindUnknownRequests(const RawClient& client) {
 class StuckStreams : public testing::TestWithParam<Stuck> {};
 
 TEST_P(StuckStreams, OfErrorsHoldsUpNeitherTheControlChannelNorTheManagersEnd) {
-  IpcServerManager::getInstance();
+  makeManager();
   bool isServed = false;
   bool hasEnded = false;
   {
@@ -109,7 +110,7 @@ TEST_P(StuckStreams, OfErrorsDoesNotHoldUpTheSectionFiltersChannel) {
 }
 
 TEST_P(StuckStreams, OfErrorsDoesNotHoldUpTheManagersEndThroughANotificationThatFails) {
-  IpcServerManager* const manager = IpcServerManager::getInstance();
+  IpcServerManager* const manager = makeManager();
   bool hasEnded = false;
   {
     StuckStream errors(stderr, GetParam());
