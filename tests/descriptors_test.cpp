@@ -16,6 +16,7 @@
 #include <filesystem>
 #include <list>
 #include <memory>
+#include <ostream>
 #include <set>
 #include <stdexcept>
 #include <string>
@@ -55,6 +56,10 @@ std::atomic<int> closedTwice{0};
 
 /// When a cancellation strikes the section-filter thread in a close, which is a cancellation point.
 enum class Strike { never, before, behind };
+const char* nameOf(Strike when) {
+  return when == Strike::before ? "TheSectionFilterBefore" : "TheSectionFilterBehind";
+}
+void PrintTo(Strike when, std::ostream* out) { *out << nameOf(when); }
 std::atomic<Strike> strike{Strike::never};
 std::atomic<int> struckCloses{0};
 
@@ -222,11 +227,7 @@ TEST_P(CancelledClose, ClosesNoNumberTwiceAndLeavesNoneOpen) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Of, CancelledClose, testing::Values(Strike::before, Strike::behind),
-                         [](const auto& when) {
-                           return std::string(when.param == Strike::before
-                                                  ? "TheSectionFilterBefore"
-                                                  : "TheSectionFilterBehind");
-                         });
+                         [](const auto& when) { return std::string(nameOf(when.param)); });
 
 TEST(StartsAndStops, OfTheSectionFilterCloseNoNumberTwice) {
   DemuxRecorder recorder;

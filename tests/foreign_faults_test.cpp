@@ -10,6 +10,7 @@
 #include <chrono>
 #include <cstring>
 #include <functional>
+#include <ostream>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -48,6 +49,7 @@ struct Fault {
   const char* name;
   void (*raise)();
 };
+void PrintTo(const Fault& fault, std::ostream* out) { *out << fault.name; }
 constexpr std::array<Fault, 3> faults{{
     {"OfAForeignLanguage", raiseForeignException},
     {"OfAnUnknownType", [] { throw 42; }},

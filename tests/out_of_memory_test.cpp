@@ -13,6 +13,7 @@
 #include <limits>
 #include <new>
 #include <optional>
+#include <ostream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -42,6 +43,8 @@
 namespace {
 
 enum class Starving { nobody, others, everybody };
+const char* nameOf(Starving who) { return who == Starving::others ? "ItsThreads" : "EveryThread"; }
+void PrintTo(Starving who, std::ostream* out) { *out << nameOf(who); }
 std::atomic<Starving> starving{Starving::nobody};
 thread_local bool isTheTests = false;
 // How many more allocations the calling thread gets.
@@ -343,10 +346,7 @@ TEST_P(WithoutMemory, TheManagerIsDestroyedWithACallThatWaits) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Of, WithoutMemory, testing::Values(Starving::others, Starving::everybody),
-                         [](const auto& who) {
-                           return std::string(who.param == Starving::others ? "ItsThreads"
-                                                                            : "EveryThread");
-                         });
+                         [](const auto& who) { return std::string(nameOf(who.param)); });
 
 class ControlWithoutMemory : public testing::Test {
  protected:

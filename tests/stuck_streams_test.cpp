@@ -212,22 +212,10 @@ TEST_P(StuckStreams, WithAPrintOfTheHostsHoldUpNothing) {
   EXPECT_TRUE(isDone);
 }
 
-std::string nameOf(const testing::TestParamInfo<Stuck>& kind) {
-  switch (kind.param) {
-    case Stuck::fullPipe:
-      return "AFullPipe";
-    case Stuck::fullSocket:
-      return "AFullSocket";
-    case Stuck::stoppedTerminal:
-      return "AStoppedTerminal";
-  }
-  return "";
-}
-
 INSTANTIATE_TEST_SUITE_P(EachKind, StuckStreams,
                          testing::Values(Stuck::fullPipe, Stuck::fullSocket,
                                          Stuck::stoppedTerminal),
-                         nameOf);
+                         [](const auto& kind) { return std::string(nameOf(kind.param)); });
 
 /// Streams that would take everything, but whose lock somebody has.
 class HeldStreams : public testing::Test {

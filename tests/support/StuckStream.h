@@ -1,10 +1,23 @@
 #pragma once
 
 #include <cstdio>
+#include <ostream>
 #include <thread>
 
 /// What a standard stream can be that takes no more for a time.
 enum class Stuck { fullPipe, fullSocket, stoppedTerminal };
+inline const char* nameOf(Stuck kind) {
+  switch (kind) {
+    case Stuck::fullPipe:
+      return "AFullPipe";
+    case Stuck::fullSocket:
+      return "AFullSocket";
+    case Stuck::stoppedTerminal:
+      return "AStoppedTerminal";
+  }
+  return "";
+}
+inline void PrintTo(Stuck kind, std::ostream* out) { *out << nameOf(kind); }
 
 /// A standard stream that takes nothing while it lives, or until it is released.
 class StuckStream {
