@@ -50,13 +50,13 @@ Waiter::~Waiter() {
   pending().store(firstWaiter != nullptr);
 }
 
-/// Releases the first call that still waits; false when there is none.
-bool releaseOne() QUILLWORK_REQUIRES(applicationStateMutex) {
+/// Releases the first call that still waits, with its answer; false when there is none.
+bool releaseOne(bool answer) QUILLWORK_REQUIRES(applicationStateMutex) {
   Waiter* waiter = firstWaiter;
   while (waiter != nullptr && waiter->isReleased) waiter = waiter->next;
   if (waiter == nullptr) return false;
   waiter->isReleased = true;
-  waiter->answer = result().load();
+  waiter->answer = answer;
   return true;
 }
 
@@ -80,7 +80,7 @@ bool await(std::uint32_t endedBefore) {
 void answer(bool received) {
   result().store(received);
   const Lock lock(applicationStateMutex);
-  if (releaseOne()) pthread_cond_broadcast(&applicationStateCondition);
+  if (releaseOne(result().load())) pthread_cond_broadcast(&applicationStateCondition);
 }
 
 void endConnection() {
@@ -88,7 +88,8 @@ void endConnection() {
   ++ended;
   if (!pending().load()) return;
   result().store(true);
-  while (releaseOne()) {
+  // Not what stands in the result: a call that begins at this moment overwrites it.
+  while (releaseOne(true)) {
   }
   pthread_cond_broadcast(&applicationStateCondition);
 }

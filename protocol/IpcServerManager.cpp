@@ -128,8 +128,8 @@ void IpcServerManager::clientConnected() {
 }
 
 void IpcServerManager::clientDisconnected() {
-  // Before the mutex: a listener that a host's query has called may hold it, and wait for a thread
-  // that waits for the client that has gone.
+  // Before the mutex, which a query of the host's may hold: its listener may wait for a thread that
+  // waits for the client that has gone.
   application_state::endConnection();
   const Lock lock(managerMutex);
   for (ConnectionListener* const listener : connectionListeners) {
