@@ -30,7 +30,19 @@ bool hostLock;  /* one of the host's, which its listeners take, too */
 
 bool managerExists, serverExists, running, acceptThreadRuns;
 
-bool applicationStatePending;  /* the result is left out: no step depends on it */
+bool applicationStatePending;
+/* What calls return is looked at where RESULT says so: no step depends on it. */
+#ifdef RESULT
+bool applicationStateResult, answer[2], endReleases[2];
+#define result(what) what
+#ifdef BUG_END_READS_THE_RESULT
+#define END_ANSWERS applicationStateResult
+#else
+#define END_ANSWERS true
+#endif
+#else
+#define result(what) skip
+#endif
 byte ended;
 bool waits[2], isReleased[2];
 byte asked[2];  /* the connection that got the call's record */
@@ -130,9 +142,18 @@ inline callListeners() {
 
 /* What the condition's broadcast wakes is whoever is released. */
 inline endConnection() {
-  atomic { !applicationStateMutex; applicationStateMutex = true; ended++ };
   atomic {
-    if :: applicationStatePending -> isReleased[0] = waits[0]; isReleased[1] = waits[1] :: else fi;
+    !applicationStateMutex; applicationStateMutex = true; ended++;
+    result(applicationStateResult = true)
+  };
+  atomic {
+    if
+    :: applicationStatePending ->
+      result(answer[0] = END_ANSWERS); result(endReleases[0] = waits[0] && !isReleased[0]);
+      result(answer[1] = END_ANSWERS); result(endReleases[1] = waits[1] && !isReleased[1]);
+      isReleased[0] = waits[0]; isReleased[1] = waits[1]
+    :: else
+    fi;
     unlock(applicationStateMutex)
   }
 }
@@ -148,10 +169,12 @@ inline receiveAnswer() {
 }
 inline await(me) {
   applicationStatePending = true;
+  result(applicationStateResult = false);
   atomic {
     !applicationStateMutex; waits[me] = true; applicationStatePending = true;
     isReleased[me] = (ended != endedBefore); isReleased[me] && !applicationStateMutex;
     waits[me] = false; isReleased[me] = false;
+    result(assert(!endReleases[me] || answer[me])); result(endReleases[me] = false);
 #ifdef BUG_ANSWER_CLEARS_PENDING
     applicationStatePending = false;
 #else
