@@ -25,6 +25,9 @@ class Descriptor {
   /// The number, or -1 for no descriptor.
   [[nodiscard]] int number() const { return number_; }
 
+  /// Gives the descriptor away: whoever takes the number closes it.
+  [[nodiscard]] int release() { return std::exchange(number_, -1); }
+
   void close() {
     if (number_ == -1) return;
     // A thread that is cancelled inside close() does not know whether the number is free.

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <new>
+#include <type_traits>
 
 namespace quillwork {
 
@@ -66,6 +67,9 @@ class PerServer {
       if (entry->owner.compare_exchange_strong(expected, owner)) return;
     }
   }
+
+  // The accept threads use it while the process exits, and behind that.
+  static_assert(std::is_trivially_destructible_v<State>);
 
   Entry first_;
 };

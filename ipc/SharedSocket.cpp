@@ -10,18 +10,18 @@ namespace quillwork {
 void SharedSocket::own(Descriptor socket) {
   const Lock lock(mutex_);
   end();
-  own_ = std::move(socket);
-  std::atomic_ref(shared_).store(own_.number());
+  own_ = socket.release();
+  std::atomic_ref(shared_).store(own_);
 }
 
 int SharedSocket::number() const {
   const Lock lock(mutex_);
-  return own_.number();
+  return own_;
 }
 
 void SharedSocket::shutDown() {
   const Lock lock(mutex_);
-  if (own_.number() != -1) shutdown(own_.number(), SHUT_RDWR);
+  if (own_ != -1) shutdown(own_, SHUT_RDWR);
 }
 
 void SharedSocket::close() {
@@ -30,11 +30,11 @@ void SharedSocket::close() {
 }
 
 void SharedSocket::end() {
-  int number = own_.number();
-  if (number == -1) return;
-  shutdown(number, SHUT_RDWR);
-  std::atomic_ref(shared_).compare_exchange_strong(number, -1);
-  own_.close();
+  if (own_ == -1) return;
+  shutdown(own_, SHUT_RDWR);
+  int expected = own_;
+  std::atomic_ref(shared_).compare_exchange_strong(expected, -1);
+  Descriptor(std::exchange(own_, -1)).close();
 }
 
 }  // namespace quillwork

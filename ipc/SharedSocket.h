@@ -6,7 +6,8 @@
 namespace quillwork {
 
 /// A socket whose number also stands in a variable that all servers of a class share. Any thread
-/// may call any operation; none blocks.
+/// may call any operation; none blocks. It stands in static storage and closes nothing when the
+/// process exits: the accept threads may live for as long as that takes.
 class SharedSocket {
  public:
   /// Owns nothing yet. `shared` is the variable, -1 for no socket.
@@ -35,7 +36,7 @@ class SharedSocket {
   // between.
   mutable Mutex mutex_;
   int& shared_;
-  Descriptor own_ QUILLWORK_GUARDED_BY(mutex_);
+  int own_ QUILLWORK_GUARDED_BY(mutex_) = -1;
 };
 
 }  // namespace quillwork
