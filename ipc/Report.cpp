@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <stdio_ext.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <sys/uio.h>
 #include <unistd.h>
@@ -17,15 +18,18 @@
 namespace quillwork {
 namespace {
 
-bool isRegular(int file) {
-  struct stat status {};
-  return fstat(file, &status) == 0 && S_ISREG(status.st_mode);
+/// The file's type, as in the mode of a stat. Asks for nothing else: an inode number or a time that
+/// does not fit 32 bits would fail the whole. Where nothing is known it is a regular file.
+mode_t typeOf(int file) {
+  struct statx status {};
+  if (statx(file, "", AT_EMPTY_PATH, STATX_TYPE, &status) != 0) return S_IFREG;
+  return status.stx_mode & S_IFMT;
 }
 
-/// Whether the file takes something at once: a pipe a page, a terminal a byte.
+/// Whether a pipe takes a page at once, or a terminal a byte.
 bool hasRoom(int file) {
   pollfd room{file, POLLOUT, 0};
-  return isRegular(file) || (poll(&room, 1, 0) == 1 && (room.revents & POLLOUT) != 0);
+  return poll(&room, 1, 0) == 1 && (room.revents & POLLOUT) != 0;
 }
 
 void writeUnchecked(int file, std::string_view text) {
@@ -48,19 +52,34 @@ void writeThroughOwnDescription(int file, std::string_view text) {
 }
 
 /// Writes as much as the file takes at once.
-void writeAtOnce(int file, std::string_view text) {
+void writeAtOnce(int file, mode_t type, std::string_view text) {
   // A file on a disk never waits for a reader, and could refuse a write that must not wait.
-  if (isRegular(file)) return writeUnchecked(file, text);
+  if (type == S_IFREG) return writeUnchecked(file, text);
   const iovec piece{const_cast<char*>(text.data()), text.size()};
-  if (pwritev2(file, &piece, 1, -1, RWF_NOWAIT) == -1 && errno == EOPNOTSUPP) {
+  if (pwritev2(file, &piece, 1, -1, RWF_NOWAIT) != -1 || errno != EOPNOTSUPP) return;
+  if (type == S_IFCHR || type == S_IFIFO) {
     writeThroughOwnDescription(file, text);
+  } else if (hasRoom(file)) {
+    writeUnchecked(file, text);
   }
 }
 
+/// Whether a pipe is empty and large enough.
+bool takesWhole(int pipe, std::size_t size) {
+  int held = 0;
+  const int capacity = fcntl(pipe, F_GETPIPE_SZ);
+  return ioctl(pipe, FIONREAD, &held) == 0 && held == 0 && capacity > 0 &&
+         size <= static_cast<std::size_t>(capacity);
+}
+
 /// Writes what the host has printed and its stream still holds, where that does not block.
-void flushPending(std::FILE* stream) {
+void flushPending(std::FILE* stream, mode_t type) {
   const std::size_t pending = __fpending(stream);
-  if (pending > 0 && pending <= PIPE_BUF && hasRoom(fileno(stream))) std::fflush(stream);
+  if (pending == 0) return;
+  const int file = fileno(stream);
+  if (type == S_IFREG || (pending <= PIPE_BUF ? hasRoom(file) : takesWhole(file, pending))) {
+    std::fflush(stream);
+  }
 }
 
 /// Collects a text of limited length.
@@ -98,8 +117,9 @@ void print(std::FILE* stream, std::string_view text) {
   // A thread of the host's may hold the stream for as long as nobody reads it: then there is no
   // room either. Held for a moment only, the stream is passed by.
   const bool isHeld = ftrylockfile(stream) == 0;
-  if (isHeld) flushPending(stream);
-  writeAtOnce(fileno(stream), text.substr(0, PIPE_BUF));
+  const mode_t type = typeOf(fileno(stream));
+  if (isHeld) flushPending(stream, type);
+  writeAtOnce(fileno(stream), type, text.substr(0, PIPE_BUF));
   if (isHeld) funlockfile(stream);
   errno = before;
 }

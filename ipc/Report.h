@@ -11,7 +11,8 @@
 namespace quillwork {
 
 /// Prints the text, which brings its line ends along, behind what the host has printed on the
-/// stream before. Any thread. At most PIPE_BUF bytes; the rest is cut off.
+/// stream before, where the file takes that at once. Any thread. At most PIPE_BUF bytes; the rest
+/// is cut off.
 void print(std::FILE* stream, std::string_view text);
 
 /// Prints one line that consists of the parts, whose own line ends are left out.
