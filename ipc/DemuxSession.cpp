@@ -1,5 +1,6 @@
 #include "ipc/DemuxSession.h"
 
+#include <execinfo.h>
 #include <sys/socket.h>
 
 #include <atomic>
@@ -47,6 +48,13 @@ class NoDemultiplexer : public IpcDemuxServerListener {
 };
 
 constinit NoDemultiplexer noDemultiplexer;
+
+/// The first cancellation of a process loads the unwinder, and ends the process when there is no
+/// memory for that.
+void loadUnwinder() {
+  void* frame = nullptr;
+  backtrace(&frame, 1);
+}
 
 }  // namespace
 
@@ -104,6 +112,7 @@ bool DemuxSession::start(IpcDemuxServer& server, Descriptor listeningSocket) {
     const Lock lock(state);
     server_ = &server;
   }
+  loadUnwinder();
   pthread_t created{};
   if (createAcceptThread(created, IpcDemuxServer::run, &server) != 0) {
     listening_.close();
@@ -182,7 +191,7 @@ void DemuxSession::replaceThreadInside(const IpcDemuxServerListener* listener) {
     mustLeave_ = true;
   }
   endThread();
-  owesSection_ = code_ == SectionRequest::readSection;
+  owesSection_ = code_ == SectionRequest::readSection && connection_.number() != -1;
   {
     const Lock lock(state);
     mustLeave_ = false;
@@ -243,9 +252,8 @@ void DemuxSession::serveClient() {
   Source source(connection_.number());
   while (source.read(&code_, sizeof code_) > 0) {
     if (static_cast<std::uint32_t>(code_) >= SectionRequest::codes || !hasListener()) continue;
-    const bool served = callHost([&] { serveRequest(source); });
+    if (!callHost([&] { serveRequest(source); })) break;
     if (mustLeave()) return;
-    if (!served) break;
   }
   connection_.close();
 }

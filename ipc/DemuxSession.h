@@ -65,7 +65,7 @@ class DemuxSession {
   IpcDemuxServerListener* listener() QUILLWORK_REQUIRES(state);
   static bool isCalled(const IpcDemuxServerListener* listener) QUILLWORK_REQUIRES(state);
 
-  // Held by the one thread that ends or replaces accept threads. Taken before `state`.
+  // Held by the one thread that starts, ends or replaces accept threads. Taken before `state`.
   static Mutex threads QUILLWORK_ACQUIRED_BEFORE(state);
   // Guards what other threads touch of each session. Nothing blocks while it is held.
   static Mutex state;

@@ -44,6 +44,7 @@ extern "C" {
 int __real_close(int descriptor);
 int __real_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*body)(void*),
                           void* argument);
+int __real_pthread_cancel(pthread_t thread);
 int __real_pthread_mutex_init(pthread_mutex_t* mutex, const pthread_mutexattr_t* attributes);
 int __real_pthread_mutex_destroy(pthread_mutex_t* mutex);
 int __real_pthread_mutex_lock(pthread_mutex_t* mutex);
@@ -64,6 +65,8 @@ std::atomic<Strike> strike{Strike::never};
 std::atomic<int> struckCloses{0};
 
 std::atomic<bool> threadsFail{false};
+
+std::atomic<int> cancellations{0};
 
 /// What has become of the mutexes that were initialised at run time.
 class Mutexes {
@@ -139,6 +142,12 @@ int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, v
                           void* argument) {
   if (threadsFail) return EAGAIN;
   return __real_pthread_create(thread, attributes, body, argument);
+}
+
+int __wrap_pthread_cancel(pthread_t thread) {
+  const int result = __real_pthread_cancel(thread);
+  ++cancellations;
+  return result;
 }
 
 int __wrap_pthread_mutex_init(pthread_mutex_t* mutex, const pthread_mutexattr_t* attributes) {
@@ -228,6 +237,36 @@ TEST_P(CancelledClose, ClosesNoNumberTwiceAndLeavesNoneOpen) {
 
 INSTANTIATE_TEST_SUITE_P(Of, CancelledClose, testing::Values(Strike::before, Strike::behind),
                          [](const auto& when) { return std::string(nameOf(when.param)); });
+
+TEST(ReleasedCall, ThatEndsByAnExceptionAfterAllEndsTheConnection) {
+  const Watchdog watchdog{std::chrono::seconds(60)};
+  std::atomic<bool> isInside{false};
+  DemuxRecorder recorder;
+  const int before = cancellations;
+  recorder.section = [&]() -> DemuxRecorder::Bytes {
+    int state = 0;
+    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &state);
+    isInside = true;
+    while (cancellations == before) std::this_thread::yield();
+    throw std::runtime_error("late");
+  };
+  IpcDemuxServer server;
+  server.setListener(&recorder);
+  server.start();
+  const RawClient client(RawClient::sectionFilter);
+  client.send(word(13));
+  while (!isInside) std::this_thread::yield();
+  {
+    const CaughtStream errors(stderr);
+    IpcDemuxServer::releaseListener(&recorder);
+    EXPECT_EQ(errors.text(), "Client's connection ended by an exception: late\n");
+  }
+  EXPECT_TRUE(client.isAtEnd());
+  const RawClient next(RawClient::sectionFilter);
+  next.send(word(13));
+  EXPECT_EQ(next.receive(4), word(0));
+  server.stop();
+}
 
 TEST(StartsAndStops, OfTheSectionFilterCloseNoNumberTwice) {
   DemuxRecorder recorder;

@@ -71,6 +71,29 @@ class NoMemory {
 
 }  // namespace
 
+// A sanitizer has a malloc of its own.
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) && defined(__GLIBC__)
+// NOLINTBEGIN(bugprone-reserved-identifier): the C library's own names.
+extern "C" {
+void* __libc_malloc(std::size_t size);
+void* __libc_calloc(std::size_t count, std::size_t size);
+void* __libc_realloc(void* memory, std::size_t size);
+
+std::atomic<bool> libraryStarves{false};
+
+void* malloc(std::size_t size) { return libraryStarves ? nullptr : __libc_malloc(size); }
+void* calloc(std::size_t count, std::size_t size) {
+  return libraryStarves ? nullptr : __libc_calloc(count, size);
+}
+void* realloc(void* memory, std::size_t size) {
+  return libraryStarves ? nullptr : __libc_realloc(memory, size);
+}
+}
+// NOLINTEND(bugprone-reserved-identifier)
+#else
+std::atomic<bool> libraryStarves{false};
+#endif
+
 // Not inlined: the compiler would see memory that new has given passed to free().
 [[gnu::noinline]] void* operator new(std::size_t size) {
   if (isRefused()) throw std::bad_alloc();
@@ -263,6 +286,26 @@ TEST_P(WithoutMemory, ABlockedThreadIsReplaced) {
   second.start();
   expectServiceOfSectionFilter();
   second.stop();
+  server.stop();
+}
+
+// The first cancellation of a process needs the unwinder, which the C library loads.
+TEST(WithoutMemoryOfTheCLibrary, ABlockedThreadIsReplaced) {
+  const Watchdog watchdog{hang};
+  Sections sections;
+  IpcDemuxServer server;
+  server.setListener(&sections);
+  server.start();
+  const RawClient client(RawClient::sectionFilter);
+  sectionsBlock = true;
+  client.send(word(13));
+  while (callsInside == 0) std::this_thread::yield();
+  libraryStarves = true;
+  IpcDemuxServer::releaseListener(&sections);
+  libraryStarves = false;
+  sectionsBlock = false;
+  EXPECT_EQ(callsInside, 0);
+  expectNothingOrTheEnd(client);
   server.stop();
 }
 
