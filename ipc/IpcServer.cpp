@@ -95,6 +95,10 @@ void IpcServer::breakOffSends() {
   }
 }
 
+void IpcServer::cutConnection() {
+  if (Endpoint* const endpoint = Endpoint::all.find(this)) endpoint->connection.shutDown();
+}
+
 void IpcServer::stop() {
   const CancellationScope whole(PTHREAD_CANCEL_DISABLE);
   const std::atomic_ref<bool> inService(running);
@@ -190,7 +194,9 @@ IpcServer::SendGuard::SendGuard(IpcServer& server) QUILLWORK_NO_THREAD_SAFETY_AN
     : senders_(server.sendersGate()),
       pass_(senders_),
       mutex_(server.sendMutex) {
-  if (pass_) mutex_.lock();
+  if (!pass_) return;
+  mutex_.lock();
+  client_ = std::atomic_ref(clientSocket).load();
 }
 
 IpcServer::SendGuard::~SendGuard() QUILLWORK_NO_THREAD_SAFETY_ANALYSIS {
@@ -211,7 +217,7 @@ bool IpcServer::SendGuard::sendBytes(const void* data, unsigned int length, cons
     if (std::exchange(hasEnded_, true)) return false;
     errno = EBADF;
   } else {
-    const ssize_t sent = send(std::atomic_ref(clientSocket).load(), data, length, MSG_NOSIGNAL);
+    const ssize_t sent = send(client_, data, length, MSG_NOSIGNAL);
     if (sent >= 0 && static_cast<unsigned int>(sent) == length) return true;
   }
   reportFailure(complaint);

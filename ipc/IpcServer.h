@@ -13,8 +13,8 @@ namespace quillwork {
 /// `message` records with the listener.
 ///
 /// The descriptors of the listening socket and of the client are shared by all objects of the
-/// class; exactly one object exists. Failures are printed on the standard error stream with
-/// perror() and are not returned.
+/// class; exactly one object exists. Failures are printed on the standard error stream, as perror()
+/// prints them, and are not returned. What the stream does not take at once is dropped.
 class IpcServer {
  public:
   /// Borrows the listener, which may be null, and copies the path; `length` is the path's length in
@@ -38,6 +38,10 @@ class IpcServer {
   /// The first step of a stop: every send fails from here on, the blocked one at once, and no
   /// further request is heard. Nothing but a stop may follow. Any thread; does not block.
   void breakOffSends();
+
+  /// Ends the client's connection, because what was sent last is not whole. Any thread; does not
+  /// block.
+  void cutConnection();
 
   /// The accept thread: serves one client after another. `server` is an IpcServer.
   static void* run(void* server);
@@ -91,6 +95,8 @@ class QUILLWORK_SCOPED_CAPABILITY IpcServer::SendGuard {
   Gate& senders_;
   const Gate::Pass pass_;
   Mutex& mutex_;
+  // One sequence goes to one client: -1 when there was none at its beginning.
+  int client_ = -1;
   bool hasEnded_ = false;
 };
 

@@ -43,6 +43,20 @@ bool notify(Notification&& notification) {
   return false;
 }
 
+/// A sequence of sends. When the host cancels the sending thread in the middle of it, the client
+/// could not tell what comes next from the rest, so its connection ends.
+struct Sequence {
+  explicit Sequence(IpcServer& sender) : server(sender) {}
+  ~Sequence() {
+    if (!isWhole) server.cutConnection();
+  }
+  Sequence(const Sequence&) = delete;
+  Sequence& operator=(const Sequence&) = delete;
+
+  IpcServer& server;
+  bool isWhole = false;
+};
+
 }  // namespace
 
 bool IpcServerManager::endOfMedia(int player) {
@@ -82,6 +96,7 @@ bool IpcServerManager::sendDsmCCCommand(ipcutil::DsmCCCommand_t command) {
     // header's count holds.
     const std::size_t parts = text.size() <= longTextPart ? 1 : text.size() / longTextPart + 1;
     IpcServer::SendGuard guard(*server);
+    Sequence sequence(*server);
     bool sent = true;
     if (parts > 1) {
       message header = blankRecord(LIST_HEADER, static_cast<std::int32_t>(parts));
@@ -93,6 +108,7 @@ bool IpcServerManager::sendDsmCCCommand(ipcutil::DsmCCCommand_t command) {
       put(record, longTextPosition, field);
       sent = guard.sendMessage(record) && sent;
     }
+    sequence.isWhole = true;
     return sent;
   });
 }

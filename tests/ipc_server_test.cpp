@@ -531,6 +531,22 @@ TEST_F(ControlTransport, ASenderThatIsBlockedTowardsAHalfClosedClientIsWokenAtTh
   EXPECT_TRUE(recorder.log.await("clientDisconnected()"));
 }
 
+TEST_F(ControlTransport, AClientThatComesInTheMiddleOfASequenceGetsNothingOfIt) {
+  start();
+  const CaughtStream errors(stderr);
+  message record = numbered(1, 2, 3);
+  {
+    IpcServer::SendGuard guard(server);
+    EXPECT_FALSE(guard.sendMessage(record));
+    const RawClient client(path);
+    ASSERT_TRUE(recorder.log.await("clientConnected()"));
+    EXPECT_FALSE(guard.sendMessage(record));
+  }
+  ASSERT_TRUE(recorder.log.await("clientDisconnected()"));
+  const std::string printed = errors.text();
+  EXPECT_EQ(std::count(printed.begin(), printed.end(), '\n'), 2) << printed;
+}
+
 TEST_F(ControlTransport, NothingFallsBetweenTheSendsOfAGuard) {
   start();
   RawClient client(path);

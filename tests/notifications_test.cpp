@@ -1,6 +1,7 @@
 // What the library sends on its own, and the call that waits for the client's answer.
 
 #include <gtest/gtest.h>
+#include <pthread.h>
 
 #include <cerrno>
 #include <cstring>
@@ -156,6 +157,34 @@ TEST_F(Notifications, ADisconnectionBetweenTheSendAndTheWaitIsNotLost) {
     EXPECT_TRUE(answer.get());
     EXPECT_TRUE(arrivals.log.await("disconnected()"));
   }
+}
+
+TEST_F(Notifications, ALongCommandThatTheHostCancelsInTheMiddleEndsTheConnection) {
+  const auto client = connect();
+  struct Call {
+    IpcServerManager* manager;
+    std::atomic<pid_t> id{0};
+  } call{manager};
+  pthread_t thread{};
+  pthread_create(
+      &thread, nullptr,
+      [](void* argument) -> void* {
+        auto& made = *static_cast<Call*>(argument);
+        made.id = threadId();
+        made.manager->sendDsmCCCommand({1, 2.5, 3, std::string(2'000'000, 't')});
+        return nullptr;
+      },
+      &call);
+  // The client does not read.
+  awaitSleeping(call.id);
+  pthread_cancel(thread);
+  void* result = nullptr;
+  pthread_join(thread, &result);
+  EXPECT_EQ(result, PTHREAD_CANCELED);
+  // Until the end; without one it never returns.
+  client->drain();
+  const auto next = connect();
+  EXPECT_EQ(next->ask(request(VERSION, 1)).group, VERSION);
 }
 
 TEST_F(Notifications, TheWaitDoesNotBeginWhenTheConnectionHasEndedSinceTheSend) {
