@@ -7,8 +7,9 @@
 namespace quillwork {
 
 void reportException(const char* consequence, const std::exception* exception) {
-  if (exception != nullptr) {
-    printLine(stderr, {consequence, ": ", exception->what()});
+  const char* const text = exception != nullptr ? exception->what() : nullptr;
+  if (text != nullptr) {
+    printLine(stderr, {consequence, ": ", text});
   } else {
     printLine(stderr, {consequence, " of an unknown type"});
   }

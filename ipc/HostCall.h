@@ -10,7 +10,7 @@ namespace quillwork {
 struct ReportedException {};
 
 /// Prints one line: what a call into the host's code ended by. `exception` is null for one that is
-/// no std::exception. Line ends in its text are left out.
+/// no std::exception; one without a text counts as such. Line ends in its text are left out.
 void reportException(const char* consequence, const std::exception* exception);
 
 constexpr const char* connectionEnds = "Client's connection ended by an exception";

@@ -8,8 +8,10 @@
 #include <array>
 #include <atomic>
 #include <chrono>
+#include <cstdlib>
 #include <cstring>
 #include <functional>
+#include <memory>
 #include <ostream>
 #include <stdexcept>
 #include <string>
@@ -50,10 +52,14 @@ struct Fault {
   void (*raise)();
 };
 void PrintTo(const Fault& fault, std::ostream* out) { *out << fault.name; }
-constexpr std::array<Fault, 3> faults{{
+struct WithoutAText : std::exception {
+  [[nodiscard]] const char* what() const noexcept override { return nullptr; }
+};
+constexpr std::array<Fault, 4> faults{{
     {"OfAForeignLanguage", raiseForeignException},
     {"OfAnUnknownType", [] { throw 42; }},
     {"OfAStandardType", [] { throw std::runtime_error("the host's fault"); }},
+    {"WithoutAText", [] { throw WithoutAText(); }},
 }};
 
 std::ptrdiff_t linesOf(const std::string& text) {
@@ -294,10 +300,11 @@ class ManyListeners : public testing::Test {
     expectTheNextClientIsServed();
   }
 
-  /// It is served when everybody has been told of the one before.
-  static void expectTheNextClientIsServed() {
-    const RawClient client;
-    EXPECT_EQ(client.ask(request(VERSION, 1)).group, VERSION);
+  /// It is served when everybody has been told of the one before, and stays: its own end would be
+  /// counted, too.
+  void expectTheNextClientIsServed() {
+    next = std::make_unique<RawClient>();
+    EXPECT_EQ(next->ask(request(VERSION, 1)).group, VERSION);
   }
 
   static std::ptrdiff_t count(const CallLog& log, const std::string& operation) {
@@ -316,6 +323,7 @@ class ManyListeners : public testing::Test {
   std::array<RecordingListener, 3> listeners{
       {RecordingListener(logs[0]), RecordingListener(logs[1]), RecordingListener(logs[2])}};
   std::array<Departures, 3> departures;
+  std::unique_ptr<RawClient> next;
   IpcServerManager* manager = makeManager();
 };
 
@@ -438,6 +446,33 @@ class FaultyFacades : public testing::TestWithParam<Fault> {
       "~Demux()",
       "~Tuner()"};
 
+  void failToConstruct() {
+    faulty = {"removeGraphicsSettingsListener", "removeCommandListener"};
+    host.throwing = "Version";
+    {
+      const CaughtStream errors(stderr);
+      try {
+        MiddlewareIpc::getInstance();
+        ADD_FAILURE() << "the construction has not failed";
+      } catch (const std::runtime_error& error) {
+        // The first fault is the one that the host hears of.
+        EXPECT_STREQ(error.what(), "no memory for Version");
+      }
+      EXPECT_EQ(linesOf(errors.text()), 2);
+    }
+    EXPECT_EQ(endsOf(host.log.take()), everyEnd);
+    // Neither channel reaches what has been freed.
+    {
+      const RawClient control;
+      EXPECT_EQ(control.ask(request(VERSION, 1)).group, VERSION);
+      const RawClient sections(RawClient::sectionFilter);
+      sections.send(word(13));
+      EXPECT_EQ(sections.receive(4), word(0));
+    }
+    EXPECT_EQ(host.log.take(), std::vector<std::string>());
+    IpcServerManager::destroy();
+  }
+
   const Watchdog watchdog{hang};
   FakeHost host;
   std::vector<std::string> faulty;
@@ -467,30 +502,14 @@ TEST_P(FaultyFacades, DoNotKeepTheDeletionFromItsEnd) {
 }
 
 TEST_P(FaultyFacades, DoNotKeepAFailedConstructionFromItsEnd) {
-  faulty = {"removeGraphicsSettingsListener", "removeCommandListener"};
-  host.throwing = "Version";
-  {
-    const CaughtStream errors(stderr);
-    try {
-      MiddlewareIpc::getInstance();
-      ADD_FAILURE() << "the construction has not failed";
-    } catch (const std::runtime_error& error) {
-      // The first fault is the one that the host hears of.
-      EXPECT_STREQ(error.what(), "no memory for Version");
-    }
-    EXPECT_EQ(linesOf(errors.text()), 2);
-  }
-  EXPECT_EQ(endsOf(host.log.take()), everyEnd);
-  // Neither channel reaches what has been freed.
-  {
-    const RawClient control;
-    EXPECT_EQ(control.ask(request(VERSION, 1)).group, VERSION);
-    const RawClient sections(RawClient::sectionFilter);
-    sections.send(word(13));
-    EXPECT_EQ(sections.receive(4), word(0));
-  }
-  EXPECT_EQ(host.log.take(), std::vector<std::string>());
-  IpcServerManager::destroy();
+  // After it the process can have no adapter any more, so that it is made in one of its own.
+  testing::GTEST_FLAG(death_test_style) = "threadsafe";
+  EXPECT_EXIT(
+      {
+        failToConstruct();
+        std::exit(HasFailure() ? 1 : 0);
+      },
+      testing::ExitedWithCode(0), "");
 }
 
 INSTANTIATE_TEST_SUITE_P(EachType, FaultyFacades, testing::ValuesIn(faults),
