@@ -146,8 +146,9 @@ MiddlewareIpc::~MiddlewareIpc() {
   const quillwork::CancellationScope whole(PTHREAD_CANCEL_DISABLE);
   quillwork::print(stdout, "deleting middleware ipc\n");
   if (load(manager) != nullptr) {
-    quillwork::IpcServerManager::destroy();
+    // Before the end of what it points to: another manager may follow at once, and lets calls in.
     store<quillwork::IpcServerManager*>(manager, nullptr);
+    quillwork::IpcServerManager::destroy();
     store<MiddlewareIpc*>(instance, nullptr);
   }
   // The section-filter channel goes on without this object. Behind the manager's end: a call into
