@@ -11,7 +11,8 @@ namespace quillwork {
 ///
 /// The descriptors of the listening socket and of the client are shared by all objects of the
 /// class, but each accept thread receives from, sends to and closes its own connection only.
-/// Failures are printed on the standard error stream with perror() and are not returned.
+/// Failures are printed on the standard error stream, as perror() prints them, and are not
+/// returned. What the stream does not take at once is dropped.
 class IpcDemuxServer {
  public:
   /// A server for "/dev/shm/ipcdemux.socket" without a listener. Opens nothing.
@@ -35,8 +36,9 @@ class IpcDemuxServer {
   /// while the server is running, which it is after a failed start, too; prints what failed.
   void start();
 
-  /// Cancels the accept thread wherever it blocks, also inside the listener, and closes both
-  /// sockets; the socket's file stays. Not to be called from a listener.
+  /// Ends the accept thread, which is cancelled where it blocks inside the listener, and closes
+  /// both sockets; the socket's file stays. A cancellation of the calling thread waits until then.
+  /// Not to be called from a listener.
   void stop();
 
   /// The accept thread: serves one client after another. `server` is an IpcDemuxServer.

@@ -26,7 +26,7 @@ extern FairMutex managerMutex;
 /// or want to hear of the client, and the notifications to it. One instance in a process.
 ///
 /// All operations may be called from any thread, except that no operation that takes the manager
-/// mutex (everything but the notifications, update() and addIpcDemuxServerListener()) may be called
+/// mutex (everything but the notifications and addIpcDemuxServerListener()) may be called
 /// from inside a listener: the mutex is held across the listener's call and is not recursive.
 /// Listeners are borrowed and must be removed before they are deleted.
 class QUILLWORK_EXPORT IpcServerManager : public IpcListener {
