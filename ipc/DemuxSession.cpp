@@ -1,5 +1,6 @@
 #include "ipc/DemuxSession.h"
 
+#include <cxxabi.h>
 #include <execinfo.h>
 #include <sys/socket.h>
 
@@ -77,29 +78,6 @@ class DemuxSession::Source : public ByteSource {
   int socket_;
 };
 
-/// Marks the session's listener, if it has one, as being called. Also ends when the thread is
-/// cancelled inside of the call.
-class DemuxSession::CallScope {
- public:
-  explicit CallScope(DemuxSession& session) : session_(session) {
-    const Lock lock(state);
-    session_.calling_ = listener_ = session_.listener();
-  }
-  ~CallScope() {
-    const Lock lock(state);
-    session_.calling_ = nullptr;
-    if (callEnded != nullptr) callEnded->signal();
-  }
-  CallScope(const CallScope&) = delete;
-  CallScope& operator=(const CallScope&) = delete;
-
-  [[nodiscard]] IpcDemuxServerListener* listener() const { return listener_; }
-
- private:
-  DemuxSession& session_;
-  IpcDemuxServerListener* listener_ = nullptr;
-};
-
 DemuxSession* DemuxSession::claim(IpcDemuxServer& server) { return sessions.claim(&server); }
 
 DemuxSession* DemuxSession::of(const IpcDemuxServer& server) { return sessions.find(&server); }
@@ -141,6 +119,7 @@ void DemuxSession::stop() {
   listening_.close();
   {
     const Lock lock(state);
+    calling_ = nullptr;
     mustLeave_ = false;
     server_ = nullptr;
   }
@@ -194,6 +173,7 @@ void DemuxSession::replaceThreadInside(const IpcDemuxServerListener* listener) {
   owesSection_ = code_ == SectionRequest::readSection && connection_.number() != -1;
   {
     const Lock lock(state);
+    calling_ = nullptr;
     mustLeave_ = false;
   }
   pthread_t successor{};
@@ -264,10 +244,35 @@ void DemuxSession::serveRequest(ByteSource& source) {
 }
 
 Bytes DemuxSession::call(const SectionRequest& request) {
-  const CallScope scope(*this);
-  if (scope.listener() == nullptr) return {};
-  const CancellationScope mayBeCancelled(PTHREAD_CANCEL_ENABLE);
-  return perform(request, *scope.listener());
+  IpcDemuxServerListener* const target = beginCall();
+  if (target == nullptr) return {};
+  Bytes section;
+  try {
+    const CancellationScope mayBeCancelled(PTHREAD_CANCEL_ENABLE);
+    section = perform(request, *target);
+  } catch (const abi::__forced_unwind&) {
+    // The thread that has cancelled this one ends the call: no lock is taken while a cancelled
+    // stack unwinds, which ThreadSanitizer would not see.
+    throw;
+  } catch (...) {
+    endCall();
+    throw;
+  }
+  endCall();
+  return section;
+}
+
+/// Marks the session's listener, if it has one, as being called.
+IpcDemuxServerListener* DemuxSession::beginCall() {
+  const Lock lock(state);
+  calling_ = listener();
+  return calling_;
+}
+
+void DemuxSession::endCall() {
+  const Lock lock(state);
+  calling_ = nullptr;
+  if (callEnded != nullptr) callEnded->signal();
 }
 
 void DemuxSession::sendSection(const Bytes& section) {

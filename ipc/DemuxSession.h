@@ -46,13 +46,14 @@ class DemuxSession {
 
  private:
   class Source;
-  class CallScope;
 
   void announce();
   void serve();
   void serveClient();
   void serveRequest(ByteSource& source);
   SectionRequest::Bytes call(const SectionRequest& request);
+  IpcDemuxServerListener* beginCall();
+  void endCall();
   void sendSection(const SectionRequest::Bytes& section);
   void replaceThreadInside(const IpcDemuxServerListener* listener) QUILLWORK_REQUIRES(threads);
   void endThread() QUILLWORK_REQUIRES(threads);
