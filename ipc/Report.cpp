@@ -10,8 +10,10 @@
 
 #include <cerrno>
 #include <climits>
+#include <csignal>
 #include <cstddef>
 #include <cstring>
+#include <ctime>
 
 #include "ipc/Cancellation.h"
 
@@ -64,6 +66,31 @@ void writeAtOnce(int file, mode_t type, std::string_view text) {
   }
 }
 
+/// Holds SIGPIPE off for a scope: a reader that has gone must not end the host.
+class WithoutBrokenPipes {
+ public:
+  WithoutBrokenPipes() {
+    sigemptyset(&signal_);
+    sigaddset(&signal_, SIGPIPE);
+    sigset_t pending;
+    sigpending(&pending);
+    wasPending_ = sigismember(&pending, SIGPIPE) == 1;
+    pthread_sigmask(SIG_BLOCK, &signal_, &before_);
+  }
+  ~WithoutBrokenPipes() {
+    constexpr timespec atOnce{};
+    if (!wasPending_) sigtimedwait(&signal_, nullptr, &atOnce);
+    pthread_sigmask(SIG_SETMASK, &before_, nullptr);
+  }
+  WithoutBrokenPipes(const WithoutBrokenPipes&) = delete;
+  WithoutBrokenPipes& operator=(const WithoutBrokenPipes&) = delete;
+
+ private:
+  sigset_t signal_;
+  sigset_t before_;
+  bool wasPending_;
+};
+
 /// Whether a pipe is empty and large enough.
 bool takesWhole(int pipe, std::size_t size) {
   int held = 0;
@@ -75,8 +102,10 @@ bool takesWhole(int pipe, std::size_t size) {
 /// Writes what the host has printed and its stream still holds, where that does not block.
 void flushPending(std::FILE* stream, mode_t type) {
   const std::size_t pending = __fpending(stream);
-  if (pending == 0) return;
   const int file = fileno(stream);
+  // Nobody can say how much a terminal takes at once. It has at most the beginning of a line to
+  // come.
+  if (pending == 0 || isatty(file) == 1) return;
   if (type == S_IFREG || (pending <= PIPE_BUF ? hasRoom(file) : takesWhole(file, pending))) {
     std::fflush(stream);
   }
@@ -114,6 +143,7 @@ void appendWithoutLineEnds(Text& text, std::string_view part) {
 void print(std::FILE* stream, std::string_view text) {
   const CancellationScope whole(PTHREAD_CANCEL_DISABLE);
   const int before = errno;
+  const WithoutBrokenPipes held;
   // A thread of the host's may hold the stream for as long as nobody reads it: then there is no
   // room either. Held for a moment only, the stream is passed by.
   const bool isHeld = ftrylockfile(stream) == 0;

@@ -2,16 +2,21 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
+#include <stdio_ext.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
+#include <chrono>
+#include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <fstream>
 #include <iterator>
 #include <string>
 #include <vector>
 
 #include "ipc/Report.h"
+#include "support/Watchdog.h"
 
 namespace quillwork {
 namespace {
@@ -81,6 +86,44 @@ TEST(Report, EndsALineThatIsTooLong) {
   const std::string printed = contentOf(path);
   EXPECT_EQ(printed.size(), 4096U);
   EXPECT_TRUE(printed.ends_with("b\n"));
+}
+
+// A terminal that says it has room may have it for a byte.
+TEST(Report, DoesNotWaitForATerminalWithLittleRoom) {
+  const Watchdog watchdog{std::chrono::seconds(60)};
+  const int master = posix_openpt(O_RDWR | O_NOCTTY);
+  ASSERT_EQ(grantpt(master) + unlockpt(master), 0);
+  const int terminal = open(ptsname(master), O_WRONLY | O_NOCTTY | O_NONBLOCK);
+  ASSERT_NE(terminal, -1);
+  while (write(terminal, before.data(), before.size()) > 0 || write(terminal, "b", 1) > 0) {
+  }
+  char bytes[200];
+  EXPECT_GT(read(master, bytes, sizeof bytes), 0);
+  fcntl(terminal, F_SETFL, 0);
+  LargeStream stream(terminal);
+  std::fputs(before.c_str(), *stream);
+  print(*stream, "after\n");
+  __fpurge(*stream);
+  close(master);
+}
+
+TEST(Report, ToAReaderThatHasGoneEndsNobody) {
+  EXPECT_EXIT(
+      {
+        for (const bool isPipe : {true, false}) {
+          int ends[2];
+          if ((isPipe ? pipe(ends) : socketpair(AF_UNIX, SOCK_STREAM, 0, ends)) != 0) _exit(1);
+          close(ends[0]);
+          std::FILE* const stream = fdopen(ends[1], "w");
+          print(stream, "nobody\n");
+          std::fputs("of the host's", stream);
+          print(stream, "nobody\n");
+        }
+        sigset_t pending;
+        sigpending(&pending);
+        _exit(sigismember(&pending, SIGPIPE));
+      },
+      testing::ExitedWithCode(0), "");
 }
 
 TEST(Report, ToAClosedFileIsDropped) {
