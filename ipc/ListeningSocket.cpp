@@ -1,5 +1,6 @@
 #include "ipc/ListeningSocket.h"
 
+#include <fcntl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -10,6 +11,28 @@
 
 namespace quillwork {
 
+namespace {
+
+/// A host that was started without standard streams gives their numbers to the next files it opens.
+/// What is printed must not reach a client.
+Descriptor aboveStandardStreams(Descriptor opened) {
+  if (opened.number() < 0 || opened.number() > STDERR_FILENO) return opened;
+  return Descriptor(fcntl(opened.number(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+}
+
+/// A descriptor that a client sends along with its bytes is closed by the receive that drops it,
+/// and that close can block for as long as the client likes. Linux refuses such descriptors
+/// from 6.16 on.
+void refusePassedDescriptors(int listeningSocket) {
+#ifndef SO_PASSRIGHTS
+  constexpr int SO_PASSRIGHTS = 83;
+#endif
+  const int off = 0;
+  setsockopt(listeningSocket, SOL_SOCKET, SO_PASSRIGHTS, &off, sizeof off);
+}
+
+}  // namespace
+
 sockaddr_un unixAddress(const char* path, std::size_t length) {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
@@ -19,11 +42,12 @@ sockaddr_un unixAddress(const char* path, std::size_t length) {
 
 ListeningSocket openListeningSocket(const char* path, int pathLength) {
   ListeningSocket opened;
-  opened.socket = Descriptor(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  opened.socket = aboveStandardStreams(Descriptor(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)));
   if (opened.socket.number() < 0) {
     reportFailure("Can't create socket");
     return opened;
   }
+  refusePassedDescriptors(opened.socket.number());
   if (path == nullptr) {
     reportFailure("Invalid file name or file name is too big");
     return opened;
@@ -45,7 +69,7 @@ ListeningSocket openListeningSocket(const char* path, int pathLength) {
 }
 
 Descriptor acceptClient(int listeningSocket) {
-  return Descriptor(accept4(listeningSocket, nullptr, nullptr, SOCK_CLOEXEC));
+  return aboveStandardStreams(Descriptor(accept4(listeningSocket, nullptr, nullptr, SOCK_CLOEXEC)));
 }
 
 }  // namespace quillwork

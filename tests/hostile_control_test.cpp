@@ -1,12 +1,15 @@
 // What a client can do to the control channel that no client should.
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
 #include <csignal>
+#include <cstring>
 #include <fstream>
 #include <random>
 #include <stdexcept>
@@ -15,6 +18,7 @@
 #include "ipc/IpcServer.h"
 #include "protocol/IpcServerManager.h"
 #include "protocol/message.h"
+#include "support/DemuxRecorder.h"
 #include "support/Golden.h"
 #include "support/GoldenListener.h"
 #include "support/Manager.h"
@@ -22,6 +26,7 @@
 #include "support/Sockets.h"
 #include "support/StandardStreams.h"
 #include "support/Threads.h"
+#include "support/UnixSocket.h"
 #include "support/Watchdog.h"
 
 namespace quillwork {
@@ -376,6 +381,69 @@ TEST_F(SilentReader, DoesNotMakeTheManagersEndUnwindAListenerThatNotifies) {
   IpcServerManager::destroy();
   EXPECT_TRUE(hasFinished);
   notifier.join();
+}
+
+TEST_F(HostileControl, DescriptorsThatAClientSendsAlongAreRefused) {
+#ifndef SO_PASSRIGHTS
+  constexpr int SO_PASSRIGHTS = 83;
+#endif
+  for (const char* const path : {RawClient::control, RawClient::sectionFilter}) {
+    const RawClient client(path);
+    int value = 0;
+    socklen_t size = sizeof value;
+    if (getsockopt(client.descriptor(), SOL_SOCKET, SO_PASSRIGHTS, &value, &size) != 0) {
+      GTEST_SKIP() << "this kernel lets nobody refuse descriptors";
+    }
+    char byte = 0;
+    iovec bytes{&byte, 1};
+    alignas(cmsghdr) char control[CMSG_SPACE(sizeof(int))] = {};
+    msghdr message{};
+    message.msg_iov = &bytes;
+    message.msg_iovlen = 1;
+    message.msg_control = control;
+    message.msg_controllen = sizeof control;
+    cmsghdr* const header = CMSG_FIRSTHDR(&message);
+    header->cmsg_level = SOL_SOCKET;
+    header->cmsg_type = SCM_RIGHTS;
+    header->cmsg_len = CMSG_LEN(sizeof(int));
+    const int passed = client.descriptor();
+    std::memcpy(CMSG_DATA(header), &passed, sizeof passed);
+    EXPECT_EQ(sendmsg(client.descriptor(), &message, MSG_NOSIGNAL), -1) << path;
+    EXPECT_EQ(errno, EPERM) << path;
+  }
+}
+
+/// A socket that connects to the path, with a number far above the standard streams'.
+int connectedFarAbove(const char* path) {
+  const int low = socket(AF_UNIX, SOCK_STREAM, 0);
+  const int high = fcntl(low, F_DUPFD, 100);
+  close(low);
+  return connectTo(high, path) == 0 ? high : -1;
+}
+
+/// Whether both channels of a host without standard streams keep out of their places.
+bool keepsOutOfTheStreamsPlaces() {
+  for (int number = 0; number <= 2; ++number) close(number);
+  DemuxRecorder recorder;
+  IpcServerManager::getInstance()->addIpcDemuxServerListener(&recorder);
+  const int control = connectedFarAbove(RawClient::control);
+  const int sections = connectedFarAbove(RawClient::sectionFilter);
+  // The answers tell that both connections have been accepted.
+  const std::string asked = bytesOf(request(VERSION, 1));
+  send(control, asked.data(), asked.size(), MSG_NOSIGNAL);
+  send(sections, word(13).data(), 4, MSG_NOSIGNAL);
+  char bytes[sizeof(message)];
+  if (recv(control, bytes, sizeof bytes, MSG_WAITALL) != sizeof bytes) return false;
+  if (recv(sections, bytes, 4, MSG_WAITALL) != 4) return false;
+  bool keepsOut = true;
+  forEachSocket([&](int number) { keepsOut = keepsOut && number > 2; });
+  return keepsOut;
+}
+
+// What is printed must not reach a client.
+TEST(HostWithoutStandardStreams, HasNoSocketOfTheLibraryInTheirPlaces) {
+  testing::GTEST_FLAG(death_test_style) = "threadsafe";
+  EXPECT_EXIT(_exit(keepsOutOfTheStreamsPlaces() ? 0 : 1), testing::ExitedWithCode(0), "");
 }
 
 TEST_F(HostileControl, TheAcceptThreadsCarryNames) {
