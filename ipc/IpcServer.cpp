@@ -36,6 +36,7 @@ struct IpcServer::Endpoint {
   /// Everybody who sends is inside; closed while the server is not running. The accept thread takes
   /// a closed gate for the order to end.
   Gate senders;
+  std::atomic<bool> clientHasGone{false};
 
   static PerServer<Endpoint> all;
 };
@@ -95,6 +96,11 @@ void IpcServer::breakOffSends() {
   }
 }
 
+bool IpcServer::hasLostItsClient() const {
+  const Endpoint* const endpoint = Endpoint::all.find(this);
+  return endpoint != nullptr && endpoint->clientHasGone;
+}
+
 void IpcServer::cutConnection() {
   if (Endpoint* const endpoint = Endpoint::all.find(this)) endpoint->connection.shutDown();
 }
@@ -134,6 +140,7 @@ void IpcServer::serve(Endpoint& endpoint) {
       if (!endpoint.senders.isClosed()) reportFailure("Can't accept new connections");
       return;
     }
+    endpoint.clientHasGone = false;
     endpoint.connection.own(std::move(accepted));
     // Nobody would break off a send to one that comes now.
     if (endpoint.senders.isClosed()) return endpoint.connection.close();
@@ -147,6 +154,7 @@ bool IpcServer::serveClient(Endpoint& endpoint, message& record) {
     receiveRecords(endpoint, record);
   }
   if (endpoint.senders.isClosed()) return false;
+  endpoint.clientHasGone = true;
   if (listener != nullptr) {
     record.group = VIDEO;
     record.type = 2;

@@ -39,6 +39,10 @@ class IpcServer {
   /// further request is heard. Nothing but a stop may follow. Any thread; does not block.
   void breakOffSends();
 
+  /// Whether the client has gone and no other one has come: the listener may be told of it at this
+  /// moment. Any thread; does not block.
+  [[nodiscard]] bool hasLostItsClient() const;
+
   /// Ends the client's connection, because what was sent last is not whole. Any thread; does not
   /// block.
   void cutConnection();

@@ -128,8 +128,7 @@ void IpcServerManager::clientConnected() {
 }
 
 void IpcServerManager::clientDisconnected() {
-  // Before the mutex, which a query of the host's may hold: its listener may wait for a thread that
-  // waits for the client that has gone.
+  // Once more, for a call that began since. Before the mutex, which a query of the host's may hold.
   application_state::endConnection();
   const Lock lock(managerMutex);
   for (ConnectionListener* const listener : connectionListeners) {

@@ -408,6 +408,9 @@ IpcServerManager::Requests::Handler IpcServerManager::Requests::find(std::uint32
 }
 
 void IpcServerManager::update(message& record) {
+  // Before any listener is called: it may wait for a thread that waits for the client that has
+  // gone.
+  if (server->hasLostItsClient()) application_state::endConnection();
   const auto group = static_cast<std::uint32_t>(record.group);
   if (group >= Requests::groups || group == LIST_HEADER || group == DSMCC_COMMAND) {
     reportUnknown("Unknown message: ", record.group);

@@ -247,6 +247,32 @@ TEST_F(LockOfTheHosts, ThatAListenerWaitsForAtTheConnectionsEndDoesNotHoldUpTheM
   EXPECT_TRUE(holder->result());
 }
 
+TEST_F(LockOfTheHosts, ThatAListenerWaitsForAtTheConnectionsEndHangsNoCallForAClientThatHasGone) {
+  IpcServerManager* const manager = managerWithListenerThatLocksIn("setVideoProperty");
+  hold(manager);
+  client->close();
+  EXPECT_TRUE(holder->result());
+  const auto next = acceptedClient();
+  EXPECT_EQ(next->ask(request(VERSION, 1)).group, VERSION);
+  IpcServerManager::destroy();
+}
+
+TEST_F(LockOfTheHosts, ThatTheDemultiplexerWaitsForDoesNotHoldUpTheAdaptersDeletion) {
+  FakeHost host;
+  std::atomic<bool> isReading{false};
+  host.onReadSection = [&] {
+    isReading = true;
+    const std::lock_guard wanted(lock);
+  };
+  MiddlewareIpc* const adapter = MiddlewareIpc::getInstance();
+  hold(IpcServerManager::getInstance());
+  const RawClient sections(RawClient::sectionFilter);
+  sections.send(word(13));
+  while (!isReading) std::this_thread::yield();
+  deleteAdapter(adapter);
+  EXPECT_TRUE(holder->result());
+}
+
 TEST_F(LockOfTheHosts, ThatAConnectionListenerWaitsForDoesNotHoldUpTheManagersEnd) {
   // It is told of a client that other threads can already send to.
   class Waiting : public ConnectionListener {
