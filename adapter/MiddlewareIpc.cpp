@@ -87,6 +87,7 @@ MiddlewareIpc::MiddlewareIpc(int width, int height)
   struct Rollback {
     explicit Rollback(MiddlewareIpc& owner) : adapter(&owner) {}
     ~Rollback() {
+      const quillwork::CancellationScope whole(PTHREAD_CANCEL_DISABLE);
       if (adapter != nullptr) adapter->unregister();
     }
     MiddlewareIpc* adapter;
