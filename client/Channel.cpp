@@ -4,13 +4,14 @@
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/time.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstring>
+
+#include "ipc/UnixAddress.h"
 
 namespace quillwork::client {
 namespace {
@@ -35,9 +36,7 @@ Channel::Channel(std::string path, std::chrono::milliseconds timeLimit)
     : path_(std::move(path)),
       timeLimit_(timeLimit),
       socket_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)) {
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  path_.copy(address.sun_path, sizeof address.sun_path - 1);
+  const sockaddr_un address = unixAddress(path_);
   if (socket_ != -1 &&
       connect(socket_, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) {
     limitReceives();

@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 #include <pthread.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <array>
@@ -20,6 +19,7 @@
 #include "client/ControlChannel.h"
 #include "client/Output.h"
 #include "client/Table.h"
+#include "ipc/UnixAddress.h"
 
 namespace quillwork::client {
 namespace {
@@ -38,16 +38,9 @@ std::int64_t now() {
   throw Refusal(path + ": " + std::strerror(errno));
 }
 
-sockaddr_un addressOf(const std::string& path) {
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  path.copy(address.sun_path, sizeof address.sun_path - 1);
-  return address;
-}
-
 int connectTo(const std::string& path) {
   const int connection = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  const sockaddr_un address = addressOf(path);
+  const sockaddr_un address = unixAddress(path);
   if (connect(connection, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) {
     return connection;
   }
@@ -63,7 +56,7 @@ class TakenPath {
   explicit TakenPath(std::string path) : path_(std::move(path)), moved_(path_ + ".traced") {
     take();
     listening_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    const sockaddr_un address = addressOf(path_);
+    const sockaddr_un address = unixAddress(path_);
     if (bind(listening_, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
         listen(listening_, 1) != 0) {
       const int error = errno;

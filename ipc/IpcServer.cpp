@@ -1,6 +1,7 @@
 #include "ipc/IpcServer.h"
 
 #include <sys/socket.h>
+#include <sys/un.h>
 
 #include <atomic>
 #include <cerrno>

@@ -4,10 +4,10 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cstring>
 
 #include "ipc/Report.h"
+#include "ipc/UnixAddress.h"
 
 namespace quillwork {
 
@@ -33,13 +33,6 @@ void refusePassedDescriptors(int listeningSocket) {
 
 }  // namespace
 
-sockaddr_un unixAddress(const char* path, std::size_t length) {
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  std::strncpy(address.sun_path, path, std::min(length, sizeof address.sun_path - 1));
-  return address;
-}
-
 ListeningSocket openListeningSocket(const char* path, int pathLength) {
   ListeningSocket opened;
   opened.socket = aboveStandardStreams(Descriptor(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)));
@@ -53,7 +46,8 @@ ListeningSocket openListeningSocket(const char* path, int pathLength) {
     return opened;
   }
   unlink(path);
-  const sockaddr_un address = unixAddress(path, static_cast<std::size_t>(pathLength));
+  const sockaddr_un address =
+      unixAddress({path, strnlen(path, static_cast<std::size_t>(pathLength))});
   const std::size_t size = std::strlen(address.sun_path) + sizeof address.sun_family;
   if (bind(opened.socket.number(), reinterpret_cast<const sockaddr*>(&address),
            static_cast<socklen_t>(size)) == -1) {

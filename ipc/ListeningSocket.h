@@ -1,15 +1,8 @@
 #pragma once
 
-#include <sys/un.h>
-
-#include <cstddef>
-
 #include "ipc/Descriptor.h"
 
 namespace quillwork {
-
-/// The address of a Unix-domain socket. `path` has `length` bytes, of which as many count as fit.
-sockaddr_un unixAddress(const char* path, std::size_t length);
 
 /// A new Unix-domain stream socket that is bound and listens with a backlog of one client.
 struct ListeningSocket {
