@@ -243,7 +243,7 @@ void DemuxSession::serveRequest(ByteSource& source) {
   if (code_ == SectionRequest::readSection && !mustLeave()) sendSection(section);
 }
 
-Bytes DemuxSession::call(const SectionRequest& request) {
+QUILLWORK_CATCHES_UNWINDING Bytes DemuxSession::call(const SectionRequest& request) {
   IpcDemuxServerListener* const target = beginCall();
   if (target == nullptr) return {};
   Bytes section;
