@@ -55,6 +55,8 @@ void IpcDemuxServer::stop() {
   inService.store(false);
 }
 
+bool IpcDemuxServer::hasThread() const { return DemuxSession::of(*this) != nullptr; }
+
 void* IpcDemuxServer::run(void* argument) {
   if (argument == nullptr) return nullptr;
   DemuxSession* const session = DemuxSession::of(*static_cast<IpcDemuxServer*>(argument));

@@ -41,6 +41,9 @@ class IpcDemuxServer {
   /// Not to be called from a listener.
   void stop();
 
+  /// Whether it has a thread, which may outlive the server; a failed start leaves none.
+  [[nodiscard]] bool hasThread() const;
+
   /// The accept thread: serves one client after another. `server` is an IpcDemuxServer.
   static void* run(void* server);
 

@@ -67,12 +67,14 @@ IpcServerManager::IpcServerManager() : server(nullptr), demuxServer(nullptr) {
   demuxServer->start();
 }
 
-// The section-filter server is left alone: its thread and socket outlive the manager.
+// The section-filter server is left alone: its thread and socket outlive the manager. One whose
+// start has failed has neither.
 IpcServerManager::~IpcServerManager() {
   const CancellationScope whole(PTHREAD_CANCEL_DISABLE);
   shutDown();
   delete server;
   server = nullptr;
+  if (!demuxServer->hasThread()) delete demuxServer;
   serverListeners.clear();
   connectionListeners.clear();
   IpcServerManager* self = this;
