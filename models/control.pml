@@ -269,9 +269,10 @@ proctype acceptThread() {
         fi
      od;
      atomic {
-       inHand[connection]--; if :: senders.shut -> break :: else fi;
-       callListeners()  /* the record that tells of the connection's end */
+       inHand[connection]--; if :: senders.shut -> break :: else fi
      };
+     endConnection();  /* before any listener is called */
+     callListeners();  /* the record that tells of the connection's end */
      shutDownConnection(); enter(senders, passes);
      atomic {
        if
