@@ -237,16 +237,6 @@ TEST_F(LockOfTheHosts, ThatAListenerWaitsForDoesNotHoldUpTheManagersEnd) {
   EXPECT_TRUE(holder->result());
 }
 
-TEST_F(LockOfTheHosts, ThatAListenerWaitsForAtTheConnectionsEndDoesNotHoldUpTheManagersEnd) {
-  IpcServerManager* const manager = managerWithListenerThatLocksIn("setVideoProperty");
-  hold(manager);
-  log.take();
-  client->close();
-  ASSERT_TRUE(log.awaitCount(1));
-  IpcServerManager::destroy();
-  EXPECT_TRUE(holder->result());
-}
-
 TEST_F(LockOfTheHosts, ThatAListenerWaitsForAtTheConnectionsEndHangsNoCallForAClientThatHasGone) {
   IpcServerManager* const manager = managerWithListenerThatLocksIn("setVideoProperty");
   hold(manager);
