@@ -12,9 +12,10 @@ namespace quillwork {
 /// The control channel: a Unix-domain stream socket on which one client at a time exchanges
 /// `message` records with the listener.
 ///
-/// The descriptors of the listening socket and of the client are shared by all objects of the
-/// class; exactly one object exists. Failures are printed on the standard error stream, as perror()
-/// prints them, and are not returned. What the stream does not take at once is dropped.
+/// The numbers of the listening socket and of the client stand in variables that all objects of the
+/// class share, and every object sends to the client that came last: a process has one object.
+/// Failures are printed on the standard error stream, as perror() prints them, and are not
+/// returned. What the stream does not take at once is dropped.
 class IpcServer {
  public:
   /// Borrows the listener, which may be null, and copies the path; `length` is the path's length in
@@ -39,8 +40,8 @@ class IpcServer {
   /// further request is heard. Nothing but a stop may follow. Any thread; does not block.
   void breakOffSends();
 
-  /// Whether the client has gone and no other one has come: the listener may be told of it at this
-  /// moment. Any thread; does not block.
+  /// True from the moment at which the client is found gone, before the listener is told, until the
+  /// next client is accepted. Any thread; does not block.
   [[nodiscard]] bool hasLostItsClient() const;
 
   /// Ends the client's connection, because what was sent last is not whole. Any thread; does not

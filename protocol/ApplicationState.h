@@ -12,15 +12,15 @@ namespace quillwork::application_state {
 /// What the calls that wait are waiting on.
 extern pthread_cond_t applicationStateCondition;
 
-/// How many connections have ended, a manager's end included. A call whose number is another one
-/// when it begins to wait has missed the end of the client that it asked.
+/// Grows at each end of a connection or of a manager, perhaps more than once. A call that finds
+/// another number when it begins to wait has missed the end of the client that it asked.
 std::uint32_t endedConnections();
 
-/// Waits for the answer of the client that was asked when `ended` connections had ended, without a
-/// time limit. True when that client goes, or the manager ends, before it answers. An answer that
-/// came before the wait is lost. Any number of threads may wait; one answer releases one of them,
-/// in the order of their coming.
-bool await(std::uint32_t ended);
+/// Waits for the answer of the client that was asked when endedConnections() was `endedBefore`,
+/// without a time limit. True when that client goes, or the manager ends, before it answers. An
+/// answer that came before the wait is lost. Any number of threads may wait; one answer releases
+/// one of them, in the order of their coming.
+bool await(std::uint32_t endedBefore);
 
 /// The client has answered.
 void answer(bool result);

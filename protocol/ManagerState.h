@@ -7,7 +7,8 @@
 /// any code runs.
 namespace quillwork::manager_state {
 
-/// Guards the instance pointer, both registries and every query, listener calls included.
+/// Guards both registries and every query, listener calls included; held while the instance is made
+/// and deleted.
 extern FairMutex managerMutex;
 
 /// Whoever sends a notification, or waits for an application-state call's answer, is inside: the

@@ -118,8 +118,8 @@ bool IpcServerManager::setApplicationState(state newState) {
     message record = blankRecord(APPLICATION_STATE, static_cast<std::int32_t>(newState));
     std::uint32_t ended = 0;
     {
-      // A connection's end is counted after its descriptor was closed, which takes the sending
-      // side: the number read here is the one that goes with the client that gets the record.
+      // A connection's end is counted once more after its descriptor was closed, which takes the
+      // sending side: if the client that gets the record goes, the number will be another one.
       IpcServer::SendGuard guard(*server);
       ended = application_state::endedConnections();
       if (!guard.sendMessage(record)) return false;
