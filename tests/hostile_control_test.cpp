@@ -424,7 +424,8 @@ int connectedFarAbove(const char* path) {
 /// Whether both channels of a host without standard streams keep out of their places.
 bool keepsOutOfTheStreamsPlaces() {
   for (int number = 0; number <= 2; ++number) close(number);
-  DemuxRecorder recorder;
+  // The channel outlives the function.
+  static DemuxRecorder recorder;
   IpcServerManager::getInstance()->addIpcDemuxServerListener(&recorder);
   const int control = connectedFarAbove(RawClient::control);
   const int sections = connectedFarAbove(RawClient::sectionFilter);
