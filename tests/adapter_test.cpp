@@ -18,6 +18,7 @@
 #include "protocol/message.h"
 #include "support/Adapter.h"
 #include "support/FakeHost.h"
+#include "support/OwnProcess.h"
 #include "support/RawClient.h"
 #include "support/StandardStreams.h"
 #include "support/Watchdog.h"
@@ -161,14 +162,14 @@ TEST_F(Adapter, ANewAdapterAfterATeardownServesBothChannels) {
 }
 
 TEST_F(Adapter, TheVersionFacadeIsRequired) {
-  testing::GTEST_FLAG(death_test_style) = "threadsafe";
+  startDeathTestAnew();
   host.missing = {"Version"};
   EXPECT_DEATH(static_cast<void>(MiddlewareIpc::getInstance()), "");
 }
 
 TEST_F(Adapter, AFailedConstructionLeavesNoRegistrationBehind) {
   // After it the process can have no adapter any more, so that it is made in one of its own.
-  testing::GTEST_FLAG(death_test_style) = "threadsafe";
+  startDeathTestAnew();
   EXPECT_EXIT(
       {
         failToConstruct();

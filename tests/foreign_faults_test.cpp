@@ -27,6 +27,7 @@
 #include "support/DemuxRecorder.h"
 #include "support/FakeHost.h"
 #include "support/Manager.h"
+#include "support/OwnProcess.h"
 #include "support/RawClient.h"
 #include "support/RecordingListener.h"
 #include "support/StandardStreams.h"
@@ -503,7 +504,7 @@ TEST_P(FaultyFacades, DoNotKeepTheDeletionFromItsEnd) {
 
 TEST_P(FaultyFacades, DoNotKeepAFailedConstructionFromItsEnd) {
   // After it the process can have no adapter any more, so that it is made in one of its own.
-  testing::GTEST_FLAG(death_test_style) = "threadsafe";
+  startDeathTestAnew();
   EXPECT_EXIT(
       {
         failToConstruct();
