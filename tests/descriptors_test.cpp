@@ -589,7 +589,8 @@ TEST(FailedStarts, OfAHundredAdaptersSectionFiltersLeaveNoDescriptorBehind) {
   const auto threads = runningThreads();
   lifetimes(100);
   EXPECT_EQ(openDescriptors(), descriptors);
-  EXPECT_EQ(runningThreads(), threads);
+  // The kernel lists a thread for a moment after it was joined.
+  EXPECT_TRUE(becomes(runningThreads, threads));
 }
 
 TEST(FailedStarts, OfAHundredSectionFiltersLeaveNoDescriptorBehind) {
