@@ -143,8 +143,8 @@ void IpcServer::serve(Endpoint& endpoint) {
     }
     endpoint.clientHasGone = false;
     endpoint.connection.own(std::move(accepted));
-    // Nobody would break off a send to one that comes now. A send may already use the number: stop()
-    // closes it.
+    // Nobody would break off a send to one that comes now. A send may already use the number:
+    // stop() closes it.
     if (endpoint.senders.isClosed()) return endpoint.connection.shutDown();
   } while (serveClient(endpoint, record));
 }
