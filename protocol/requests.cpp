@@ -1,7 +1,12 @@
-// The client's requests: one row for each group and type, as docs/protocol.md lists them.
+// The client's requests: what each row of operations.h asks of the manager and its listeners.
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
+#include <functional>
+#include <string_view>
+#include <type_traits>
+#include <utility>
 
 #include "ipc/HostCall.h"
 #include "ipc/IpcServer.h"
@@ -12,6 +17,7 @@
 #include "protocol/ManagerState.h"
 #include "protocol/ReplyLists.h"
 #include "protocol/message.h"
+#include "protocol/operations.h"
 
 namespace quillwork {
 
@@ -21,9 +27,10 @@ namespace {
 
 using Manager = IpcServerManager;
 using Listener = IpcServerListener;
-
-/// An element record that keeps the type of the record before it: the count in the list's header.
-constexpr std::int32_t keepType = -1;
+using operations::Content;
+using operations::Field;
+using operations::Kind;
+using operations::Reply;
 
 /// The word that tells the client whether a list follows. In a 32-bit process the record is copied
 /// whole, pointers included; a wider pointer does not fit.
@@ -36,40 +43,56 @@ std::int32_t referenceWord(const void* list) {
   }
 }
 
-// Where the element of a list goes in its record.
-
-void writeElement(message& record, std::int32_t identifier) { record[3] = identifier; }
-void writeElement(message& record, const std::string& text) {
-  putShortString(record, firstText, text);
-}
-void writeElement(message& record, const service& element) { put(record, firstWord, element); }
-void writeElement(message& record, const service_component& element) {
-  put(record, firstWord, element);
-}
-void writeElement(message& record, const pmt& element) { put(record, firstWord, element); }
-void writeElement(message& record, const system_property& element) {
-  put(record, typeWord, element);
-}
-
-void writeElement(message& record, const descriptor& element) {
-  put(record, firstWord, element.tag);
-  record[4] = element.length;
-  record[5] = referenceWord(element.data);
-}
-
-void writeElement(message& record, const program_event& event) {
-  putBytes(record, firstWord, &event, programEventReferences);
-  std::size_t position = firstWord + programEventReferences;
-  forEachList(event, [&](const auto* list) {
-    put(record, position, referenceWord(list));
-    position += sizeof(std::int32_t);
-  });
+std::int32_t& wordAt(message& record, std::size_t position) {
+  return record[position / sizeof(std::int32_t)];
 }
 
 void reportUnknown(const char* text, std::int32_t number) {
   char digits[16];
   std::snprintf(digits, sizeof digits, "%d", number);
   printLine(stderr, {text, digits});
+}
+
+/// Where a row's answer, or the element of its list, goes in the record: a domain record as a
+/// whole, a single value into the last field.
+constexpr Field placeOf(const Content& answer) {
+  if (answer.recordSize > 0) return {answer.record, Kind::integer, answer.recordPosition};
+  return answer.fields[answer.fields.size() - 1];
+}
+
+template <std::size_t place>
+void write(message& record, std::int32_t number) {
+  wordAt(record, place) = number;
+}
+
+template <std::size_t place>
+void write(message& record, const std::string& text) {
+  putShortString(record, place, text);
+}
+
+template <std::size_t place, class Record>
+requires isPlainRecord<Record>
+void write(message& record, const Record& answer) { put(record, place, answer); }
+
+template <std::size_t place>
+void write(message& record, const descriptor& element) {
+  constexpr Content content(operations::descriptorLayout, place);
+  constexpr std::size_t tag = operations::field(content, "tag").position;
+  constexpr std::size_t length = operations::field(content, "length").position;
+  constexpr std::size_t presence = content.trailing[0].presence;
+  put(record, tag, element.tag);
+  wordAt(record, length) = element.length;
+  wordAt(record, presence) = referenceWord(element.data);
+}
+
+template <std::size_t place>
+void write(message& record, const program_event& event) {
+  putBytes(record, place, &event, programEventReferences);
+  std::size_t position = place + programEventReferences;
+  forEachList(event, [&](const auto* list) {
+    wordAt(record, position) = referenceWord(list);
+    position += sizeof(std::int32_t);
+  });
 }
 
 // What follows a record outside of any record.
@@ -93,30 +116,117 @@ void sendTrailing(IpcServer::SendGuard& guard, program_event& event) {
   freeLists(event);
 }
 
+void sendTrailing(IpcServer::SendGuard& guard, descriptor& element) {
+  if (element.data != nullptr) sendTrailing(guard, *element.data);
+  freeLists(element);
+}
+
 void sendHeader(IpcServer::SendGuard& guard, message& record, std::size_t count) {
   record.group = LIST_HEADER;
   record.type = static_cast<std::int32_t>(count);
   guard.sendMessage(record);
 }
 
+/// Sends a list: a header with the count, then a record for each element. The lists behind a
+/// descriptor come with it, those of events behind the last one.
+template <std::size_t place, class Element>
+void sendList(IpcServer& server, message& record, std::list<Element>&& list, message_group group,
+              std::int32_t type) {
+  OwnedRecords<Element> elements(std::move(list));
+  IpcServer::SendGuard guard(server);
+  sendHeader(guard, record, elements->size());
+  for (Element& element : *elements) {
+    record.group = group;
+    if (type >= 0) record.type = type;
+    write<place>(record, element);
+    guard.sendMessage(record);
+    if constexpr (std::is_same_v<Element, descriptor>) sendTrailing(guard, element);
+  }
+  if constexpr (std::is_same_v<Element, program_event>) {
+    for (program_event& event : *elements) sendTrailing(guard, event);
+  }
+}
+
 }  // namespace
 
-/// The handlers of the rows. A query's handler writes the answer into the request's own record and
-/// sends it back; a broadcast's handler calls every listener and sends nothing.
+/// Binds the rows of operations.h to what they ask of the manager and its listeners.
 struct IpcServerManager::Requests {
   using Handler = void (*)(Manager& manager, message& record);
 
-  struct Row {
-    message_group group;
-    std::int32_t type;
-    Handler handler;
-  };
+  // The request's fields are the operation's arguments, in their order.
 
-  // Building blocks: the numbers are words of the record, the positions bytes.
+  /// One argument. A reference is the record's own word, into which the listener answers.
+  template <class Parameter, std::size_t position>
+  static decltype(auto) argument(message& record) {
+    using Plain = std::remove_cvref_t<Parameter>;
+    if constexpr (std::is_same_v<Parameter, int&>) {
+      return wordAt(record, position);
+    } else if constexpr (std::is_same_v<Plain, bool>) {
+      return getBoolean(record, position);
+    } else if constexpr (std::is_same_v<Plain, std::string>) {
+      return getString(record, position);
+    } else {
+      return get<Plain>(record, position);
+    }
+  }
 
-  // One listener's exception keeps no other one from being told.
+  template <std::size_t row>
+  static constexpr const Content& requestOf = operations::requests[row].request;
+
+  template <std::size_t row, class Answer, class... Parameters>
+  static Answer ask(Manager& manager, message& record, Answer (Manager::*query)(Parameters...)) {
+    return [&]<std::size_t... index>(std::index_sequence<index...>) {
+      return std::invoke(query, manager,
+                         argument<Parameters, requestOf<row>.fields[index].position>(record)...);
+    }
+    (std::index_sequence_for<Parameters...>());
+  }
+
+  template <std::size_t row, class Answer>
+  static Answer ask(Manager& manager, message& record, Answer (*query)(Manager&, message&)) {
+    return query(manager, record);
+  }
+
+  /// Asks, and answers in the row's form.
+  template <std::size_t row, auto query>
+  static void perform(Manager& manager, message& record) {
+    constexpr const operations::Request& request = operations::requests[row];
+    using Answer = decltype(ask<row>(manager, record, query));
+    if constexpr (std::is_void_v<Answer>) {
+      ask<row>(manager, record, query);
+      if constexpr (request.reply == Reply::record) manager.server->sendMessage(record);
+    } else {
+      constexpr Field place = placeOf(request.answer);
+      if constexpr (request.reply != Reply::record) {
+        sendList<place.position>(*manager.server, record, ask<row>(manager, record, query),
+                                 request.group, request.elementType);
+      } else if constexpr (place.kind == Kind::boolean) {
+        putBoolean(record, place.position, ask<row>(manager, record, query) != 0);
+        manager.server->sendMessage(record);
+      } else {
+        answer<place.position>(manager, record, ask<row>(manager, record, query));
+      }
+    }
+  }
+
+  template <std::size_t place, class Answer>
+  static void answer(Manager& manager, message& record, const Answer& answer) {
+    write<place>(record, answer);
+    manager.server->sendMessage(record);
+  }
+
+  template <std::size_t place>
+  static void answer(Manager& manager, message& record, const program_event& answer) {
+    OwnedRecord<program_event> event(answer);
+    write<place>(record, *event);
+    IpcServer::SendGuard guard(*manager.server);
+    guard.sendMessage(record);
+    sendTrailing(guard, *event);
+  }
+
+  /// Calls every listener: one listener's exception keeps no other one from being told.
   template <class Operation, class... Arguments>
-  static void broadcast(Manager& manager, Operation operation, Arguments&... arguments) {
+  static void callAll(Manager& manager, Operation operation, Arguments&&... arguments) {
     bool succeeded = true;
     {
       const Lock lock(managerMutex);
@@ -127,297 +237,186 @@ struct IpcServerManager::Requests {
     if (!succeeded) throw ReportedException();
   }
 
-  template <auto query, std::size_t... words>
-  static void perform(Manager& manager, message& record) {
-    (manager.*query)(record[words]...);
+  template <void (Listener::*operation)()>
+  static void broadcast(Manager& manager, message&) {
+    callAll(manager, operation);
+  }
+  template <auto operation, class Parameter, std::size_t position>
+  static void broadcast(Manager& manager, message& record) {
+    callAll(manager, operation, argument<Parameter, position>(record));
   }
 
-  template <std::size_t answer, auto query, std::size_t... words>
-  static void integer(Manager& manager, message& record) {
-    record[answer] = (manager.*query)(record[words]...);
-    manager.server->sendMessage(record);
+  // Rows whose fields are not their operation's arguments.
+
+  static int open(Manager& manager, message& record) {
+    constexpr const operations::Request& row = operations::requests[operations::request("open")];
+    constexpr std::size_t locator = operations::field(row.request, "locator").position;
+    constexpr std::size_t player = operations::field(row.answer, "player").position;
+    return manager.open(getString(record, locator), wordAt(record, player));
   }
 
-  template <std::size_t position, auto query, std::size_t... words>
-  static void boolean(Manager& manager, message& record) {
-    putBoolean(record, position, (manager.*query)(record[words]...) != 0);
-    manager.server->sendMessage(record);
-  }
-
-  template <auto query>
-  static void text(Manager& manager, message& record) {
-    putShortString(record, firstText, (manager.*query)());
-    manager.server->sendMessage(record);
-  }
-
-  template <auto query>
-  static void textForText(Manager& manager, message& record) {
-    putShortString(record, secondText, (manager.*query)(getString(record, firstText)));
-    manager.server->sendMessage(record);
-  }
-
-  template <auto query>
-  static void record(Manager& manager, message& record) {
-    put(record, firstWord, (manager.*query)());
-    manager.server->sendMessage(record);
-  }
-
-  template <auto query>
-  static void withLevel(Manager& manager, message& record) {
-    (manager.*query)(record[3], get<double>(record, secondWord));
-  }
-
-  template <auto query>
-  static void withBoolean(Manager& manager, message& record) {
-    (manager.*query)(record[3], getBoolean(record, secondWord));
-  }
-
-  /// Sends a list: a header with the count, then a record for each element.
-  template <class Element>
-  static void sendList(Manager& manager, message& record, const std::list<Element>& elements,
-                       message_group group, std::int32_t type) {
-    IpcServer::SendGuard guard(*manager.server);
-    sendHeader(guard, record, elements.size());
-    for (const Element& element : elements) {
-      record.group = group;
-      if (type != keepType) record.type = type;
-      writeElement(record, element);
-      guard.sendMessage(record);
-    }
-  }
-
-  template <auto query, message_group group, std::int32_t type, std::size_t... words>
-  static void list(Manager& manager, message& record) {
-    sendList(manager, record, (manager.*query)(record[words]...), group, type);
-  }
-
-  template <auto query, std::int32_t type, std::size_t... words>
-  static void descriptors(Manager& manager, message& record) {
-    OwnedRecords<descriptor> elements((manager.*query)(record[words]...));
-    IpcServer::SendGuard guard(*manager.server);
-    sendHeader(guard, record, elements->size());
-    for (descriptor& element : *elements) {
-      record.group = SI;
-      record.type = type;
-      writeElement(record, element);
-      guard.sendMessage(record);
-      if (element.data != nullptr) sendTrailing(guard, *element.data);
-      freeLists(element);
-    }
-  }
-
-  // Rows that fit no block.
-
-  static void setVideoProperty(Manager& manager, message& record) {
-    auto data = get<video_data>(record, typeWord);
-    broadcast(manager, &Listener::setVideoProperty, data);
-  }
-
-  static void getMainVideoBounds(Manager& manager, message& record) {
-    manager.getMainVideoBounds(record[3], record[4], record[5], record[6]);
-    manager.server->sendMessage(record);
-  }
-
-  static void getVideoLanguage(Manager& manager, message& record) {
-    putShortString(record, firstText, manager.getVideoLanguage(command{record.type}));
-    manager.server->sendMessage(record);
-  }
-
-  static void getVideoRate(Manager& manager, message& record) {
-    record[3] = manager.getVideoRate(command{record.type});
-    manager.server->sendMessage(record);
-  }
-
-  static void updateGraphicsRegion(Manager& manager, message& record) {
-    auto region = get<video_region>(record, firstWord);
-    broadcast(manager, &Listener::updateGraphicsRegion, region);
+  static std::list<int> getAllIDs(Manager& manager, message& record) {
+    auto request = get<tuner_data>(record, operations::requestRecordPosition<tuner_data>);
+    return manager.getAllIDs(request);
   }
 
   static void answerApplicationState(Manager&, message& record) {
-    application_state::answer(getBoolean(record, firstWord));
+    constexpr std::size_t row = operations::request("answerApplicationState");
+    application_state::answer(getBoolean(record, requestOf<row>.fields[0].position));
   }
 
-  static void setSystemProperty(Manager& manager, message& record) {
-    auto property = get<system_property>(record, typeWord);
-    broadcast(manager, &Listener::setSystemProperty, property);
-  }
+  // The operation of a row: a query of the manager's, a function above, or an operation of the
+  // listeners, all of which are called.
 
-  static void removeSystemProperty(Manager& manager, message& record) {
-    const std::string name = getString(record, firstText);
-    broadcast(manager, &Listener::removeSystemProperty, name);
+  template <std::size_t row, auto query, class Query>
+  static constexpr Handler handlerFor(Query) {
+    return perform<row, query>;
   }
-
-  static void setVideoAudio(Manager& manager, message& record) {
-    const auto data = get<audio_data>(record, typeWord);
-    broadcast(manager, &Listener::setVideoAudio, data);
+  template <std::size_t row, auto operation>
+  static constexpr Handler handlerFor(void (Listener::*)()) {
+    return broadcast<operation>;
   }
-
-  static void getAllIDs(Manager& manager, message& record) {
-    auto request = get<tuner_data>(record, typeWord);
-    sendList(manager, record, manager.getAllIDs(request), TUNER, keepType);
-  }
-
-  static void umountCarousel(Manager& manager, message& record) {
-    manager.umountCarousel(getString(record, firstText));
-  }
-
-  static void addCarouselListener(Manager& manager, message&) {
-    broadcast(manager, &Listener::addCarouselListener);
-  }
-
-  static void removeCarouselListener(Manager& manager, message&) {
-    broadcast(manager, &Listener::removeCarouselListener);
-  }
-
-  static void getProgramEvent(Manager& manager, message& record) {
-    OwnedRecord<program_event> event(manager.getProgramEvent());
-    writeElement(record, *event);
-    IpcServer::SendGuard guard(*manager.server);
-    guard.sendMessage(record);
-    sendTrailing(guard, *event);
-  }
-
-  // The trailing data of all events comes after the last event's record.
-  static void getProgramEvents(Manager& manager, message& record) {
-    OwnedRecords<program_event> events(manager.getProgramEvents());
-    IpcServer::SendGuard guard(*manager.server);
-    sendHeader(guard, record, events->size());
-    for (const program_event& event : *events) {
-      record.group = SI;
-      record.type = 1;
-      writeElement(record, event);
-      guard.sendMessage(record);
+  template <std::size_t row, auto operation, class Parameter>
+  static constexpr Handler handlerFor(void (Listener::*)(Parameter)) {
+    using Plain = std::remove_cvref_t<Parameter>;
+    if constexpr (isPlainRecord<Plain>) {
+      return broadcast<operation, Plain, operations::requestRecordPosition<Plain>>;
+    } else {
+      return broadcast<operation, Plain, requestOf<row>.fields[0].position>;
     }
-    for (program_event& event : *events) sendTrailing(guard, event);
   }
 
-  static void open(Manager& manager, message& record) {
-    const bool opened = manager.open(getString(record, locatorText), record[3]) != 0;
-    putBoolean(record, secondWord, opened);
-    manager.server->sendMessage(record);
-  }
-
-  static void getMediaBounds(Manager& manager, message& record) {
-    manager.getMediaBounds(record[3], record[4], record[5], record[6], record[7]);
-    manager.server->sendMessage(record);
-  }
-
-  static constexpr std::int32_t anyOtherType = -1;
-
-  static constexpr Row rows[] = {
-      {VIDEO, 0, setVideoProperty},
-      {VIDEO, 1, getMainVideoBounds},
-      {VIDEO, 2, setVideoProperty},
-      {VIDEO, 3, getVideoLanguage},
-      {VIDEO, 4, list<&Manager::getVideoLanguages, VIDEO, keepType>},
-      {VIDEO, 5, getVideoLanguage},
-      {VIDEO, 6, setVideoProperty},
-      {VIDEO, 7, setVideoProperty},
-      {VIDEO, 8, setVideoProperty},
-      {VIDEO, 9, getVideoRate},
-      {VIDEO, 10, getVideoRate},
-      {VIDEO, 11, getVideoRate},
-      {VIDEO, 12, getVideoRate},
-      {VIDEO, 13, getVideoRate},
-      {VIDEO, 14, getVideoRate},
-      {VIDEO, 15, getVideoRate},
-      {VIDEO, 16, getVideoRate},
-      {VIDEO, 17, setVideoProperty},
-      {VIDEO, 18, updateGraphicsRegion},
-
-      {APPLICATION_STATE, anyOtherType, answerApplicationState},
-
-      {SYSTEM_PROPERTY, 0, textForText<&Manager::getSystemProperty>},
-      {SYSTEM_PROPERTY, 1, list<&Manager::getSystemProperties, SYSTEM_PROPERTY, keepType>},
-      {SYSTEM_PROPERTY, 2, setSystemProperty},
-      {SYSTEM_PROPERTY, 3, removeSystemProperty},
-
-      {AUDIO, anyOtherType, setVideoAudio},
-
-      {TUNER, 0, integer<3, &Manager::getCurrentTransportStreamID>},
-      {TUNER, anyOtherType, getAllIDs},
-
-      {CAROUSEL, 0, textForText<&Manager::mountCarousel>},
-      {CAROUSEL, 1, umountCarousel},
-      {CAROUSEL, 3, addCarouselListener},
-      {CAROUSEL, 4, removeCarouselListener},
-
-      {SI, 0, text<&Manager::getSICodingFormat>},
-      {SI, 1, getProgramEvents},
-      {SI, 2, getProgramEvent},
-      {SI, 3, descriptors<&Manager::getProgramEventDescriptors, 3, 5, 6>},
-      {SI, 4, list<&Manager::getCASystemIds, SI, 4>},
-      {SI, 5, boolean<firstWord, &Manager::isProtectedService>},
-      {SI, 6, list<&Manager::getServices, SI, 6>},
-      {SI, 7, integer<3, &Manager::getCurrentService>},
-      {SI, 8, text<&Manager::getServiceDescription>},
-      // The same as type 3: a client never reaches getServiceDescriptors().
-      {SI, 9, descriptors<&Manager::getProgramEventDescriptors, 3, 5, 6>},
-      {SI, 10, list<&Manager::getServiceComponents, SI, 10, 3>},
-      {SI, 11, descriptors<&Manager::getServiceComponentDescriptors, 11, 3>},
-      {SI, 12, record<&Manager::getTransportStream>},
-      {SI, 13, descriptors<&Manager::getTransportStreamDescriptors, 3, 3>},
-      {SI, 14, record<&Manager::getNetwork>},
-      {SI, 15, descriptors<&Manager::getNetworkDescriptors, 3>},
-      {SI, 16, list<&Manager::getPMTs, SI, 16, 3>},
-
-      {MEDIA, 0, open},
-      {MEDIA, 1, integer<4, &Manager::getDuration, 3>},
-      {MEDIA, 2, integer<4, &Manager::getCurrentTime, 3>},
-      {MEDIA, 3, integer<4, &Manager::setCurrentTime, 3, 4, 5>},
-      {MEDIA, 4, perform<&Manager::addMediaListener, 3>},
-      {MEDIA, 5, boolean<secondWord, &Manager::play, 3>},
-      {MEDIA, 6, perform<&Manager::close, 3>},
-      {MEDIA, 7, perform<&Manager::stop, 3>},
-      {MEDIA, 8, integer<4, &Manager::setMediaBounds, 3, 4, 5, 6, 7>},
-      {MEDIA, 9, getMediaBounds},
-      {MEDIA, 10, withBoolean<&Manager::setMediaFreeze>},
-      {MEDIA, 11, withLevel<&Manager::setMediaBalanceLevel>},
-      {MEDIA, 12, withLevel<&Manager::setMediaSoundLevel>},
-      {MEDIA, 13, withBoolean<&Manager::setMediaMute>},
-      {MEDIA, 14, withLevel<&Manager::setMediaBassLevel>},
-      {MEDIA, 15, withLevel<&Manager::setMediaTrebleLevel>},
-
-      {VERSION, anyOtherType, boolean<firstWord, &Manager::checkVersionFlag, 2>},
+  /// What a row does.
+  struct Binding {
+    std::size_t row;
+    Handler handler;
   };
+  template <operations::Name name, auto operation>
+  static constexpr Binding on{operations::request(name),
+                              handlerFor<operations::request(name), operation>(operation)};
+
+  static const Binding bindings[];
 
   static constexpr std::size_t groups = VERSION + 1;
   static constexpr std::size_t types = 19;
-  /// By group and type the number of the row, counted from 1; the last column answers any other
+  /// By group and type the number of the binding, counted from 1; the last column answers any other
   /// type. Numbers instead of handlers: a quarter of the bytes, and none for the dynamic linker.
   using Index = std::array<std::array<std::uint8_t, types + 1>, groups>;
-  using Handlers = std::array<Handler, std::size(rows) + 1>;
-  static_assert(std::size(rows) <= UINT8_MAX);
-
-  static constexpr Index makeIndex() {
-    Index index{};
-    std::uint8_t number = 0;
-    for (const Row& row : rows) {
-      const std::size_t column =
-          row.type == anyOtherType ? types : static_cast<std::size_t>(row.type);
-      index[static_cast<std::size_t>(row.group)][column] = ++number;
-    }
-    return index;
-  }
-
-  /// The handlers by the number of their row; none at 0.
-  static constexpr Handlers makeHandlers() {
-    Handlers handlers{};
-    std::size_t number = 0;
-    for (const Row& row : rows) handlers[++number] = row.handler;
-    return handlers;
-  }
-
+  static consteval Index makeIndex();
+  static consteval std::uint8_t bindingOf(std::string_view name);
   static Handler find(std::uint32_t group, std::uint32_t type);
 };
+
+// Row by row what the requests ask.
+constexpr IpcServerManager::Requests::Binding IpcServerManager::Requests::bindings[] = {
+    on<"setVideoBounds", &Listener::setVideoProperty>,
+    on<"getMainVideoBounds", &Manager::getMainVideoBounds>,
+    on<"videoPropertyAction", &Listener::setVideoProperty>,
+    on<"getVideoLanguage", &Manager::getVideoLanguage>,
+    on<"getVideoLanguages", &Manager::getVideoLanguages>,
+    on<"selectVideoLanguage", &Listener::setVideoProperty>,
+    on<"setVideoFreeze", &Listener::setVideoProperty>,
+    on<"setVideoOption", &Listener::setVideoProperty>,
+    on<"getVideoProperty", &Manager::getVideoRate>,
+    on<"setVideoProperty", &Listener::setVideoProperty>,
+    on<"updateGraphicsRegion", &Listener::updateGraphicsRegion>,
+
+    on<"answerApplicationState", answerApplicationState>,
+
+    on<"getSystemProperty", &Manager::getSystemProperty>,
+    on<"getSystemProperties", &Manager::getSystemProperties>,
+    on<"setSystemProperty", &Listener::setSystemProperty>,
+    on<"removeSystemProperty", &Listener::removeSystemProperty>,
+
+    on<"setVideoSoundLevel", &Listener::setVideoAudio>,
+    on<"setVideoBalanceLevel", &Listener::setVideoAudio>,
+    on<"setVideoBassLevel", &Listener::setVideoAudio>,
+    on<"setVideoTrebleLevel", &Listener::setVideoAudio>,
+    on<"setVideoMute", &Listener::setVideoAudio>,
+    on<"setVideoAudio", &Listener::setVideoAudio>,
+
+    on<"getCurrentTransportStreamID", &Manager::getCurrentTransportStreamID>,
+    on<"getAllIDs", getAllIDs>,
+
+    on<"mountCarousel", &Manager::mountCarousel>,
+    on<"umountCarousel", &Manager::umountCarousel>,
+    on<"addCarouselListener", &Listener::addCarouselListener>,
+    on<"removeCarouselListener", &Listener::removeCarouselListener>,
+
+    on<"getSICodingFormat", &Manager::getSICodingFormat>,
+    on<"getProgramEvents", &Manager::getProgramEvents>,
+    on<"getProgramEvent", &Manager::getProgramEvent>,
+    on<"getProgramEventDescriptors", &Manager::getProgramEventDescriptors>,
+    on<"getCASystemIds", &Manager::getCASystemIds>,
+    on<"isProtectedService", &Manager::isProtectedService>,
+    on<"getServices", &Manager::getServices>,
+    on<"getCurrentService", &Manager::getCurrentService>,
+    on<"getServiceDescription", &Manager::getServiceDescription>,
+    on<"getServiceComponents", &Manager::getServiceComponents>,
+    on<"getServiceComponentDescriptors", &Manager::getServiceComponentDescriptors>,
+    on<"getTransportStream", &Manager::getTransportStream>,
+    on<"getTransportStreamDescriptors", &Manager::getTransportStreamDescriptors>,
+    on<"getNetwork", &Manager::getNetwork>,
+    on<"getNetworkDescriptors", &Manager::getNetworkDescriptors>,
+    on<"getPMTs", &Manager::getPMTs>,
+
+    on<"open", open>,
+    on<"getDuration", &Manager::getDuration>,
+    on<"getCurrentTime", &Manager::getCurrentTime>,
+    on<"setCurrentTime", &Manager::setCurrentTime>,
+    on<"addMediaListener", &Manager::addMediaListener>,
+    on<"play", &Manager::play>,
+    on<"close", &Manager::close>,
+    on<"stop", &Manager::stop>,
+    on<"setMediaBounds", &Manager::setMediaBounds>,
+    on<"getMediaBounds", &Manager::getMediaBounds>,
+    on<"setMediaFreeze", &Manager::setMediaFreeze>,
+    on<"setMediaBalanceLevel", &Manager::setMediaBalanceLevel>,
+    on<"setMediaSoundLevel", &Manager::setMediaSoundLevel>,
+    on<"setMediaMute", &Manager::setMediaMute>,
+    on<"setMediaBassLevel", &Manager::setMediaBassLevel>,
+    on<"setMediaTrebleLevel", &Manager::setMediaTrebleLevel>,
+
+    on<"checkVersionFlag", &Manager::checkVersionFlag>,
+};
+
+consteval std::uint8_t IpcServerManager::Requests::bindingOf(std::string_view name) {
+  static_assert(std::size(bindings) < UINT8_MAX);
+  std::uint8_t number = 0;
+  for (const Binding& binding : bindings) {
+    ++number;
+    if (operations::requests[binding.row].name == name) return number;
+  }
+  throw "a row of operations.h has no binding";
+}
+
+consteval IpcServerManager::Requests::Index IpcServerManager::Requests::makeIndex() {
+  Index index{};
+  for (const operations::Request& row : operations::requests) {
+    auto& columns = index[static_cast<std::size_t>(row.group)];
+    const std::uint8_t number = bindingOf(row.name);
+    if (isAnyOther(row.types)) {
+      columns[types] = number;
+    } else {
+      for (std::int32_t type = row.types.first; type <= row.types.last; ++type) {
+        columns[static_cast<std::size_t>(type)] = number;
+      }
+    }
+  }
+  return index;
+}
 
 IpcServerManager::Requests::Handler IpcServerManager::Requests::find(std::uint32_t group,
                                                                      std::uint32_t type) {
   static constexpr Index index = makeIndex();
-  static constexpr Handlers handlers = makeHandlers();
+  static constexpr auto handlers = [] {
+    std::array<Handler, std::size(bindings)> all{};
+    std::ranges::transform(bindings, all.begin(), &Binding::handler);
+    return all;
+  }();
   const auto& columns = index[group];
-  if (type < types && columns[type] != 0) return handlers[columns[type]];
-  return handlers[columns[types]];
+  const std::uint8_t number = type < types && columns[type] != 0 ? columns[type] : columns[types];
+  return number == 0 ? nullptr : handlers[number - 1U];
 }
 
 void IpcServerManager::update(message& record) {
