@@ -1,8 +1,11 @@
 // The records that the library sends to the client on its own, and the one call that waits for an
 // answer.
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdint>
+#include <string_view>
+#include <utility>
 
 #include "ipc/IpcServer.h"
 #include "ipc/Report.h"
@@ -10,25 +13,40 @@
 #include "protocol/IpcServerManager.h"
 #include "protocol/ManagerState.h"
 #include "protocol/message.h"
+#include "protocol/operations.h"
 
 namespace quillwork {
 
 namespace {
 
-constexpr std::int32_t endOfMediaType = 16;
-constexpr std::int32_t graphicsSettingsType = 17;
-constexpr std::int32_t downloadCompleteType = 2;
+template <operations::Kind kind, class Value>
+void putField(message& record, std::size_t position, const Value& value) {
+  using operations::Kind;
+  if constexpr (kind == Kind::shortText) {
+    putShortString(record, position, value);
+  } else if constexpr (kind == Kind::textPart) {
+    putBytes(record, position, value.data(), std::min(value.size(), operations::maxTextPart));
+  } else {
+    static_assert(sizeof value == operations::sizeOf(kind));
+    put(record, position, value);
+  }
+}
 
-constexpr std::size_t flagPosition = 24;
-constexpr std::size_t longTextPosition = 25;
-constexpr std::size_t longTextField = 1928;
-constexpr std::size_t longTextPart = 1920;
-
-/// A record that starts as zero bytes: no byte of the stack reaches the client.
-message blankRecord(message_group group, std::int32_t type) {
+/// The record of a notification with its fields, in their order. It starts as zero bytes: no byte
+/// of the stack reaches the client.
+template <operations::Name name, class... Values>
+message makeRecord(const Values&... values) {
+  constexpr const operations::Notification& row =
+      operations::notifications[operations::notification(name)];
+  static_assert(sizeof...(values) == row.content.fields.size());
   message record{};
-  record.group = group;
-  record.type = type;
+  record.group = row.group;
+  if constexpr (!isAnyOther(row.types)) record.type = row.types.first;
+  [&]<std::size_t... index>(std::index_sequence<index...>) {
+    (putField<row.content.fields[index].kind>(record, row.content.fields[index].position, values),
+     ...);
+  }
+  (std::index_sequence_for<Values...>());
   return record;
 }
 
@@ -61,8 +79,7 @@ struct Sequence {
 
 bool IpcServerManager::endOfMedia(int player) {
   return notify([&] {
-    message record = blankRecord(MEDIA, endOfMediaType);
-    record[3] = player;
+    message record = makeRecord<"endOfMedia">(player);
     return server->sendMessage(record);
   });
 }
@@ -70,42 +87,39 @@ bool IpcServerManager::endOfMedia(int player) {
 bool IpcServerManager::changeGraphicsSettings(ipcutil::Rectangle_t first,
                                               ipcutil::Rectangle_t second) {
   return notify([&] {
-    message record = blankRecord(VIDEO, graphicsSettingsType);
-    put(record, firstWord, first);
-    put(record, firstWord + sizeof first, second);
+    message record =
+        makeRecord<"changeGraphicsSettings">(first.x, first.y, first.width, first.height, second.x,
+                                             second.y, second.width, second.height);
     return server->sendMessage(record);
   });
 }
 
 bool IpcServerManager::downloadComplete(std::string first, std::string second) {
   return notify([&] {
-    message record = blankRecord(CAROUSEL, downloadCompleteType);
-    putShortString(record, firstText, first);
-    putShortString(record, secondText, second);
+    message record = makeRecord<"downloadComplete">(first, second);
     return server->sendMessage(record);
   });
 }
 
 bool IpcServerManager::sendDsmCCCommand(ipcutil::DsmCCCommand_t command) {
   return notify([&] {
-    const std::string& text = command.text;
-    message record = blankRecord(DSMCC_COMMAND, command.command_code);
-    put(record, secondWord, command.event_time);
-    put(record, flagPosition, command.flag);
+    constexpr std::size_t length = operations::maxTextPart;
+    const std::string_view text = command.text;
     // A text of an exact multiple of the part's length ends with an empty part, so that the
     // header's count holds.
-    const std::size_t parts = text.size() <= longTextPart ? 1 : text.size() / longTextPart + 1;
+    const std::size_t parts = text.size() <= length ? 1 : text.size() / length + 1;
     IpcServer::SendGuard guard(*server);
     Sequence sequence(*server);
     bool sent = true;
     if (parts > 1) {
-      message header = blankRecord(LIST_HEADER, static_cast<std::int32_t>(parts));
+      message header{};
+      header.group = LIST_HEADER;
+      header.type = static_cast<std::int32_t>(parts);
       sent = guard.sendMessage(header);
     }
     for (std::size_t part = 0; part < parts; ++part) {
-      char field[longTextField] = {};
-      text.copy(field, longTextPart, part * longTextPart);
-      put(record, longTextPosition, field);
+      message record = makeRecord<"sendDsmCCCommand">(command.command_code, command.event_time,
+                                                      command.flag, text.substr(part * length));
       sent = guard.sendMessage(record) && sent;
     }
     sequence.isWhole = true;
@@ -115,7 +129,7 @@ bool IpcServerManager::sendDsmCCCommand(ipcutil::DsmCCCommand_t command) {
 
 bool IpcServerManager::setApplicationState(state newState) {
   return notify([&] {
-    message record = blankRecord(APPLICATION_STATE, static_cast<std::int32_t>(newState));
+    message record = makeRecord<"setApplicationState">(newState);
     std::uint32_t ended = 0;
     {
       // A connection's end is counted once more after its descriptor was closed, which takes the
