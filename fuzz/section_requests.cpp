@@ -40,7 +40,7 @@ std::string performAll(std::string_view bytes, Listener& listener) {
   std::string sent;
   std::int32_t code = 0;
   while (source.read(&code, sizeof code) > 0) {
-    if (static_cast<std::uint32_t>(code) >= SectionRequest::codes) continue;
+    if (static_cast<std::uint32_t>(code) >= SectionRequest::codeCount) continue;
     const Bytes section = perform(readArguments(code, source), listener);
     if (code != SectionRequest::readSection) continue;
     const auto count = static_cast<std::int32_t>(section.size());

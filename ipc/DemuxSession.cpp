@@ -231,7 +231,7 @@ void DemuxSession::serve() {
 void DemuxSession::serveClient() {
   Source source(connection_.number());
   while (source.read(&code_, sizeof code_) > 0) {
-    if (static_cast<std::uint32_t>(code_) >= SectionRequest::codes || !hasListener()) continue;
+    if (static_cast<std::uint32_t>(code_) >= SectionRequest::codeCount || !hasListener()) continue;
     if (!callHost([&] { serveRequest(source); })) break;
     if (mustLeave()) return;
   }

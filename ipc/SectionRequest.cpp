@@ -1,7 +1,10 @@
 #include "ipc/SectionRequest.h"
 
+#include <algorithm>
 #include <stdexcept>
 #include <string>
+
+#include "protocol/operations.h"
 
 namespace quillwork {
 namespace {
@@ -47,59 +50,70 @@ class Arguments {
   unsigned char byte_ = 0;
 };
 
-// The listener's operations, by the form of their arguments.
-
-template <void (Listener::*operation)()>
-Bytes withoutArguments(const SectionRequest&, Listener& listener) {
-  (listener.*operation)();
-  return {};
-}
-
-template <auto operation>
-Bytes withNumber(const SectionRequest& request, Listener& listener) {
-  (listener.*operation)(request.number);
-  return {};
-}
-
-template <void (Listener::*operation)(int, const Bytes&, const Bytes&)>
-Bytes withTwoVectors(const SectionRequest& request, Listener& listener) {
-  (listener.*operation)(request.number, request.vectors[0], request.vectors[1]);
-  return {};
-}
-
-Bytes setXorFilter(const SectionRequest& request, Listener& listener) {
-  const auto& [first, second, third] = request.vectors;
-  listener.set_xor_filter(request.number, first, second, third);
-  return {};
-}
-
-Bytes readSection(const SectionRequest&, Listener& listener) { return listener.read_section(); }
-
 struct Row {
   Bytes (*perform)(const SectionRequest& request, Listener& listener);
-  bool hasNumber = false;
-  /// What the number is if it cannot be read.
-  std::int32_t kept = 0;
-  std::size_t vectors = 0;
+  bool hasNumber;
+  std::int32_t numberIfCut;
+  std::size_t vectors;
 };
 
-// Row by row the requests of the protocol; the index is the request's code.
-constexpr std::array<Row, SectionRequest::codes> rows = {{
-    {withoutArguments<&Listener::start>},
-    {withoutArguments<&Listener::stop>},
-    {withNumber<&Listener::set_pid>, true, -1},
-    {withNumber<&Listener::set_table_id>, true, -1},
-    {withTwoVectors<&Listener::set_positive_filter>, true, 0, 2},
-    {withTwoVectors<&Listener::set_greater_than_filter>, true, 0, 2},
-    {withTwoVectors<&Listener::set_less_than_filter>, true, 0, 2},
-    {setXorFilter, true, 0, 3},
-    {withNumber<&Listener::set_time_out>, true, 0},
-    {withoutArguments<&Listener::clear_table_id>},
-    {withoutArguments<&Listener::clear_positive_filter>},
-    {withoutArguments<&Listener::clear_less_than_filter>},
-    {withoutArguments<&Listener::clear_xor_filter>},
-    {readSection},
-}};
+/// What a request does.
+struct Binding {
+  std::size_t code;
+  Row row;
+};
+
+/// Calls the listener's operation with what the row says that its request has.
+template <std::size_t code, auto operation>
+Bytes call(const SectionRequest& request, Listener& listener) {
+  constexpr const operations::SectionFilterRequest& row = operations::sectionFilterRequests[code];
+  const auto& [first, second, third] = request.vectors;
+  if constexpr (row.isAnswered) {
+    return (listener.*operation)();
+  } else if constexpr (row.vectors.size() == 3) {
+    (listener.*operation)(request.number, first, second, third);
+  } else if constexpr (row.vectors.size() == 2) {
+    (listener.*operation)(request.number, first, second);
+  } else if constexpr (hasNumber(row)) {
+    (listener.*operation)(request.number);
+  } else {
+    (listener.*operation)();
+  }
+  return {};
+}
+
+template <operations::Name name, auto operation>
+consteval Binding on() {
+  constexpr std::size_t code = operations::sectionFilterRequest(name);
+  constexpr const operations::SectionFilterRequest& row = operations::sectionFilterRequests[code];
+  return {code, {call<code, operation>, hasNumber(row), row.numberIfCut, row.vectors.size()}};
+}
+
+constexpr Binding bindings[] = {
+    on<"start", &Listener::start>(),
+    on<"stop", &Listener::stop>(),
+    on<"set_pid", &Listener::set_pid>(),
+    on<"set_table_id", &Listener::set_table_id>(),
+    on<"set_positive_filter", &Listener::set_positive_filter>(),
+    on<"set_greater_than_filter", &Listener::set_greater_than_filter>(),
+    on<"set_less_than_filter", &Listener::set_less_than_filter>(),
+    on<"set_xor_filter", &Listener::set_xor_filter>(),
+    on<"set_time_out", &Listener::set_time_out>(),
+    on<"clear_table_id", &Listener::clear_table_id>(),
+    on<"clear_positive_filter", &Listener::clear_positive_filter>(),
+    on<"clear_less_than_filter", &Listener::clear_less_than_filter>(),
+    on<"clear_xor_filter", &Listener::clear_xor_filter>(),
+    on<"read_section", &Listener::read_section>(),
+};
+
+/// By their codes.
+constexpr std::array<Row, SectionRequest::codeCount> rows = [] {
+  std::array<Row, SectionRequest::codeCount> all{};
+  for (const Binding& binding : bindings) all[binding.code] = binding.row;
+  return all;
+}();
+static_assert(std::ranges::all_of(rows, [](const Row& row) { return row.perform != nullptr; }),
+              "a request of operations.h has no binding");
 
 const Row& rowOf(std::int32_t code) { return rows[static_cast<std::size_t>(code)]; }
 
@@ -110,7 +124,7 @@ SectionRequest readArguments(std::int32_t code, ByteSource& source) {
   SectionRequest request;
   request.code = code;
   Arguments arguments(source);
-  if (row.hasNumber) request.number = arguments.integer(row.kept);
+  if (row.hasNumber) request.number = arguments.integer(row.numberIfCut);
   for (std::size_t index = 0; index < row.vectors; ++index) {
     request.vectors[index] = arguments.vector();
   }

@@ -3,7 +3,10 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <iterator>
 #include <vector>
+
+#include "protocol/operations.h"
 
 #include "ipc/IpcDemuxServerListener.h"
 
@@ -26,12 +29,13 @@ class ByteSource {
 struct SectionRequest {
   using Bytes = std::vector<unsigned char>;
 
-  /// The number of known codes: 0 to 13.
-  static constexpr std::uint32_t codes = 14;
+  /// The codes from 0 on are known that are below this.
+  static constexpr std::uint32_t codeCount = std::size(operations::sectionFilterRequests);
   /// The one request that is answered.
-  static constexpr std::int32_t readSection = 13;
+  static constexpr auto readSection =
+      static_cast<std::int32_t>(operations::sectionFilterRequest("read_section"));
 
-  /// The index of the listener's operation; below `codes`.
+  /// Below `codeCount`.
   std::int32_t code = 0;
   /// The PID, the table id, the time-out or the filters' first argument.
   std::int32_t number = 0;
