@@ -1,82 +1,61 @@
 #include "client/ControlChannel.h"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
+#include <string_view>
 #include <utility>
 
-#include "protocol/records.h"
+#include "client/Fields.h"
+#include "protocol/operations.h"
 
 namespace quillwork::client {
 namespace {
+
+using operations::Field;
+using operations::Request;
 
 // Bounds on what a reply can make the client allocate.
 constexpr std::size_t maxText = 16U << 20U;
 constexpr std::size_t maxElements = 1U << 20U;
 
-message makeRequest(message_group group, std::int32_t type,
-                    std::initializer_list<std::int32_t> arguments = {}) {
-  message request{};
-  request.group = group;
-  request.type = type;
-  std::size_t word = 3;
-  for (const std::int32_t argument : arguments) request[word++] = argument;
-  return request;
-}
+template <operations::Name name>
+constexpr const operations::Notification& notificationOf =
+    operations::notifications[operations::notification(name)];
+template <operations::Name notification, operations::Name name>
+constexpr Field notified = operations::field(notificationOf<notification>.content, name);
 
-message withText(message request, std::size_t position, const std::string& text) {
-  if (text.size() > maxShortString) {
-    throw Error("'" + text.substr(0, 20) + "...' is longer than the protocol's 254 characters");
-  }
-  putShortString(request, position, text);
-  return request;
-}
-
-message withBoolean(message request, std::size_t position, bool value) {
-  putBoolean(request, position, value);
-  return request;
-}
-
-message withDouble(message request, double value) {
-  put(request, secondWord, value);
-  return request;
-}
-
-std::string shortString(const message& record, std::size_t position) {
-  const std::string text = getString(record, position);
-  return text.substr(0, maxShortString);
-}
-
+/// The numbers at the front of a content.
 template <std::size_t Size>
-std::array<std::int32_t, Size> words(const message& record, std::size_t first) {
+std::array<std::int32_t, Size> integers(const message& record, const operations::Content& content) {
   std::array<std::int32_t, Size> values{};
-  for (std::size_t index = 0; index < Size; ++index) values[index] = record[first + index];
+  for (std::size_t index = 0; index < Size; ++index) {
+    values[index] = readInteger(record, content.fields[index]);
+  }
   return values;
 }
 
-Rectangle rectangle(const message& record, std::size_t first) {
-  return {record[first], record[first + 1], record[first + 2], record[first + 3]};
+Rectangle rectangle(const message& record, const operations::Content& content) {
+  const auto [x, y, width, height] = integers<4>(record, content);
+  return {x, y, width, height};
 }
 
 Service readService(const message& record) {
-  const auto wire = get<service>(record, firstWord);
-  return {{wire.value_1, wire.value_2, wire.value_3, wire.value_4, wire.value_5},
-          std::string(fieldText(wire.name))};
+  return {integers<5>(record, rowOf<"getServices">.answer),
+          readText(record, answered<"getServices", "name">)};
 }
 
 SystemProperty readProperty(const message& record) {
-  const auto wire = get<system_property>(record, typeWord);
-  return {std::string(fieldText(wire.name)), std::string(fieldText(wire.value))};
+  return {readText(record, answered<"getSystemProperties", "name">),
+          readText(record, answered<"getSystemProperties", "value">)};
 }
 
-constexpr std::size_t eventTexts = firstWord + 32;
-constexpr std::size_t eventCounts = firstWord + 800;
-constexpr std::size_t eventReferences = firstWord + programEventReferences;
-
 ProgramEvent readEvent(const message& record) {
+  const operations::Content& content = rowOf<"getProgramEvent">.answer;
   ProgramEvent event;
-  event.values = words<8>(record, 3);
+  event.values = integers<std::tuple_size_v<decltype(event.values)>>(record, content);
   for (std::size_t index = 0; index < event.texts.size(); ++index) {
-    event.texts[index] = shortString(record, eventTexts + index * textFieldSize);
+    event.texts[index] = readText(record, content.fields[event.values.size() + index]);
   }
   return event;
 }
@@ -92,31 +71,44 @@ std::string describe(const message& record) {
   return "group " + std::to_string(record.group) + ", type " + std::to_string(record.type);
 }
 
-constexpr std::size_t commandFlag = 24;
-constexpr std::size_t commandText = 25;
-constexpr std::size_t commandPart = 1920;
+bool isCommandPart(const message& record) {
+  return record.group == notificationOf<"sendDsmCCCommand">.group;
+}
 
-std::string readCommandText(const message& record) {
-  const std::string text = getString(record, commandText);
-  return text.substr(0, commandPart);
+/// Whether a request of this type reaches the operation.
+bool isCommandOf(const Request& row, std::int32_t type) {
+  const Request* const reached = rowFor(operations::requests, row.group, type);
+  return reached != nullptr && std::string_view(reached->name) == row.name;
 }
 
 /// A notification of one record; nothing for other records.
 std::optional<Notification> readNotification(const message& record) {
-  if (record.group == MEDIA && record.type == 16) return EndOfMedia{record[3]};
-  if (record.group == VIDEO && record.type == 17) {
-    return GraphicsSettingsChanged{rectangle(record, 3), rectangle(record, 7)};
+  const operations::Notification* const row =
+      rowFor(operations::notifications, record.group, record.type);
+  if (row == &notificationOf<"endOfMedia">) {
+    return EndOfMedia{readInteger(record, notified<"endOfMedia", "player">)};
   }
-  if (record.group == CAROUSEL && record.type == 2) {
-    return DownloadComplete{shortString(record, firstText), shortString(record, secondText)};
+  if (row == &notificationOf<"changeGraphicsSettings">) {
+    const auto values = integers<8>(record, row->content);
+    return GraphicsSettingsChanged{{values[0], values[1], values[2], values[3]},
+                                   {values[4], values[5], values[6], values[7]}};
   }
-  if (record.group == APPLICATION_STATE) return ApplicationStateRequest{record.type};
+  if (row == &notificationOf<"downloadComplete">) {
+    return DownloadComplete{readText(record, notified<"downloadComplete", "first">),
+                            readText(record, notified<"downloadComplete", "second">)};
+  }
+  if (row == &notificationOf<"setApplicationState">) {
+    return ApplicationStateRequest{readInteger(record, notified<"setApplicationState", "state">)};
+  }
   return std::nullopt;
 }
 
 }  // namespace
 
-void ControlChannel::tell(const message& request) { channel_.send(&request, sizeof request); }
+void ControlChannel::tell(const Request& row, Values values) {
+  const message request = makeRequest(row, values);
+  channel_.send(&request, sizeof request);
+}
 
 message ControlChannel::receiveRecord() {
   message record{};
@@ -125,14 +117,18 @@ message ControlChannel::receiveRecord() {
 }
 
 Notification ControlChannel::receiveCommand(std::size_t parts, message part) {
-  StreamEventCommand command{part.type, get<double>(part, secondWord),
-                             get<std::uint8_t>(part, commandFlag), readCommandText(part)};
+  constexpr Field text = notified<"sendDsmCCCommand", "text">;
+  StreamEventCommand command{
+      readInteger(part, notified<"sendDsmCCCommand", "commandCode">),
+      readReal(part, notified<"sendDsmCCCommand", "eventTime">),
+      static_cast<std::uint8_t>(readInteger(part, notified<"sendDsmCCCommand", "flag">)),
+      readText(part, text)};
   for (std::size_t index = 1; index < parts; ++index) {
     part = receiveRecord();
-    if (part.group != DSMCC_COMMAND) {
+    if (!isCommandPart(part)) {
       throw Error(channel_.path() + ": the parts of a command are broken off by " + describe(part));
     }
-    command.text += readCommandText(part);
+    command.text += readText(part, text);
     if (command.text.size() > maxText) throw Error(channel_.path() + ": a command is too long");
   }
   return command;
@@ -143,10 +139,10 @@ Notification ControlChannel::receiveCommand(std::size_t parts, message part) {
 /// `element` when it belongs to a list.
 std::optional<Notification> ControlChannel::takeNotification(const message& record,
                                                              std::optional<message>& element) {
-  if (record.group == DSMCC_COMMAND) return receiveCommand(1, record);
+  if (isCommandPart(record)) return receiveCommand(1, record);
   if (record.group != LIST_HEADER || record.type < 2) return readNotification(record);
   element = receiveRecord();
-  if (element->group != DSMCC_COMMAND) return std::nullopt;
+  if (!isCommandPart(*element)) return std::nullopt;
   return receiveCommand(static_cast<std::size_t>(record.type), *element);
 }
 
@@ -159,35 +155,52 @@ ControlChannel::Reply ControlChannel::receiveReply() {
   }
 }
 
-message ControlChannel::ask(const message& request) {
-  tell(request);
+message ControlChannel::ask(const Request& row, Values values) {
+  const message request = makeRequest(row, values);
+  channel_.send(&request, sizeof request);
   const message record = receiveReply().record;
   if (record.group == request.group && record.type == request.type) return record;
-  throw Error(channel_.path() + ": " + describe(request) + " was answered with " +
-              describe(record));
+  throw Error(channel_.path() + ": " + row.name + " was answered with " + describe(record));
+}
+
+std::int32_t ControlChannel::askInteger(const Request& row, Values values) {
+  return readInteger(ask(row, values), row.answer.fields[0]);
+}
+
+bool ControlChannel::askBoolean(const Request& row, Values values) {
+  return readBoolean(ask(row, values), row.answer.fields[0]);
+}
+
+std::string ControlChannel::askText(const Request& row, Values values) {
+  return readText(ask(row, values), row.answer.fields[0]);
 }
 
 template <class Element, class Read>
-std::vector<Element> ControlChannel::askList(const message& request, std::int32_t elementGroup,
-                                             Read&& read) {
-  tell(request);
+std::vector<Element> ControlChannel::askList(const Request& row, Values values, Read&& read) {
+  tell(row, values);
   const Reply reply = receiveReply();
   if (reply.record.group != LIST_HEADER) {
-    throw Error(channel_.path() + ": " + describe(request) + " was answered with " +
-                describe(reply.record) + " instead of a list");
+    throw Error(channel_.path() + ": " + row.name + " was answered with " + describe(reply.record) +
+                " instead of a list");
   }
   std::vector<Element> elements;
   const std::size_t count = boundedCount(channel_.path(), reply.record.type);
   channel_.expect((count - std::min<std::size_t>(count, reply.element ? 1 : 0)) * sizeof(message));
   for (std::size_t index = 0; index < count; ++index) {
     const message record = index == 0 && reply.element ? *reply.element : receiveRecord();
-    if (record.group != elementGroup) {
-      throw Error(channel_.path() + ": the list for " + describe(request) + " is broken off by " +
+    if (record.group != row.group) {
+      throw Error(channel_.path() + ": the list of " + row.name + " is broken off by " +
                   describe(record));
     }
     elements.push_back(read(record));
   }
   return elements;
+}
+
+std::vector<std::int32_t> ControlChannel::askIntegers(const Request& row, Values values) {
+  return askList<std::int32_t>(row, values, [&row](const message& record) {
+    return readInteger(record, row.answer.fields[0]);
+  });
 }
 
 std::vector<std::uint8_t> ControlChannel::receiveBytes(std::size_t size) {
@@ -196,34 +209,42 @@ std::vector<std::uint8_t> ControlChannel::receiveBytes(std::size_t size) {
   return bytes;
 }
 
+std::size_t ControlChannel::trailingCount(const message& record,
+                                          const operations::Trailing& list) const {
+  if (get<std::int32_t>(record, list.presence) == 0) return 0;
+  return boundedCount(channel_.path(), get<std::int32_t>(record, list.count));
+}
+
+std::string ControlChannel::receiveText() {
+  std::uint32_t length = 0;
+  channel_.receive(&length, sizeof length);
+  if (length > maxText) {
+    throw Error(channel_.path() + ": a text of " + std::to_string(length) + " bytes");
+  }
+  std::string text(length, '\0');
+  channel_.receive(text.data(), length);
+  return text;
+}
+
 void ControlChannel::receiveTrailing(const message& record, ProgramEvent& event) {
-  const auto count = [&](std::size_t list) -> std::size_t {
-    const bool present = get<std::int32_t>(record, eventReferences + 4 * list) != 0;
-    if (!present) return 0;
-    return boundedCount(channel_.path(), get<std::int32_t>(record, eventCounts + 4 * list));
-  };
-  for (std::size_t list = 0; list < 3; ++list) event.byteLists[list] = receiveBytes(count(list));
-  for (std::size_t list = 0; list < 3; ++list) {
-    for (std::size_t left = count(3 + list); left > 0; --left) {
-      std::uint32_t length = 0;
-      channel_.receive(&length, sizeof length);
-      if (length > maxText) {
-        throw Error(channel_.path() + ": a text of " + std::to_string(length) + " bytes");
-      }
-      std::string& text = event.textLists[list].emplace_back(length, '\0');
-      channel_.receive(text.data(), length);
+  auto byteList = event.byteLists.begin();
+  auto textList = event.textLists.begin();
+  for (const operations::Trailing& list : rowOf<"getProgramEvent">.answer.trailing) {
+    std::size_t left = trailingCount(record, list);
+    if (list.kind == operations::Trailing::Kind::bytes) {
+      *byteList++ = receiveBytes(left);
+    } else {
+      for (; left > 0; --left) textList->push_back(receiveText());
+      ++textList;
     }
   }
 }
 
 // A descriptor's bytes come right behind its record.
-std::vector<Descriptor> ControlChannel::askDescriptors(const message& request) {
-  return askList<Descriptor>(request, SI, [this](const message& record) {
-    Descriptor descriptor{get<std::int16_t>(record, firstWord), {}};
-    if (record[5] != 0) {
-      descriptor.data = receiveBytes(boundedCount(channel_.path(), record[4]));
-    }
-    return descriptor;
+std::vector<Descriptor> ControlChannel::askDescriptors(const Request& row, Values values) {
+  return askList<Descriptor>(row, values, [&](const message& record) {
+    const auto tag = static_cast<std::int16_t>(readInteger(record, row.answer.fields[0]));
+    return Descriptor{tag, receiveBytes(trailingCount(record, row.answer.trailing[0]))};
   });
 }
 
@@ -242,7 +263,8 @@ std::optional<Notification> ControlChannel::takeNotification() {
   std::memcpy(&record, first.data(), sizeof record);
   if (record.group == LIST_HEADER) {
     const std::size_t parts = boundedCount(channel_.path(), record.type);
-    if (parts > maxText / commandPart) throw Error(channel_.path() + ": a command is too long");
+    if (parts > maxText / operations::maxTextPart)
+      throw Error(channel_.path() + ": a command is too long");
     if (channel_.arrived((parts + 1) * sizeof(message)).empty()) return std::nullopt;
   }
   // It is all there, so that nothing waits.
@@ -250,102 +272,103 @@ std::optional<Notification> ControlChannel::takeNotification() {
 }
 
 void ControlChannel::answerApplicationState(bool answer) {
-  tell(withBoolean(makeRequest(APPLICATION_STATE, 0), firstWord, answer));
+  tell(rowOf<"answerApplicationState">, {answer});
 }
 
 void ControlChannel::setVideoBounds(const Rectangle& bounds) {
-  tell(makeRequest(VIDEO, 0, {bounds.x, bounds.y, bounds.width, bounds.height}));
+  tell(rowOf<"setVideoBounds">, {bounds.x, bounds.y, bounds.width, bounds.height});
 }
 
-void ControlChannel::videoPropertyAction() { tell(makeRequest(VIDEO, 2)); }
+void ControlChannel::videoPropertyAction() { tell(rowOf<"videoPropertyAction">); }
 
 void ControlChannel::selectVideoLanguage(const std::string& language) {
-  tell(withText(makeRequest(VIDEO, 6), firstText, language));
+  tell(rowOf<"selectVideoLanguage">, {language});
 }
 
-void ControlChannel::setVideoFreeze(bool freeze) {
-  tell(withBoolean(makeRequest(VIDEO, 7), firstWord, freeze));
-}
+void ControlChannel::setVideoFreeze(bool freeze) { tell(rowOf<"setVideoFreeze">, {freeze}); }
 
-void ControlChannel::setVideoOption(bool option) {
-  tell(withBoolean(makeRequest(VIDEO, 8), firstWord, option));
-}
+void ControlChannel::setVideoOption(bool option) { tell(rowOf<"setVideoOption">, {option}); }
 
 Rectangle ControlChannel::getMainVideoBounds(const Rectangle& given) {
-  return rectangle(ask(makeRequest(VIDEO, 1, {given.x, given.y, given.width, given.height})), 3);
+  constexpr const Request& row = rowOf<"getMainVideoBounds">;
+  return rectangle(ask(row, {given.x, given.y, given.width, given.height}), row.answer);
 }
 
 std::string ControlChannel::getVideoLanguage(std::int32_t command) {
-  if (command != 3 && command != 5) throw Error("a language has the command 3 or 5");
-  return shortString(ask(makeRequest(VIDEO, command)), firstText);
+  if (!isCommandOf(rowOf<"getVideoLanguage">, command)) {
+    throw Error("a language has the command 3 or 5");
+  }
+  return askText(rowOf<"getVideoLanguage">, {command});
 }
 
 std::vector<std::string> ControlChannel::getVideoLanguages() {
-  return askList<std::string>(makeRequest(VIDEO, 4), VIDEO,
-                              [](const message& record) { return shortString(record, firstText); });
+  return askList<std::string>(rowOf<"getVideoLanguages">, {}, [](const message& record) {
+    return readText(record, answered<"getVideoLanguages", "language">);
+  });
 }
 
 std::int32_t ControlChannel::getVideoProperty(std::int32_t command) {
-  if (command < 9 || command > 16) throw Error("a video property has a command from 9 to 16");
-  return ask(makeRequest(VIDEO, command))[3];
+  if (!isCommandOf(rowOf<"getVideoProperty">, command)) {
+    throw Error("a video property has a command from 9 to 16");
+  }
+  return askInteger(rowOf<"getVideoProperty">, {command});
 }
 
 void ControlChannel::updateGraphicsRegion(const Rectangle& region) {
-  tell(makeRequest(VIDEO, 18, {region.x, region.y, region.width, region.height}));
+  tell(rowOf<"updateGraphicsRegion">, {region.x, region.y, region.width, region.height});
 }
 
 void ControlChannel::setVideoAudio(std::int32_t selector, double level) {
-  tell(withDouble(makeRequest(AUDIO, selector), level));
+  tell(rowOf<"setVideoAudio">, {selector, level});
 }
 
-void ControlChannel::setVideoMute(bool mute) {
-  tell(withBoolean(makeRequest(AUDIO, 4), secondWord, mute));
-}
+void ControlChannel::setVideoMute(bool mute) { tell(rowOf<"setVideoMute">, {mute}); }
 
 std::string ControlChannel::getSystemProperty(const std::string& name) {
-  return shortString(ask(withText(makeRequest(SYSTEM_PROPERTY, 0), firstText, name)), secondText);
+  return askText(rowOf<"getSystemProperty">, {name});
 }
 
 std::vector<SystemProperty> ControlChannel::getSystemProperties() {
-  return askList<SystemProperty>(makeRequest(SYSTEM_PROPERTY, 1), SYSTEM_PROPERTY, readProperty);
+  return askList<SystemProperty>(rowOf<"getSystemProperties">, {}, readProperty);
 }
 
 void ControlChannel::setSystemProperty(const std::string& name, const std::string& value) {
-  tell(withText(withText(makeRequest(SYSTEM_PROPERTY, 2), firstText, name), secondText, value));
+  tell(rowOf<"setSystemProperty">, {name, value});
 }
 
 void ControlChannel::removeSystemProperty(const std::string& name) {
-  tell(withText(makeRequest(SYSTEM_PROPERTY, 3), firstText, name));
+  tell(rowOf<"removeSystemProperty">, {name});
 }
 
-std::int32_t ControlChannel::getCurrentTransportStreamID() { return ask(makeRequest(TUNER, 0))[3]; }
+std::int32_t ControlChannel::getCurrentTransportStreamID() {
+  return askInteger(rowOf<"getCurrentTransportStreamID">);
+}
 
 std::vector<std::int32_t> ControlChannel::getAllIDs(std::int32_t kind, std::int32_t argument) {
-  if (kind == 0) throw Error("identifier lists have a kind other than 0");
-  return askList<std::int32_t>(makeRequest(TUNER, kind, {argument}), TUNER,
-                               [](const message& record) { return record[3]; });
+  if (!isCommandOf(rowOf<"getAllIDs">, kind)) {
+    throw Error("identifier lists have a kind other than 0");
+  }
+  return askIntegers(rowOf<"getAllIDs">, {kind, argument});
 }
 
 std::string ControlChannel::mountCarousel(const std::string& locator) {
-  return shortString(ask(withText(makeRequest(CAROUSEL, 0), firstText, locator)), secondText);
+  return askText(rowOf<"mountCarousel">, {locator});
 }
 
 void ControlChannel::umountCarousel(const std::string& locator) {
-  tell(withText(makeRequest(CAROUSEL, 1), firstText, locator));
+  tell(rowOf<"umountCarousel">, {locator});
 }
 
-void ControlChannel::addCarouselListener() { tell(makeRequest(CAROUSEL, 3)); }
+void ControlChannel::addCarouselListener() { tell(rowOf<"addCarouselListener">); }
 
-void ControlChannel::removeCarouselListener() { tell(makeRequest(CAROUSEL, 4)); }
+void ControlChannel::removeCarouselListener() { tell(rowOf<"removeCarouselListener">); }
 
-std::string ControlChannel::getSICodingFormat() {
-  return shortString(ask(makeRequest(SI, 0)), firstText);
-}
+std::string ControlChannel::getSICodingFormat() { return askText(rowOf<"getSICodingFormat">); }
 
 // The lists of all events come behind the last event's record.
 std::vector<ProgramEvent> ControlChannel::getProgramEvents() {
   std::vector<message> records;
-  auto events = askList<ProgramEvent>(makeRequest(SI, 1), SI, [&](const message& record) {
+  auto events = askList<ProgramEvent>(rowOf<"getProgramEvents">, {}, [&](const message& record) {
     records.push_back(record);
     return readEvent(record);
   });
@@ -356,7 +379,7 @@ std::vector<ProgramEvent> ControlChannel::getProgramEvents() {
 }
 
 ProgramEvent ControlChannel::getProgramEvent() {
-  const message record = ask(makeRequest(SI, 2));
+  const message record = ask(rowOf<"getProgramEvent">);
   ProgramEvent event = readEvent(record);
   receiveTrailing(record, event);
   return event;
@@ -364,125 +387,131 @@ ProgramEvent ControlChannel::getProgramEvent() {
 
 std::vector<Descriptor> ControlChannel::getProgramEventDescriptors(std::int32_t first,
                                                                    std::int32_t second) {
-  return askDescriptors(makeRequest(SI, 3, {0, 0, first, second}));
+  return askDescriptors(rowOf<"getProgramEventDescriptors">, {first, second});
 }
 
 std::vector<std::int32_t> ControlChannel::getCASystemIds() {
-  return askList<std::int32_t>(makeRequest(SI, 4), SI,
-                               [](const message& record) { return record[3]; });
+  return askIntegers(rowOf<"getCASystemIds">);
 }
 
-bool ControlChannel::isProtectedService() { return getBoolean(ask(makeRequest(SI, 5)), firstWord); }
+bool ControlChannel::isProtectedService() { return askBoolean(rowOf<"isProtectedService">); }
 
 std::vector<Service> ControlChannel::getServices() {
-  return askList<Service>(makeRequest(SI, 6), SI, readService);
+  return askList<Service>(rowOf<"getServices">, {}, readService);
 }
 
-std::int32_t ControlChannel::getCurrentService() { return ask(makeRequest(SI, 7))[3]; }
+std::int32_t ControlChannel::getCurrentService() { return askInteger(rowOf<"getCurrentService">); }
 
 std::string ControlChannel::getServiceDescription() {
-  return shortString(ask(makeRequest(SI, 8)), firstText);
+  return askText(rowOf<"getServiceDescription">);
 }
 
-std::vector<ServiceComponent> ControlChannel::getServiceComponents(std::int32_t serviceId) {
-  return askList<ServiceComponent>(makeRequest(SI, 10, {serviceId}), SI, [](const message& record) {
-    return ServiceComponent{words<6>(record, 3)};
+std::vector<ServiceComponent> ControlChannel::getServiceComponents(std::int32_t service) {
+  constexpr const Request& row = rowOf<"getServiceComponents">;
+  return askList<ServiceComponent>(row, {service}, [](const message& record) {
+    return ServiceComponent{integers<6>(record, row.answer)};
   });
 }
 
 std::vector<Descriptor> ControlChannel::getServiceComponentDescriptors(std::int32_t component) {
-  return askDescriptors(makeRequest(SI, 11, {component}));
+  return askDescriptors(rowOf<"getServiceComponentDescriptors">, {component});
 }
 
 TransportStream ControlChannel::getTransportStream() {
-  const auto wire = get<transport_stream>(ask(makeRequest(SI, 12)), firstWord);
-  return {{wire.value_1, wire.value_2, wire.value_3}, wire.real_value, wire.mode};
+  constexpr const Request& row = rowOf<"getTransportStream">;
+  const message record = ask(row);
+  return {integers<3>(record, row.answer),
+          static_cast<float>(readReal(record, answered<"getTransportStream", "real_value">)),
+          readInteger(record, answered<"getTransportStream", "mode">)};
 }
 
 std::vector<Descriptor> ControlChannel::getTransportStreamDescriptors(
     std::int32_t transportStream) {
-  return askDescriptors(makeRequest(SI, 13, {transportStream}));
+  return askDescriptors(rowOf<"getTransportStreamDescriptors">, {transportStream});
 }
 
 Network ControlChannel::getNetwork() {
-  const auto wire = get<network>(ask(makeRequest(SI, 14)), firstWord);
-  return {wire.network_value, std::string(fieldText(wire.name))};
+  const message record = ask(rowOf<"getNetwork">);
+  return {readInteger(record, answered<"getNetwork", "network_value">),
+          readText(record, answered<"getNetwork", "name">)};
 }
 
 std::vector<Descriptor> ControlChannel::getNetworkDescriptors() {
-  return askDescriptors(makeRequest(SI, 15));
+  return askDescriptors(rowOf<"getNetworkDescriptors">);
 }
 
 std::vector<ProgramMap> ControlChannel::getPMTs(std::int32_t program) {
-  return askList<ProgramMap>(makeRequest(SI, 16, {program}), SI,
-                             [](const message& record) { return ProgramMap{words<4>(record, 3)}; });
+  constexpr const Request& row = rowOf<"getPMTs">;
+  return askList<ProgramMap>(row, {program}, [](const message& record) {
+    return ProgramMap{integers<4>(record, row.answer)};
+  });
 }
 
 OpenedMedia ControlChannel::open(const std::string& locator) {
-  const message reply = ask(withText(makeRequest(MEDIA, 0), locatorText, locator));
-  return {getBoolean(reply, secondWord), reply[3]};
+  const message reply = ask(rowOf<"open">, {locator});
+  return {readBoolean(reply, answered<"open", "opened">),
+          readInteger(reply, answered<"open", "player">)};
 }
 
 std::int32_t ControlChannel::getDuration(std::int32_t player) {
-  return ask(makeRequest(MEDIA, 1, {player}))[4];
+  return askInteger(rowOf<"getDuration">, {player});
 }
 
 std::int32_t ControlChannel::getCurrentTime(std::int32_t player) {
-  return ask(makeRequest(MEDIA, 2, {player}))[4];
+  return askInteger(rowOf<"getCurrentTime">, {player});
 }
 
 std::int32_t ControlChannel::setCurrentTime(std::int32_t player, std::int32_t first,
                                             std::int32_t second) {
-  return ask(makeRequest(MEDIA, 3, {player, first, second}))[4];
+  return askInteger(rowOf<"setCurrentTime">, {player, first, second});
 }
 
 void ControlChannel::addMediaListener(std::int32_t player) {
-  tell(makeRequest(MEDIA, 4, {player}));
+  tell(rowOf<"addMediaListener">, {player});
 }
 
-bool ControlChannel::play(std::int32_t player) {
-  return getBoolean(ask(makeRequest(MEDIA, 5, {player})), secondWord);
-}
+bool ControlChannel::play(std::int32_t player) { return askBoolean(rowOf<"play">, {player}); }
 
-void ControlChannel::close(std::int32_t player) { tell(makeRequest(MEDIA, 6, {player})); }
+void ControlChannel::close(std::int32_t player) { tell(rowOf<"close">, {player}); }
 
-void ControlChannel::stop(std::int32_t player) { tell(makeRequest(MEDIA, 7, {player})); }
+void ControlChannel::stop(std::int32_t player) { tell(rowOf<"stop">, {player}); }
 
 std::int32_t ControlChannel::setMediaBounds(std::int32_t player, const Rectangle& bounds) {
-  return ask(makeRequest(MEDIA, 8, {player, bounds.x, bounds.y, bounds.width, bounds.height}))[4];
+  return askInteger(rowOf<"setMediaBounds">,
+                    {player, bounds.x, bounds.y, bounds.width, bounds.height});
 }
 
 Rectangle ControlChannel::getMediaBounds(std::int32_t player, const Rectangle& given) {
-  return rectangle(
-      ask(makeRequest(MEDIA, 9, {player, given.x, given.y, given.width, given.height})), 4);
+  constexpr const Request& row = rowOf<"getMediaBounds">;
+  return rectangle(ask(row, {player, given.x, given.y, given.width, given.height}), row.answer);
 }
 
 void ControlChannel::setMediaFreeze(std::int32_t player, bool freeze) {
-  tell(withBoolean(makeRequest(MEDIA, 10, {player}), secondWord, freeze));
+  tell(rowOf<"setMediaFreeze">, {player, freeze});
 }
 
 void ControlChannel::setMediaBalanceLevel(std::int32_t player, double level) {
-  tell(withDouble(makeRequest(MEDIA, 11, {player}), level));
+  tell(rowOf<"setMediaBalanceLevel">, {player, level});
 }
 
 void ControlChannel::setMediaSoundLevel(std::int32_t player, double level) {
-  tell(withDouble(makeRequest(MEDIA, 12, {player}), level));
+  tell(rowOf<"setMediaSoundLevel">, {player, level});
 }
 
 void ControlChannel::setMediaMute(std::int32_t player, bool mute) {
-  tell(withBoolean(makeRequest(MEDIA, 13, {player}), secondWord, mute));
+  tell(rowOf<"setMediaMute">, {player, mute});
 }
 
 void ControlChannel::setMediaBassLevel(std::int32_t player, double level) {
-  tell(withDouble(makeRequest(MEDIA, 14, {player}), level));
+  tell(rowOf<"setMediaBassLevel">, {player, level});
 }
 
 void ControlChannel::setMediaTrebleLevel(std::int32_t player, double level) {
-  tell(withDouble(makeRequest(MEDIA, 15, {player}), level));
+  tell(rowOf<"setMediaTrebleLevel">, {player, level});
 }
 
 bool ControlChannel::checkVersionFlag(std::int32_t flag) {
-  return getBoolean(ask(makeRequest(VERSION, flag)), firstWord);
+  return askBoolean(rowOf<"checkVersionFlag">, {flag});
 }
 
 }  // namespace quillwork::client

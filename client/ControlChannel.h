@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <functional>
+#include <initializer_list>
 #include <list>
 #include <optional>
 #include <string>
@@ -11,7 +12,14 @@
 #include "client/Records.h"
 #include "protocol/message.h"
 
+namespace quillwork::operations {
+struct Request;
+struct Trailing;
+}  // namespace quillwork::operations
+
 namespace quillwork::client {
+
+class Value;
 
 /// The control channel: an operation for each request of docs/protocol.md. A notification that
 /// arrives while an operation waits for its reply is handed to the callback. Operations throw Error
@@ -119,17 +127,29 @@ class ControlChannel {
     std::optional<message> element;
   };
 
-  void tell(const message& request);
-  message ask(const message& request);
+  using Request = operations::Request;
+  using Values = std::initializer_list<Value>;
+
+  void tell(const Request& row, Values values = {});
+  message ask(const Request& row, Values values = {});
+  // The one value of an answer, or of each element of a list.
+  std::int32_t askInteger(const Request& row, Values values = {});
+  bool askBoolean(const Request& row, Values values = {});
+  std::string askText(const Request& row, Values values = {});
+  std::vector<std::int32_t> askIntegers(const Request& row, Values values = {});
+  template <class Element, class Read>
+  std::vector<Element> askList(const Request& row, Values values, Read&& read);
+  std::vector<Descriptor> askDescriptors(const Request& row, Values values = {});
+
   message receiveRecord();
   Reply receiveReply();
   std::optional<Notification> takeNotification(const message& record,
                                                std::optional<message>& element);
   Notification receiveCommand(std::size_t parts, message part);
-  template <class Element, class Read>
-  std::vector<Element> askList(const message& request, std::int32_t elementGroup, Read&& read);
-  std::vector<Descriptor> askDescriptors(const message& request);
+  [[nodiscard]] std::size_t trailingCount(const message& record,
+                                          const operations::Trailing& list) const;
   std::vector<std::uint8_t> receiveBytes(std::size_t size);
+  std::string receiveText();
   void receiveTrailing(const message& record, ProgramEvent& event);
 
   Channel channel_;

@@ -1,6 +1,9 @@
 #include "client/SectionFilterChannel.h"
 
+#include <cassert>
 #include <cstring>
+
+#include "protocol/operations.h"
 
 namespace quillwork::client {
 namespace {
@@ -14,12 +17,18 @@ void append(std::vector<std::uint8_t>& bytes, std::int32_t value) {
   bytes.insert(bytes.end(), std::begin(word), std::end(word));
 }
 
+/// The code of a request: a name that no request has does not compile.
+template <operations::Name name>
+constexpr std::size_t codeOf = operations::sectionFilterRequest(name);
+
 }  // namespace
 
-void SectionFilterChannel::request(std::int32_t code, std::initializer_list<std::int32_t> arguments,
+void SectionFilterChannel::request(std::size_t code, std::initializer_list<std::int32_t> arguments,
                                    std::initializer_list<const Bytes*> vectors) {
+  const operations::SectionFilterRequest& row = operations::sectionFilterRequests[code];
+  assert(arguments.size() == (hasNumber(row) ? 1 : 0) && vectors.size() == row.vectors.size());
   Bytes bytes;
-  append(bytes, code);
+  append(bytes, static_cast<std::int32_t>(code));
   for (const std::int32_t argument : arguments) append(bytes, argument);
   for (const Bytes* const vector : vectors) {
     append(bytes, static_cast<std::int32_t>(vector->size()));
@@ -28,8 +37,50 @@ void SectionFilterChannel::request(std::int32_t code, std::initializer_list<std:
   channel_.send(bytes.data(), bytes.size());
 }
 
+void SectionFilterChannel::start() { request(codeOf<"start">); }
+
+void SectionFilterChannel::stop() { request(codeOf<"stop">); }
+
+void SectionFilterChannel::set_pid(std::int32_t pid) { request(codeOf<"set_pid">, {pid}); }
+
+void SectionFilterChannel::set_table_id(std::int32_t tableId) {
+  request(codeOf<"set_table_id">, {tableId});
+}
+
+void SectionFilterChannel::set_positive_filter(std::int32_t filterArg, const Bytes& first,
+                                               const Bytes& second) {
+  request(codeOf<"set_positive_filter">, {filterArg}, {&first, &second});
+}
+
+void SectionFilterChannel::set_greater_than_filter(std::int32_t filterArg, const Bytes& first,
+                                                   const Bytes& second) {
+  request(codeOf<"set_greater_than_filter">, {filterArg}, {&first, &second});
+}
+
+void SectionFilterChannel::set_less_than_filter(std::int32_t filterArg, const Bytes& first,
+                                                const Bytes& second) {
+  request(codeOf<"set_less_than_filter">, {filterArg}, {&first, &second});
+}
+
+void SectionFilterChannel::set_xor_filter(std::int32_t filterArg, const Bytes& first,
+                                          const Bytes& second, const Bytes& third) {
+  request(codeOf<"set_xor_filter">, {filterArg}, {&first, &second, &third});
+}
+
+void SectionFilterChannel::set_time_out(std::int32_t timeOut) {
+  request(codeOf<"set_time_out">, {timeOut});
+}
+
+void SectionFilterChannel::clear_table_id() { request(codeOf<"clear_table_id">); }
+
+void SectionFilterChannel::clear_positive_filter() { request(codeOf<"clear_positive_filter">); }
+
+void SectionFilterChannel::clear_less_than_filter() { request(codeOf<"clear_less_than_filter">); }
+
+void SectionFilterChannel::clear_xor_filter() { request(codeOf<"clear_xor_filter">); }
+
 SectionFilterChannel::Bytes SectionFilterChannel::read_section(std::chrono::milliseconds extra) {
-  request(13, {});
+  request(codeOf<"read_section">);
   std::int32_t count = 0;
   channel_.receive(&count, sizeof count, channel_.timeLimit() + extra);
   if (count < 0 || count > maxSection) {

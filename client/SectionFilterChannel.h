@@ -1,7 +1,9 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
+#include <initializer_list>
 #include <string>
 #include <vector>
 
@@ -22,34 +24,26 @@ class SectionFilterChannel {
                                 std::chrono::milliseconds timeLimit = defaultTimeLimit)
       : channel_(path, timeLimit) {}
 
-  void start() { request(0, {}); }
-  void stop() { request(1, {}); }
-  void set_pid(std::int32_t pid) { request(2, {pid}); }
-  void set_table_id(std::int32_t tableId) { request(3, {tableId}); }
-  void set_positive_filter(std::int32_t filterArg, const Bytes& first, const Bytes& second) {
-    request(4, {filterArg}, {&first, &second});
-  }
-  void set_greater_than_filter(std::int32_t filterArg, const Bytes& first, const Bytes& second) {
-    request(5, {filterArg}, {&first, &second});
-  }
-  void set_less_than_filter(std::int32_t filterArg, const Bytes& first, const Bytes& second) {
-    request(6, {filterArg}, {&first, &second});
-  }
+  void start();
+  void stop();
+  void set_pid(std::int32_t pid);
+  void set_table_id(std::int32_t tableId);
+  void set_positive_filter(std::int32_t filterArg, const Bytes& first, const Bytes& second);
+  void set_greater_than_filter(std::int32_t filterArg, const Bytes& first, const Bytes& second);
+  void set_less_than_filter(std::int32_t filterArg, const Bytes& first, const Bytes& second);
   void set_xor_filter(std::int32_t filterArg, const Bytes& first, const Bytes& second,
-                      const Bytes& third) {
-    request(7, {filterArg}, {&first, &second, &third});
-  }
+                      const Bytes& third);
   /// The receiver's time limit for a section; read_section() has to be given as much.
-  void set_time_out(std::int32_t timeOut) { request(8, {timeOut}); }
-  void clear_table_id() { request(9, {}); }
-  void clear_positive_filter() { request(10, {}); }
-  void clear_less_than_filter() { request(11, {}); }
-  void clear_xor_filter() { request(12, {}); }
+  void set_time_out(std::int32_t timeOut);
+  void clear_table_id();
+  void clear_positive_filter();
+  void clear_less_than_filter();
+  void clear_xor_filter();
   /// The next section, or no bytes. `extra`: how much longer than for anything else to wait.
   Bytes read_section(std::chrono::milliseconds extra = {});
 
  private:
-  void request(std::int32_t code, std::initializer_list<std::int32_t> arguments,
+  void request(std::size_t code, std::initializer_list<std::int32_t> arguments = {},
                std::initializer_list<const Bytes*> vectors = {});
 
   Channel channel_;
