@@ -1,5 +1,8 @@
 #include "support/RecordingListener.h"
 
+#include <cstdint>
+#include <cstring>
+
 #include "protocol/message.h"
 
 using quillwork::fieldText;
@@ -77,7 +80,13 @@ void RecordingListener::removeSystemProperty(std::string property) {
 }
 
 void RecordingListener::setVideoAudio(quillwork::audio_data data) {
-  called("setVideoAudio", data.type, data.level);
+  if (data.type == 4) {
+    std::uint8_t mute = 0;
+    std::memcpy(&mute, &data.level, sizeof mute);
+    called("setVideoAudio", data.type, mute != 0);
+  } else {
+    called("setVideoAudio", data.type, data.level);
+  }
 }
 
 int RecordingListener::getCurrentTransportStreamID() {
