@@ -54,17 +54,11 @@ TEST_P(GoldenRequest, CallsTheListenerAndIsAnsweredByteByByte) {
     }
   }
   expectNothingMore(client);
-  EXPECT_EQ(seen, golden.calls);
+  EXPECT_EQ(seen, golden.callTexts());
 }
 
 INSTANTIATE_TEST_SUITE_P(Files, GoldenRequest, testing::ValuesIn(Golden::readAll(GOLDEN_DIRECTORY)),
-                         [](const auto& golden) {
-                           std::string name = golden.param.name;
-                           for (char& character : name) {
-                             if (character == '-') character = '_';
-                           }
-                           return name;
-                         });
+                         [](const auto& row) { return testName(row.param); });
 
 TEST_F(Dispatch, UnknownGroupsAreReportedAndNotAnswered) {
   RawClient client;

@@ -73,15 +73,7 @@ TEST_P(EveryRow, IsDecodedWholeAndInPieces) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Trace, EveryRow, testing::ValuesIn(Golden::readAll(GOLDEN_DIRECTORY)),
-                         [](const auto& row) {
-                           std::string name = row.param.name;
-                           for (char& character : name) {
-                             if (std::isalnum(static_cast<unsigned char>(character)) == 0) {
-                               character = '_';
-                             }
-                           }
-                           return name;
-                         });
+                         [](const auto& row) { return testName(row.param); });
 
 TEST(Trace, NotificationsAreDecodedBetweenARequestAndItsReply) {
   ControlDecoder decoder;

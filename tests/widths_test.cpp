@@ -57,7 +57,7 @@ TEST_F(Widths, EveryRequestAndReply) {
     }
     // Answered always, and the last of what was asked.
     EXPECT_EQ(client.ask(request(quillwork::VERSION, 99)).group, quillwork::VERSION);
-    Calls expected = golden.calls;
+    Calls expected = golden.callTexts();
     expected.emplace_back("checkVersionFlag(99)");
     EXPECT_EQ(calls(), expected) << golden.name;
   }

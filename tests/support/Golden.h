@@ -1,20 +1,13 @@
 #pragma once
 
+#include <cstdint>
 #include <ostream>
 #include <set>
 #include <string>
 #include <vector>
 
-/// A request and its reply, byte by byte, as a file in tests/golden describes them:
-///
-///   # a title
-///   = what the listener is called with, one line a call
-///   > record          what the client sends: 1960 bytes, "fill" and then runs at offsets
-///   < record          what it receives: records, or bytes outside of any record
-///   < bytes
-///
-/// A run is a list of hexadecimal bytes, "00*252" for 252 of them; "ref" is a word that says that a
-/// list follows (any word but zero in a 32-bit process, 1 in a wider one).
+/// An exchange on one of the two channels, byte by byte, as a file in tests/golden describes it.
+/// tests/golden/README.md has the format.
 struct Golden {
   struct Part {
     bool fromClient;
@@ -24,18 +17,47 @@ struct Golden {
     std::set<std::size_t> references;
   };
 
+  /// A named value, as it is written: an integer, a real number, "text" or {bytes}.
+  struct Value {
+    std::string name;
+    std::string written;
+
+    [[nodiscard]] std::int32_t integer() const { return std::stoi(written); }
+    [[nodiscard]] double real() const { return std::stod(written); }
+    /// Those of a text or of a row of bytes; throws std::runtime_error for anything else.
+    [[nodiscard]] std::string bytes() const;
+  };
+
+  /// A call of a listener's operation, or of the manager's by the host.
+  struct Call {
+    std::string operation;
+    std::vector<Value> arguments;
+    std::vector<Value> results;
+
+    /// The argument or result with this name; throws std::runtime_error where there is none.
+    [[nodiscard]] const Value& argument(const std::string& name) const;
+    [[nodiscard]] const Value& result(const std::string& name) const;
+    /// As a CallLog has it: "operation(arguments)".
+    [[nodiscard]] std::string text() const;
+  };
+
   std::string name;
-  std::vector<std::string> calls;
+  std::vector<Call> calls;
   std::vector<Part> parts;
+
+  [[nodiscard]] std::vector<std::string> callTexts() const;
 
   /// Reads a file; throws std::runtime_error with the file and line of what is not understood.
   static Golden read(const std::string& path);
-  /// Every file of the directory, in the order of their names.
+  /// Every golden file of the directory, without those below it, in the order of their names.
   static std::vector<Golden> readAll(const std::string& directory);
 };
 
 /// How a test's parameter is shown.
 inline void PrintTo(const Golden& golden, std::ostream* stream) { *stream << golden.name; }
+
+/// The file's name as a part of a test's name.
+std::string testName(const Golden& golden);
 
 /// Compares what has arrived with a part; the answer is empty or says where they differ.
 /// `wide`: the sender is a process with pointers of more than four bytes.
