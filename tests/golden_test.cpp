@@ -1,16 +1,19 @@
 // The files of tests/golden that are no requests of the control channel: what the library sends on
-// its own, byte by byte on the real socket.
+// its own, and the section-filter channel, byte by byte on the real sockets.
 
 #include <gtest/gtest.h>
 
 #include <future>
 
+#include "ipc/IpcDemuxServer.h"
 #include "protocol/IpcServerManager.h"
 #include "support/ApplicationStateWait.h"
+#include "support/DemuxRecorder.h"
 #include "support/Golden.h"
 #include "support/GoldenNotification.h"
 #include "support/Manager.h"
 #include "support/RawClient.h"
+#include "support/StandardStreams.h"
 
 namespace quillwork {
 namespace {
@@ -47,6 +50,44 @@ TEST_P(GoldenNotification, ReachesTheClientByteByByte) {
 
 INSTANTIATE_TEST_SUITE_P(Files, GoldenNotification,
                          testing::ValuesIn(Golden::readAll(GOLDEN_DIRECTORY "/notifications")),
+                         [](const auto& row) { return testName(row.param); });
+
+class GoldenSectionFilter : public testing::TestWithParam<Golden> {
+ protected:
+  void SetUp() override {
+    server.setListener(&recorder);
+    server.start();
+  }
+  void TearDown() override { server.stop(); }
+
+  DemuxRecorder recorder;
+  IpcDemuxServer server;
+};
+
+TEST_P(GoldenSectionFilter, CallsTheListenerAndIsAnsweredByteByByte) {
+  const Golden& golden = GetParam();
+  for (const Golden::Call& call : golden.calls) {
+    if (call.operation != "read_section") continue;
+    const std::string section = call.result("section").bytes();
+    recorder.section = [section] { return DemuxRecorder::Bytes(section.begin(), section.end()); };
+  }
+  const CaughtStream errors(stderr);
+  const RawClient client(RawClient::sectionFilter);
+  for (const Golden::Part& part : golden.parts) {
+    if (part.fromClient) {
+      client.send(part.bytes);
+    } else {
+      EXPECT_EQ(differences(part, client.receive(part.bytes.size()), sizeof(void*) > 4), "");
+    }
+  }
+  client.closeSending();
+  // The server ends the connection when it has handled all of it, and has sent nothing more.
+  EXPECT_TRUE(client.isAtEnd());
+  EXPECT_EQ(recorder.log.take(), golden.callTexts());
+}
+
+INSTANTIATE_TEST_SUITE_P(Files, GoldenSectionFilter,
+                         testing::ValuesIn(Golden::readAll(GOLDEN_DIRECTORY "/section-filter")),
                          [](const auto& row) { return testName(row.param); });
 
 }  // namespace
