@@ -26,6 +26,13 @@ class Widths : public testing::Test {
 
   [[nodiscard]] bool isWide() const { return host.output().rfind("serving 8", 0) == 0; }
 
+  /// Tells the host something and waits until it says that this is done.
+  void tell(const std::string& line) {
+    host.forgetOutput();
+    host.say(line);
+    EXPECT_TRUE(host.awaitOutput("done " + line)) << host.errors();
+  }
+
   /// What the host's listeners were called with.
   Calls calls() {
     const std::size_t before = host.output().size();
@@ -83,6 +90,50 @@ TEST_F(Widths, Notifications) {
   EXPECT_EQ(command.text, "short");
   EXPECT_EQ(std::get<StreamEventCommand>(next()).text, std::string(5000, 't'));
   EXPECT_EQ(std::get<ApplicationStateRequest>(next()).state, 3);
+}
+
+TEST_F(Widths, EveryGoldenNotification) {
+  const bool wide = isWide();
+  const RawClient client;
+  EXPECT_EQ(client.ask(request(quillwork::VERSION, 1)).group, quillwork::VERSION);
+  const std::string directory = GOLDEN_DIRECTORY "/notifications/";
+  for (const Golden& golden : Golden::readAll(directory)) {
+    const std::string line = "notify " + directory + golden.name + ".golden";
+    host.forgetOutput();
+    host.say(line);
+    bool expected = true;
+    for (const Golden::Part& part : golden.parts) {
+      if (part.fromClient) {
+        EXPECT_TRUE(host.awaitOutput("waiting")) << host.errors();
+        client.send(part.bytes);
+        expected = golden.calls.front().result("answer").integer() != 0;
+      } else {
+        EXPECT_EQ(differences(part, client.receive(part.bytes.size()), wide), "") << golden.name;
+      }
+    }
+    EXPECT_TRUE(host.awaitOutput("done " + line)) << host.errors();
+    EXPECT_NE(host.output().find(expected ? "result 1\n" : "result 0\n"), std::string::npos)
+        << golden.name;
+  }
+}
+
+TEST_F(Widths, EveryGoldenSectionFilterRequest) {
+  const bool wide = isWide();
+  const std::string directory = GOLDEN_DIRECTORY "/section-filter/";
+  for (const Golden& golden : Golden::readAll(directory)) {
+    tell("section " + directory + golden.name + ".golden");
+    const RawClient client(RawClient::sectionFilter);
+    for (const Golden::Part& part : golden.parts) {
+      if (part.fromClient) {
+        client.send(part.bytes);
+      } else {
+        EXPECT_EQ(differences(part, client.receive(part.bytes.size()), wide), "") << golden.name;
+      }
+    }
+    client.closeSending();
+    EXPECT_TRUE(client.isAtEnd()) << golden.name;
+    EXPECT_EQ(calls(), golden.callTexts()) << golden.name;
+  }
 }
 
 TEST_F(Widths, TheSectionFilter) {
