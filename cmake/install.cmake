@@ -33,7 +33,7 @@ install(
   FILES_MATCHING
   PATTERN "*.h")
 install(
-  FILES packaging/gdb/quillwork_ipc.py
+  FILES packaging/gdb/quillwork_ipc.py ${QUILLWORK_PROTOCOL_JSON}
   DESTINATION ${CMAKE_INSTALL_DATADIR}/quillwork-ipc
   COMPONENT development)
 
