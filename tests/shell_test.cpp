@@ -1,6 +1,6 @@
 // The client in an event loop, and what the shell makes of a line.
 
-#include "client/Shell.h"
+#include "cli/Shell.h"
 
 #include <gtest/gtest.h>
 #include <sys/socket.h>
@@ -8,7 +8,7 @@
 
 #include <set>
 
-#include "client/Command.h"
+#include "cli/Command.h"
 #include "protocol/message.h"
 #include "support/UnixSocket.h"
 

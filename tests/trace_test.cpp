@@ -11,8 +11,8 @@
 #include <thread>
 #include <vector>
 
-#include "client/ControlDecoder.h"
-#include "client/SectionDecoder.h"
+#include "cli/ControlDecoder.h"
+#include "cli/SectionDecoder.h"
 #include "support/Golden.h"
 #include "support/Program.h"
 #include "support/RawClient.h"

@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "client/TraceLine.h"
+#include "cli/TraceLine.h"
 #include "protocol/message.h"
 
 namespace quillwork::client {

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "client/Session.h"
+#include "cli/Session.h"
 
 namespace quillwork::client {
 

@@ -1,4 +1,4 @@
-#include "client/SectionDecoder.h"
+#include "cli/SectionDecoder.h"
 
 #include <cstdint>
 #include <cstring>

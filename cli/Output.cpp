@@ -1,4 +1,4 @@
-#include "client/Output.h"
+#include "cli/Output.h"
 
 #include <fmt/format.h>
 #include <cstdio>
@@ -6,7 +6,7 @@
 #include <chrono>
 #include <map>
 
-#include "client/Table.h"
+#include "cli/Table.h"
 
 namespace quillwork::client {
 namespace {

@@ -6,8 +6,8 @@
 #include <string>
 #include <string_view>
 
-#include "client/ControlDecoder.h"
-#include "client/SectionDecoder.h"
+#include "cli/ControlDecoder.h"
+#include "cli/SectionDecoder.h"
 
 namespace quillwork::client {
 

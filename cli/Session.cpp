@@ -1,4 +1,4 @@
-#include "client/Session.h"
+#include "cli/Session.h"
 
 namespace quillwork::client {
 namespace {

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "client/Session.h"
+#include "cli/Session.h"
 
 namespace quillwork::client {
 

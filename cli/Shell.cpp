@@ -1,4 +1,4 @@
-#include "client/Shell.h"
+#include "cli/Shell.h"
 
 #include <fmt/format.h>
 #include <poll.h>
@@ -16,8 +16,8 @@
 #include <stdexcept>
 #include <utility>
 
-#include "client/Command.h"
-#include "client/Output.h"
+#include "cli/Command.h"
+#include "cli/Output.h"
 
 namespace quillwork::client {
 namespace {

@@ -1,4 +1,4 @@
-#include "client/Trace.h"
+#include "cli/Trace.h"
 
 #include <fmt/format.h>
 #include <pthread.h>
@@ -15,10 +15,10 @@
 #include <thread>
 #include <vector>
 
-#include "client/Command.h"
+#include "cli/Command.h"
+#include "cli/Output.h"
+#include "cli/Table.h"
 #include "client/ControlChannel.h"
-#include "client/Output.h"
-#include "client/Table.h"
 #include "ipc/UnixAddress.h"
 
 namespace quillwork::client {

@@ -8,9 +8,9 @@
 #include <thread>
 #include <utility>
 
-#include "client/Command.h"
-#include "client/Output.h"
-#include "client/Trace.h"
+#include "cli/Command.h"
+#include "cli/Output.h"
+#include "cli/Trace.h"
 
 namespace quillwork::client {
 namespace {

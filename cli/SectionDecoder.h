@@ -4,7 +4,7 @@
 #include <string_view>
 #include <vector>
 
-#include "client/TraceLine.h"
+#include "cli/TraceLine.h"
 
 namespace quillwork::client {
 

@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <string>
 
-#include "client/Output.h"
+#include "cli/Output.h"
 
 namespace quillwork::client {
 

@@ -1,4 +1,4 @@
-#include "client/ControlDecoder.h"
+#include "cli/ControlDecoder.h"
 
 #include <algorithm>
 #include <array>

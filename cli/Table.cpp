@@ -1,4 +1,4 @@
-#include "client/Table.h"
+#include "cli/Table.h"
 
 #include <fmt/format.h>
 #include <unistd.h>

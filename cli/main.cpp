@@ -12,9 +12,9 @@
 #include <string>
 #include <vector>
 
-#include "client/Command.h"
-#include "client/Session.h"
-#include "client/Shell.h"
+#include "cli/Command.h"
+#include "cli/Session.h"
+#include "cli/Shell.h"
 
 namespace {
 
