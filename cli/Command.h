@@ -10,7 +10,7 @@
 
 #include "cli/Session.h"
 
-namespace quillwork::client {
+namespace quillwork::cli {
 
 /// An argument of a command: one that stands in its place, an option when its name begins with
 /// "--".
@@ -51,11 +51,11 @@ struct Command {
   std::string name;
   std::string description;
   std::vector<Argument> arguments;
-  /// Throws Error, Refusal, or std::invalid_argument for what is wrong with the arguments.
+  /// Throws client::Error, Refusal, or std::invalid_argument for what is wrong with the arguments.
   std::function<void(Session& session, const Values& values)> run;
 };
 
 /// Every command that there is, in the order of the help.
 const std::vector<Command>& commands();
 
-}  // namespace quillwork::client
+}  // namespace quillwork::cli

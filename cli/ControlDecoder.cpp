@@ -8,7 +8,7 @@
 #include <span>
 #include <utility>
 
-namespace quillwork::client {
+namespace quillwork::cli {
 
 /// A row of the protocol. Json are words "w", truth values "b", real numbers "d", short strings
 /// "s" and strings to the record's end "l", each with its word or byte and its name.
@@ -166,7 +166,7 @@ Json unknownFields(const message& record) {
 /// Of what has arrived, a part as hexadecimal digits.
 std::string hex(const std::string& bytes, std::size_t position, std::size_t size) {
   const auto* const begin = reinterpret_cast<const std::uint8_t*>(bytes.data()) + position;
-  return client::hex(std::span(begin, size));
+  return cli::hex(std::span(begin, size));
 }
 
 std::optional<message> firstRecord(std::string_view bytes, std::size_t index = 0) {
@@ -319,4 +319,4 @@ bool ControlDecoder::decodeLists() {
   return true;
 }
 
-}  // namespace quillwork::client
+}  // namespace quillwork::cli

@@ -8,7 +8,7 @@
 #include "cli/TraceLine.h"
 #include "protocol/message.h"
 
-namespace quillwork::client {
+namespace quillwork::cli {
 
 /// Decodes both directions of one connection of the control channel. What does not fit the protocol
 /// is shown as unknown; the bytes behind it are still taken for records.
@@ -41,4 +41,4 @@ class ControlDecoder {
   std::vector<TraceLine> lines_;
 };
 
-}  // namespace quillwork::client
+}  // namespace quillwork::cli

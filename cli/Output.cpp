@@ -8,7 +8,9 @@
 
 #include "cli/Table.h"
 
-namespace quillwork::client {
+namespace quillwork::cli {
+
+using namespace client;
 namespace {
 
 template <std::size_t Size>
@@ -288,4 +290,4 @@ void printSection(const std::vector<std::uint8_t>& section) {
   }
 }
 
-}  // namespace quillwork::client
+}  // namespace quillwork::cli

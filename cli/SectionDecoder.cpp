@@ -6,7 +6,7 @@
 #include <span>
 #include <utility>
 
-namespace quillwork::client {
+namespace quillwork::cli {
 namespace {
 
 struct Request {
@@ -117,4 +117,4 @@ bool SectionDecoder::decodeSection() {
   return true;
 }
 
-}  // namespace quillwork::client
+}  // namespace quillwork::cli

@@ -6,7 +6,7 @@
 
 #include "cli/TraceLine.h"
 
-namespace quillwork::client {
+namespace quillwork::cli {
 
 /// Decodes both directions of one connection of the section-filter channel, likewise.
 class SectionDecoder {
@@ -22,4 +22,4 @@ class SectionDecoder {
   std::vector<TraceLine> lines_;
 };
 
-}  // namespace quillwork::client
+}  // namespace quillwork::cli

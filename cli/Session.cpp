@@ -1,6 +1,6 @@
 #include "cli/Session.h"
 
-namespace quillwork::client {
+namespace quillwork::cli {
 namespace {
 
 /// Between two commands; the oldest go.
@@ -8,10 +8,11 @@ constexpr std::size_t mostEarly = 1000;
 
 }  // namespace
 
-ControlChannel& Session::control() {
+client::ControlChannel& Session::control() {
   if (!control_) {
-    control_.emplace(ControlChannel::defaultPath, std::chrono::milliseconds(settings_.timeLimit));
-    control_->onNotification([this](const Notification& notification) {
+    control_.emplace(client::ControlChannel::defaultPath,
+                     std::chrono::milliseconds(settings_.timeLimit));
+    control_->onNotification([this](const client::Notification& notification) {
       if (early_.size() == mostEarly) early_.pop_front();
       early_.push_back(notification);
     });
@@ -19,17 +20,17 @@ ControlChannel& Session::control() {
   return *control_;
 }
 
-SectionFilterChannel& Session::sections() {
+client::SectionFilterChannel& Session::sections() {
   if (!sections_) {
-    sections_.emplace(SectionFilterChannel::defaultPath,
+    sections_.emplace(client::SectionFilterChannel::defaultPath,
                       std::chrono::milliseconds(settings_.timeLimit));
   }
   return *sections_;
 }
 
-std::optional<Notification> Session::takeEarly() {
+std::optional<client::Notification> Session::takeEarly() {
   if (early_.empty()) return std::nullopt;
-  Notification notification = std::move(early_.front());
+  client::Notification notification = std::move(early_.front());
   early_.pop_front();
   return notification;
 }
@@ -39,4 +40,4 @@ void Session::disconnect() {
   sections_.reset();
 }
 
-}  // namespace quillwork::client
+}  // namespace quillwork::cli

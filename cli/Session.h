@@ -7,7 +7,7 @@
 #include "client/ControlChannel.h"
 #include "client/SectionFilterChannel.h"
 
-namespace quillwork::client {
+namespace quillwork::cli {
 
 /// The connections that commands use, each made when one first needs it and then kept, and how what
 /// they bring is shown.
@@ -24,21 +24,21 @@ class Session {
   /// For the next command only, where a shell gives it one.
   void setJson(bool json) { settings_.json = json; }
 
-  ControlChannel& control();
-  SectionFilterChannel& sections();
+  client::ControlChannel& control();
+  client::SectionFilterChannel& sections();
   /// Whether there is a control channel already.
   [[nodiscard]] bool isConnected() const { return control_.has_value(); }
   /// Gives up what is out of step.
   void disconnect();
 
   /// The next notification that came while a command waited for its reply.
-  std::optional<Notification> takeEarly();
+  std::optional<client::Notification> takeEarly();
 
  private:
   Settings settings_;
-  std::deque<Notification> early_;
-  std::optional<ControlChannel> control_;
-  std::optional<SectionFilterChannel> sections_;
+  std::deque<client::Notification> early_;
+  std::optional<client::ControlChannel> control_;
+  std::optional<client::SectionFilterChannel> sections_;
 };
 
-}  // namespace quillwork::client
+}  // namespace quillwork::cli

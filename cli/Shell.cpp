@@ -19,7 +19,7 @@
 #include "cli/Command.h"
 #include "cli/Output.h"
 
-namespace quillwork::client {
+namespace quillwork::cli {
 namespace {
 
 constexpr const char* prompt = "quillwork> ";
@@ -31,9 +31,9 @@ void report(const std::exception& error) {
   fmt::print(stderr, "quillwork-client: {}\n", error.what());
 }
 
-void print(const Notification& notification) {
+void print(const client::Notification& notification) {
   printNotification(notification);
-  if (std::holds_alternative<ApplicationStateRequest>(notification)) {
+  if (std::holds_alternative<client::ApplicationStateRequest>(notification)) {
     fmt::print("The receiver waits for 'answer yes' or 'answer no'.\n");
   }
   std::fflush(stdout);
@@ -73,7 +73,7 @@ class Shell {
   void takeNotifications() {
     try {
       while (const auto notification = session_.control().takeNotification()) print(*notification);
-    } catch (const Error& error) {
+    } catch (const client::Error& error) {
       report(error);
       session_.disconnect();
     }
@@ -242,4 +242,4 @@ void runShell(Session& session, const RunWords& run) {
   runPlain(shell);
 }
 
-}  // namespace quillwork::client
+}  // namespace quillwork::cli

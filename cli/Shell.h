@@ -6,7 +6,7 @@
 
 #include "cli/Session.h"
 
-namespace quillwork::client {
+namespace quillwork::cli {
 
 /// Runs the command line's words; what is wrong with them has been said when it returns.
 using RunWords = std::function<void(const std::vector<std::string>& words)>;
@@ -23,4 +23,4 @@ std::vector<std::string> splitWords(const std::string& line);
 /// What the last word of the line can become.
 std::vector<std::string> completions(const std::string& line);
 
-}  // namespace quillwork::client
+}  // namespace quillwork::cli

@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <cwchar>
 
-namespace quillwork::client {
+namespace quillwork::cli {
 namespace {
 
 /// The cells of a terminal that the text takes, in the UTF-8 locale that main() sets.
@@ -77,4 +77,4 @@ void Table::print(std::FILE* stream) const {
   for (const auto& row : rows_) fmt::print(stream, "{}\n", makeRow(row));
 }
 
-}  // namespace quillwork::client
+}  // namespace quillwork::cli

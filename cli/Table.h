@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-namespace quillwork::client {
+namespace quillwork::cli {
 
 /// Text in a colour or weight of ECMA-48 (SGR), "1" for bold, where the stream is a terminal and
 /// NO_COLOR is not set; as it is elsewhere.
@@ -26,4 +26,4 @@ class Table {
   std::vector<std::vector<std::string>> rows_;
 };
 
-}  // namespace quillwork::client
+}  // namespace quillwork::cli

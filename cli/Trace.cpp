@@ -21,7 +21,7 @@
 #include "client/ControlChannel.h"
 #include "ipc/UnixAddress.h"
 
-namespace quillwork::client {
+namespace quillwork::cli {
 namespace {
 
 constexpr std::string_view signature = "quillwork-trace 1\n";
@@ -226,8 +226,8 @@ void Trace::stand() {
   sigaddset(&ending, SIGINT);
   sigaddset(&ending, SIGTERM);
   pthread_sigmask(SIG_BLOCK, &ending, nullptr);
-  const TakenPath control(ControlChannel::defaultPath);
-  const TakenPath sections(SectionFilterChannel::defaultPath);
+  const TakenPath control(client::ControlChannel::defaultPath);
+  const TakenPath sections(client::SectionFilterChannel::defaultPath);
   for (const Channel channel : {Channel::control, Channel::sectionFilter}) {
     const TakenPath& taken = channel == Channel::control ? control : sections;
     // Ends with the process.
@@ -283,4 +283,4 @@ void Trace::read(const std::string& path) {
   if (file.gcount() != 0) throw Refusal(path + ": cut short");
 }
 
-}  // namespace quillwork::client
+}  // namespace quillwork::cli

@@ -9,7 +9,7 @@
 #include "cli/ControlDecoder.h"
 #include "cli/SectionDecoder.h"
 
-namespace quillwork::client {
+namespace quillwork::cli {
 
 /// Shows what client and library say to each other, one line a record: as it passes, when it stands
 /// between them, or out of a recording. Any thread; one call at a time is served.
@@ -45,4 +45,4 @@ class Trace {
   std::unique_ptr<State> state_;
 };
 
-}  // namespace quillwork::client
+}  // namespace quillwork::cli

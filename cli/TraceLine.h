@@ -5,7 +5,7 @@
 
 #include "cli/Output.h"
 
-namespace quillwork::client {
+namespace quillwork::cli {
 
 enum class Direction : std::uint8_t { toLibrary, toClient };
 
@@ -21,4 +21,4 @@ struct TraceLine {
   Json fields = Json::object();
 };
 
-}  // namespace quillwork::client
+}  // namespace quillwork::cli

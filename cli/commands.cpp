@@ -12,7 +12,9 @@
 #include "cli/Output.h"
 #include "cli/Trace.h"
 
-namespace quillwork::client {
+namespace quillwork::cli {
+
+using namespace client;
 namespace {
 
 using std::chrono::milliseconds;
@@ -686,4 +688,4 @@ const std::vector<Command>& commands() {
   return all;
 }
 
-}  // namespace quillwork::client
+}  // namespace quillwork::cli

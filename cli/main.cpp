@@ -18,7 +18,7 @@
 
 namespace {
 
-using namespace quillwork::client;
+using namespace quillwork::cli;
 
 /// The command line of one call, or of one line in the shell.
 class CommandLine {

@@ -14,6 +14,7 @@
 
 namespace {
 
+using namespace quillwork::cli;
 using namespace quillwork::client;
 using quillwork::message;
 using Words = std::vector<std::string>;

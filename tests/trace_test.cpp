@@ -20,11 +20,11 @@
 namespace {
 
 using quillwork::message;
-using quillwork::client::ControlDecoder;
-using quillwork::client::Direction;
-using quillwork::client::Json;
-using quillwork::client::SectionDecoder;
-using quillwork::client::TraceLine;
+using quillwork::cli::ControlDecoder;
+using quillwork::cli::Direction;
+using quillwork::cli::Json;
+using quillwork::cli::SectionDecoder;
+using quillwork::cli::TraceLine;
 using Lines = std::vector<TraceLine>;
 
 template <class Decoder>
