@@ -9,7 +9,7 @@
 #include "fuzz/Input.h"
 #include "receiver/CarouselMounts.h"
 #include "receiver/ObjectCarousel.h"
-#include "receiver/carousel_sections.h"
+#include "sample/carousel_sections.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include <random>
 
 #include "receiver/ObjectCarousel.h"
-#include "receiver/carousel_sections.h"
+#include "sample/carousel_sections.h"
 
 namespace receiver {
 namespace {

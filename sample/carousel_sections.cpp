@@ -1,4 +1,4 @@
-#include "receiver/carousel_sections.h"
+#include "sample/carousel_sections.h"
 
 #include <algorithm>
 #include <map>

@@ -17,7 +17,7 @@
 #include <vector>
 
 #include "receiver/bitstream.h"
-#include "receiver/carousel_sections.h"
+#include "sample/carousel_sections.h"
 
 namespace {
 
