@@ -15,9 +15,9 @@
 #include "fuzz/Input.h"
 #include "receiver/DataBroadcast.h"
 #include "receiver/Player.h"
-#include "receiver/SectionFilter.h"
 #include "receiver/ServiceInformation.h"
 #include "receiver/StreamFile.h"
+#include "receiver/facades/SectionFilter.h"
 
 namespace {
 

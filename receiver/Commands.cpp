@@ -63,8 +63,9 @@ void answer(const std::string& text) {
 
 }  // namespace
 
-Commands::Commands(MiddlewareIpc& adapter, int input)
-    : adapter_(adapter),
+Commands::Commands(Host& host, MiddlewareIpc& adapter, int input)
+    : host_(host),
+      adapter_(adapter),
       input_(input),
       stopped_(eventfd(0, EFD_CLOEXEC)),
       thread_([this] { run(); }) {}
@@ -114,7 +115,6 @@ void Commands::perform(const std::string& line) {
   std::string_view rest = line;
   const std::string_view command = takeWord(rest);
   if (command.empty() || command.front() == '#') return;
-  Host& host = *Host::current();
   const auto known = std::ranges::find(needed, command, &Needed::command);
   if (known == std::end(needed)) {
     fmt::print(stderr, "quillwork-receiver: there is no command '{}'; 'help' shows them\n",
@@ -145,21 +145,21 @@ void Commands::perform(const std::string& line) {
     const bool granted = adapter_.sendAppState(quillwork::state{numbers[0]});
     answer(fmt::format("state {}: {}", numbers[0], granted ? "yes" : "no"));
   } else if (command == "event") {
-    host.commandListener.notify([&](auto& listener) {
+    host_.commandListener.notify([&](auto& listener) {
       listener.commandReceived({numbers[0], 0, 1, std::string(rest)});
     });
     answer(fmt::format("event {}", numbers[0]));
   } else if (command == "graphics") {
     const ipcutil::Rectangle_t plane{0, 0, numbers[0], numbers[1]};
-    host.graphicsListener.notify(
+    host_.graphicsListener.notify(
         [&](auto& listener) { listener.graphicsSettingsChanged(plane, plane); });
     answer(fmt::format("graphics {} {}", numbers[0], numbers[1]));
   } else if (command == "service") {
-    host.information.selectService(numbers[0]);
-    answer(fmt::format("service {}", host.information.currentService()));
+    host_.information.selectService(numbers[0]);
+    answer(fmt::format("service {}", host_.information.currentService()));
   } else if (command == "retune") {
-    if (!numbers.empty()) host.information.selectService(numbers[0]);
-    host.player.retune();
+    if (!numbers.empty()) host_.information.selectService(numbers[0]);
+    host_.player.retune();
     answer("retuned");
   } else if (command == "wait") {
     static_cast<void>(sleepFor(numbers[0]));

@@ -7,15 +7,17 @@ class MiddlewareIpc;
 
 namespace receiver {
 
+struct Host;
+
 /// What a person or a script causes on the host's side, a line each: read and carried out on a
 /// thread of its own, since a client that does not read or answer holds it up.
 /// Answers are lines on the standard output, complaints on the standard error stream.
 /// docs/receiver.md lists the commands.
 class Commands {
  public:
-  /// Borrows the adapter and the descriptor that the lines are read from. `quit` is carried out as
-  /// a SIGTERM to this process.
-  Commands(MiddlewareIpc& adapter, int input);
+  /// Borrows the host, the adapter and the descriptor that the lines are read from. `quit` is
+  /// carried out as a SIGTERM to this process.
+  Commands(Host& host, MiddlewareIpc& adapter, int input);
   /// Waits for the command that is being carried out. Delete the adapter first: that ends whatever
   /// waits for the client.
   ~Commands();
@@ -31,6 +33,7 @@ class Commands {
   [[nodiscard]] bool sleepFor(double seconds) const;
   void perform(const std::string& line);
 
+  Host& host_;
   MiddlewareIpc& adapter_;
   const int input_;
   /// Readable once stop() was called.

@@ -8,13 +8,14 @@
 #include "receiver/Player.h"
 #include "receiver/ServiceInformation.h"
 #include "receiver/Worker.h"
+#include "receiver/facades/Version.h"
 
 namespace receiver {
 
 class Display;
 
-/// What the facades work on. The library creates them through static factories, so they find it
-/// here; main() sets it before it creates the adapter and keeps it until the adapter is gone.
+/// What the facades work on. The library creates them through static factories, which find it here;
+/// main() sets it before it creates the adapter and keeps it until the adapter is gone.
 struct Host {
   ServiceInformation& information;
   Player& player;
@@ -23,7 +24,7 @@ struct Host {
   Display* display;        ///< null for none
   std::string properties;  ///< the file
   bool isFast = false;
-  std::string libraryRevision;  ///< once the library has said it
+  Version version;
   ListenerSlot<middlewarefacade::DsmCCCommandListener> commandListener;
   ListenerSlot<middlewarefacade::CarouselListener> carouselListener;
   ListenerSlot<middlewarefacade::GraphicsSettingsListener> graphicsListener;

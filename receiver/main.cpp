@@ -32,7 +32,7 @@
 #include "receiver/EditingCommands.h"
 #include "receiver/Host.h"
 #ifdef QUILLWORK_SQLITE
-#include "receiver/Properties.h"
+#include "receiver/facades/Properties.h"
 #endif
 #include "receiver/Time.h"
 
@@ -236,8 +236,8 @@ void serve(const Options& options) {
   player.start();
   {
     std::list<receiver::Commands> commands;
-    if (!options.script.empty()) commands.emplace_back(*adapter, openScript(options.script));
-    if (options.stream != "-") commands.emplace_back(*adapter, STDIN_FILENO);
+    if (!options.script.empty()) commands.emplace_back(host, *adapter, openScript(options.script));
+    if (options.stream != "-") commands.emplace_back(host, *adapter, STDIN_FILENO);
     const timespec second{1, 0};
     while (sigtimedwait(&signals, nullptr, &second) == -1) announcements.showState();
     for (receiver::Commands& lines : commands) lines.stop();

@@ -1,6 +1,6 @@
 // The properties, and carousels as directories.
 
-#include "receiver/Properties.h"
+#include "receiver/facades/Properties.h"
 
 #include <gtest/gtest.h>
 #include <sys/wait.h>

@@ -11,9 +11,9 @@
 #include <memory>
 
 #include "receiver/Player.h"
-#include "receiver/SectionFilter.h"
 #include "receiver/Text.h"
 #include "receiver/bitstream.h"
+#include "receiver/facades/SectionFilter.h"
 
 namespace receiver {
 namespace {

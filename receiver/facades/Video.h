@@ -6,12 +6,15 @@
 #include <memory>
 #include <string>
 
+#include "facade/GraphicsSettingsListener.h"
 #include "facade/MediaListener.h"
 #include "facade/VideoFacade.h"
 #include "receiver/Display.h"
-#include "receiver/Host.h"
 #include "receiver/ListenerSlot.h"
 #include "receiver/MediaPlayer.h"
+#include "receiver/Player.h"
+#include "receiver/ServiceInformation.h"
+#include "receiver/Worker.h"
 
 namespace receiver {
 
@@ -21,7 +24,10 @@ namespace receiver {
 class Video : public middlewarefacade::VideoFacade {
  public:
   /// `display`: null for none, and then the main video is not decoded.
-  Video(Host& host, Display* display);
+  using GraphicsListener = ListenerSlot<middlewarefacade::GraphicsSettingsListener>;
+
+  Video(Player& player, const ServiceInformation& information, Worker& worker,
+        GraphicsListener& graphicsListener, Display* display);
   ~Video() override;
 
   void setVideoBounds(int x, int y, int width, int height) override;
@@ -97,7 +103,10 @@ class Video : public middlewarefacade::VideoFacade {
   void startMain();
   void closeOpened(Opened& opened);
 
-  Host& host_;
+  Player& player_;
+  const ServiceInformation& information_;
+  Worker& worker_;
+  GraphicsListener& graphicsListener_;
   Display* const display_;
   Main main_;
   std::unique_ptr<MediaPlayer> mainPlayer_;

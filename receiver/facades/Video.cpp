@@ -1,10 +1,12 @@
-#include "receiver/Video.h"
+#include "receiver/facades/Video.h"
 
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <system_error>
 #include <utility>
+
+#include "receiver/CarouselMounts.h"
 
 namespace receiver {
 namespace {
@@ -26,25 +28,31 @@ bool hasSoundDevice() {
 
 }  // namespace
 
-Video::Video(Host& host, Display* display) : host_(host), display_(display) {
+Video::Video(Player& player, const ServiceInformation& information, Worker& worker,
+             GraphicsListener& graphicsListener, Display* display)
+    : player_(player),
+      information_(information),
+      worker_(worker),
+      graphicsListener_(graphicsListener),
+      display_(display) {
   if (display_ != nullptr) startMain();
 }
 
 Video::~Video() {
   videoPropertyAction();
-  if (mainPlayer_) host_.player.remove(*mainPlayer_);
-  host_.graphicsListener.set(nullptr);
+  if (mainPlayer_) player_.remove(*mainPlayer_);
+  graphicsListener_.set(nullptr);
 }
 
 void Video::startMain() {
   MediaSource source;
-  source.program = host_.information.currentService();
+  source.program = information_.currentService();
   mainPlayer_ = std::make_unique<MediaPlayer>(source, mainChannel, hasSoundDevice(), [] {});
   if (!mainPlayer_->open() || !mainPlayer_->play()) {
     mainPlayer_.reset();
     return;
   }
-  host_.player.add(*mainPlayer_);
+  player_.add(*mainPlayer_);
   display_->show(mainChannel, main_.bounds);
 }
 
@@ -59,8 +67,8 @@ Video::Opened* Video::find(int player) {
 
 std::vector<Component> Video::components(bool isAudio) const {
   const auto& types = isAudio ? soundTypes : pictureTypes;
-  for (ProgramMap& map : host_.information.programMaps()) {
-    if (map.program != host_.information.currentService()) continue;
+  for (ProgramMap& map : information_.programMaps()) {
+    if (map.program != information_.currentService()) continue;
     std::erase_if(map.components, [&](const Component& component) {
       return std::ranges::find(types, component.streamType) == std::end(types);
     });
@@ -91,7 +99,7 @@ int Video::open(std::string locator, int& player) {
   if (!gst::prepare() || players_.size() >= mostPlayers) return 0;
   MediaSource source;
   if (const auto place = CarouselLocator::parse(locator)) {
-    const std::vector<ProgramMap> maps = host_.information.programMaps();
+    const std::vector<ProgramMap> maps = information_.programMaps();
     source.program = place->place.service;
     if (std::ranges::find(maps, source.program, &ProgramMap::program) == maps.end()) return 0;
   } else {
@@ -107,14 +115,14 @@ int Video::open(std::string locator, int& player) {
   opened.player = std::make_unique<MediaPlayer>(
       source, display_ != nullptr ? opened.channel : std::string(),
       display_ != nullptr && hasSoundDevice(),
-      [&worker = host_.worker, listener = opened.listener, number] {
+      [&worker = worker_, listener = opened.listener, number] {
         worker.post([listener, number] {
           listener->notify([number](auto& who) { who.endOfMedia(number); });
         });
       });
   if (!opened.player->open()) return 0;
   if (display_ != nullptr) display_->show(opened.channel, opened.bounds);
-  if (opened.isLive) host_.player.add(*opened.player);
+  if (opened.isLive) player_.add(*opened.player);
   players_.emplace(number, std::move(opened));
   player = number;
   return 1;
@@ -122,7 +130,7 @@ int Video::open(std::string locator, int& player) {
 
 void Video::closeOpened(Opened& opened) {
   opened.listener->set(nullptr);
-  if (opened.isLive) host_.player.remove(*opened.player);
+  if (opened.isLive) player_.remove(*opened.player);
   opened.player.reset();
   if (display_ != nullptr) display_->hide(opened.channel);
 }
@@ -316,11 +324,11 @@ void Video::setMediaTrebleLevel(int player, double level) {
 }
 
 void Video::addGraphicsSettingsListener(middlewarefacade::GraphicsSettingsListener* listener) {
-  host_.graphicsListener.set(listener);
+  graphicsListener_.set(listener);
 }
 
 void Video::removeGraphicsSettingsListener(middlewarefacade::GraphicsSettingsListener*) {
-  host_.graphicsListener.set(nullptr);
+  graphicsListener_.set(nullptr);
 }
 
 void Video::getInitCropValue(ipcutil::Rectangle_t* first, ipcutil::Rectangle_t* second) {

@@ -1,4 +1,4 @@
-#include "receiver/Properties.h"
+#include "receiver/facades/Properties.h"
 
 #include <fmt/format.h>
 #include <sqlite3.h>

@@ -1,4 +1,4 @@
-#include "receiver/SectionFilter.h"
+#include "receiver/facades/SectionFilter.h"
 
 #include <poll.h>
 #include <sys/eventfd.h>
