@@ -1,12 +1,15 @@
-// The adapter's life: the one instance, its construction and its end.
+// The adapter's life: the one instance, its construction and its end; the version and the
+// application's state.
 
 #include <pthread.h>
 
 #include <cstdio>
 
 #include "adapter/MiddlewareIpc.h"
+#include "adapter/Notify.h"
 #include "adapter/Published.h"
 #include "adapter/VideoScale.h"
+#include "adapter/ask.h"
 #include "facade/CarouselFacade.h"
 #include "facade/DemuxFacade.h"
 #include "facade/DsmCCCommandFacade.h"
@@ -22,7 +25,9 @@
 #include "ipc/Report.h"
 #include "protocol/IpcServerManager.h"
 
+using adapter::ask;
 using adapter::load;
+using adapter::passOn;
 using adapter::store;
 
 int graphicsPlaneWidth = 0;
@@ -158,4 +163,12 @@ MiddlewareIpc::~MiddlewareIpc() {
   quillwork::IpcDemuxServer::releaseListener(this);
   deleteFacades();
   pthread_mutex_destroy(&instanceMutex);
+}
+
+int MiddlewareIpc::checkVersionFlag(int flag) {
+  return ask(load(versionFacade), &middlewarefacade::VersionFacade::checkVersionFlag, flag);
+}
+
+bool MiddlewareIpc::sendAppState(quillwork::state newState) {
+  return passOn(manager, [&](auto& target) { return target.setApplicationState(newState); });
 }

@@ -5,26 +5,29 @@
 #include "adapter/MiddlewareIpc.h"
 #include "adapter/Notify.h"
 #include "adapter/Published.h"
+#include "adapter/ask.h"
 #include "facade/CarouselFacade.h"
 
+using adapter::ask;
 using adapter::load;
 using adapter::passOn;
+using adapter::tell;
+using middlewarefacade::CarouselFacade;
 
 std::string MiddlewareIpc::mountCarousel(std::string locator) {
-  auto* const facade = load(carouselFacade);
-  return facade != nullptr ? facade->mountCarousel(std::move(locator)) : std::string();
+  return ask(load(carouselFacade), &CarouselFacade::mountCarousel, std::move(locator));
 }
 
 void MiddlewareIpc::umountCarousel(std::string locator) {
-  if (auto* const facade = load(carouselFacade)) facade->umountCarousel(std::move(locator));
+  tell(load(carouselFacade), &CarouselFacade::umountCarousel, std::move(locator));
 }
 
 void MiddlewareIpc::addCarouselListener() {
-  if (auto* const facade = load(carouselFacade)) facade->addCarouselListener(this);
+  tell(load(carouselFacade), &CarouselFacade::addCarouselListener, this);
 }
 
 void MiddlewareIpc::removeCarouselListener() {
-  if (auto* const facade = load(carouselFacade)) facade->removeCarouselListener(this);
+  tell(load(carouselFacade), &CarouselFacade::removeCarouselListener, this);
 }
 
 void MiddlewareIpc::downloadComplete(std::string first) {

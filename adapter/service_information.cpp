@@ -10,10 +10,12 @@
 
 #include "adapter/MiddlewareIpc.h"
 #include "adapter/Published.h"
+#include "adapter/ask.h"
 #include "facade/SIFacade.h"
-#include "facade/TunerFacade.h"
 #include "protocol/ReplyLists.h"
 
+using adapter::ask;
+using adapter::askOr;
 using adapter::load;
 using quillwork::OwnedRecord;
 using quillwork::OwnedRecords;
@@ -98,7 +100,6 @@ std::list<To> convertAll(middlewarefacade::SIFacade* facade, Arguments... argume
 }  // namespace
 
 using middlewarefacade::SIFacade;
-using middlewarefacade::TunerFacade;
 
 std::list<quillwork::service> MiddlewareIpc::getServices() {
   return convertAll<quillwork::service, &SIFacade::getServices>(load(siFacade));
@@ -129,8 +130,7 @@ std::list<quillwork::pmt> MiddlewareIpc::getPMTs(int program) {
 }
 
 std::list<int> MiddlewareIpc::getCASystemIds() {
-  SIFacade* const facade = load(siFacade);
-  return facade != nullptr ? facade->getCASystemIds() : std::list<int>();
+  return ask(load(siFacade), &SIFacade::getCASystemIds);
 }
 
 std::list<quillwork::descriptor> MiddlewareIpc::getNetworkDescriptors() {
@@ -181,53 +181,17 @@ quillwork::transport_stream MiddlewareIpc::getTransportStream() {
 }
 
 int MiddlewareIpc::getCurrentService() {
-  SIFacade* const facade = load(siFacade);
-  return facade != nullptr ? facade->getCurrentService() : -1;
+  return askOr(-1, load(siFacade), &SIFacade::getCurrentService);
 }
 
 bool MiddlewareIpc::isProtectedService() {
-  SIFacade* const facade = load(siFacade);
-  return facade != nullptr && facade->isProtectedService();
+  return ask(load(siFacade), &SIFacade::isProtectedService);
 }
 
 std::string MiddlewareIpc::getServiceDescription() {
-  SIFacade* const facade = load(siFacade);
-  return facade != nullptr ? facade->getServiceDescription() : std::string();
+  return ask(load(siFacade), &SIFacade::getServiceDescription);
 }
 
 std::string MiddlewareIpc::getSICodingFormat() {
-  SIFacade* const facade = load(siFacade);
-  return facade != nullptr ? facade->getSICodingFormat() : std::string();
-}
-
-int MiddlewareIpc::getCurrentTransportStreamID() {
-  TunerFacade* const facade = load(tunerFacade);
-  return facade != nullptr ? facade->getCurrentTransportStreamID() : -1;
-}
-
-std::string MiddlewareIpc::getChannelName(int first, int second) {
-  TunerFacade* const facade = load(tunerFacade);
-  return facade != nullptr ? facade->getChannelName(first, second) : std::string();
-}
-
-int MiddlewareIpc::getVirtualChannelNumber(int first, int second) {
-  TunerFacade* const facade = load(tunerFacade);
-  return facade != nullptr ? facade->getVirtualChannelNumber(first, second) : -1;
-}
-
-std::list<int> MiddlewareIpc::getAllIDs(quillwork::tuner_data& request) {
-  TunerFacade* const facade = load(tunerFacade);
-  if (facade == nullptr) return {};
-  switch (request.kind) {
-    case 1:
-      return facade->getIdListFor(request.argument);
-    case 2:
-      return facade->getIdList();
-    case 3:
-      return facade->getSecondIdListFor(request.argument);
-    case 4:
-      return facade->getThirdIdListFor(request.argument);
-    default:
-      return {};
-  }
+  return ask(load(siFacade), &SIFacade::getSICodingFormat);
 }
