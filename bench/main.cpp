@@ -435,7 +435,7 @@ void Bench::measureClientLibrary() {
   message record{};
   measure(
       name, 1000,
-      [&] { return timed([&] { askServices(channel.descriptor(), record, shape.services); }); },
+      [&] { return timed([&] { askServices(channel.fileDescriptor(), record, shape.services); }); },
       [&] {
         return timed([&] {
           const auto services = channel.getServices();

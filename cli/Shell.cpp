@@ -66,8 +66,8 @@ class Shell {
   }
 
   /// Where something comes from besides the lines; -1 before the first command.
-  [[nodiscard]] int descriptor() {
-    return session_.isConnected() ? session_.control().descriptor() : -1;
+  [[nodiscard]] int fileDescriptor() {
+    return session_.isConnected() ? session_.control().fileDescriptor() : -1;
   }
 
   void takeNotifications() {
@@ -94,7 +94,7 @@ class Shell {
 
 /// Waits for a line or a notification and takes the notifications; false for a line, or the end.
 bool waitForNotifications(Shell& shell) {
-  pollfd inputs[] = {{STDIN_FILENO, POLLIN, 0}, {shell.descriptor(), POLLIN, 0}};
+  pollfd inputs[] = {{STDIN_FILENO, POLLIN, 0}, {shell.fileDescriptor(), POLLIN, 0}};
   if (poll(inputs, std::size(inputs), -1) == -1) return true;
   if (inputs[1].revents != 0) shell.takeNotifications();
   return inputs[0].revents == 0;

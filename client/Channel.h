@@ -45,7 +45,7 @@ class Channel {
   /// pieces.
   void expect(std::size_t bytes) { expected_ = bytes; }
 
-  [[nodiscard]] int descriptor() const { return socket_; }
+  [[nodiscard]] int fileDescriptor() const { return socket_; }
   [[nodiscard]] const std::string& path() const { return path_; }
   [[nodiscard]] std::chrono::milliseconds timeLimit() const { return timeLimit_; }
 

@@ -40,10 +40,10 @@ class ControlChannel {
   /// Waits for the next notification; nothing if none comes within the time.
   std::optional<Notification> waitForNotification(std::chrono::milliseconds time);
   /// The next notification that has arrived whole; nothing, at once, if there is none. For an event
-  /// loop: call it until it gives nothing whenever descriptor() is readable.
+  /// loop: call it until it gives nothing whenever fileDescriptor() is readable.
   std::optional<Notification> takeNotification();
   /// Readable when something has arrived. Only to wait for.
-  [[nodiscard]] int descriptor() const { return channel_.descriptor(); }
+  [[nodiscard]] int fileDescriptor() const { return channel_.fileDescriptor(); }
   void answerApplicationState(bool answer);
 
   // Video and audio.

@@ -27,7 +27,7 @@ int main() {
     ControlChannel receiver;
     // What comes between a request and its reply.
     receiver.onNotification([&](const Notification& early) { handle(receiver, early); });
-    pollfd inputs[] = {{receiver.descriptor(), POLLIN, 0}, {0, POLLIN, 0}};
+    pollfd inputs[] = {{receiver.fileDescriptor(), POLLIN, 0}, {0, POLLIN, 0}};
     while (poll(inputs, 2, -1) > 0 && inputs[1].revents == 0) {
       while (const auto notification = receiver.takeNotification()) {
         handle(receiver, *notification);
