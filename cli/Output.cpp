@@ -161,11 +161,11 @@ Json toJson(const Notification& notification) {
                         {"first", text(download.first)},
                         {"second", text(download.second)}};
           },
-          [](const ApplicationStateRequest& request) {
+          [](const ApplicationState& request) {
             return Json{{"notification", "application-state"}, {"state", request.state}};
           },
-          [](const StreamEventCommand& command) {
-            return Json{{"notification", "command"},
+          [](const DsmCCCommand& command) {
+            return Json{{"notification", "dsmcc-command"},
                         {"code", command.code},
                         {"time", command.time},
                         {"flag", command.flag},

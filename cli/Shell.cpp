@@ -33,7 +33,7 @@ void report(const std::exception& error) {
 
 void print(const client::Notification& notification) {
   printNotification(notification);
-  if (std::holds_alternative<client::ApplicationStateRequest>(notification)) {
+  if (std::holds_alternative<client::ApplicationState>(notification)) {
     fmt::print("The receiver waits for 'answer yes' or 'answer no'.\n");
   }
   std::fflush(stdout);

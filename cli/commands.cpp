@@ -237,7 +237,7 @@ void watch(Session& session, const Values& values) {
     const auto notification = await(session, values.integer("--timeout"));
     if (!notification) break;
     printNotification(*notification);
-    if (std::holds_alternative<ApplicationStateRequest>(*notification)) {
+    if (std::holds_alternative<ApplicationState>(*notification)) {
       answerApplicationState(session, values.text("--answer") == "yes");
     }
   }
@@ -473,7 +473,7 @@ std::vector<Command> receiverCommands() {
       {"mount",
        "mount a carousel and show its directory",
        {text("LOCATOR", "for the reference receiver: dvb://[ONID].[TSID].SID[.TAG], hexadecimal"),
-        integer("--wait", "wait for so many finished downloads", "0", 0),
+        integer("--wait", "wait until so many downloads are complete", "0", 0),
         integer("--timeout", "milliseconds to wait for each; without it for ever", "-1", -1)},
        mountAndWait},
       {"umount",
@@ -488,7 +488,7 @@ std::vector<Command> receiverCommands() {
         text("--read", "print what this file has kept, and end", "")},
        trace},
       {"watch",
-       "print notifications as they come, finished downloads among them",
+       "print notifications as they come, complete downloads among them",
        {integer("--count", "end after so many", "2147483647", 1),
         integer("--timeout", "end when none has come for so many milliseconds", "-1", -1),
         text("--answer", "what an application state is answered with: yes or no", "yes")},

@@ -98,7 +98,7 @@ std::optional<Notification> readNotification(const message& record) {
                             readText(record, notified<"downloadComplete", "second">)};
   }
   if (row == &notificationOf<"setApplicationState">) {
-    return ApplicationStateRequest{readInteger(record, notified<"setApplicationState", "state">)};
+    return ApplicationState{readInteger(record, notified<"setApplicationState", "state">)};
   }
   return std::nullopt;
 }
@@ -116,9 +116,9 @@ message ControlChannel::receiveRecord() {
   return record;
 }
 
-Notification ControlChannel::receiveCommand(std::size_t parts, message part) {
+Notification ControlChannel::receiveDsmCCCommand(std::size_t parts, message part) {
   constexpr Field text = notified<"sendDsmCCCommand", "text">;
-  StreamEventCommand command{
+  DsmCCCommand command{
       readInteger(part, notified<"sendDsmCCCommand", "commandCode">),
       readReal(part, notified<"sendDsmCCCommand", "eventTime">),
       static_cast<std::uint8_t>(readInteger(part, notified<"sendDsmCCCommand", "flag">)),
@@ -139,11 +139,11 @@ Notification ControlChannel::receiveCommand(std::size_t parts, message part) {
 /// `element` when it belongs to a list.
 std::optional<Notification> ControlChannel::takeNotification(const message& record,
                                                              std::optional<message>& element) {
-  if (isCommandPart(record)) return receiveCommand(1, record);
+  if (isCommandPart(record)) return receiveDsmCCCommand(1, record);
   if (record.group != LIST_HEADER || record.type < 2) return readNotification(record);
   element = receiveRecord();
   if (!isCommandPart(*element)) return std::nullopt;
-  return receiveCommand(static_cast<std::size_t>(record.type), *element);
+  return receiveDsmCCCommand(static_cast<std::size_t>(record.type), *element);
 }
 
 ControlChannel::Reply ControlChannel::receiveReply() {

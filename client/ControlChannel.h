@@ -145,7 +145,7 @@ class ControlChannel {
   Reply receiveReply();
   std::optional<Notification> takeNotification(const message& record,
                                                std::optional<message>& element);
-  Notification receiveCommand(std::size_t parts, message part);
+  Notification receiveDsmCCCommand(std::size_t parts, message part);
   [[nodiscard]] std::size_t trailingCount(const message& record,
                                           const operations::Trailing& list) const;
   std::vector<std::uint8_t> receiveBytes(std::size_t size);

@@ -84,11 +84,11 @@ struct DownloadComplete {
 };
 
 /// The receiver waits for ControlChannel::answerApplicationState().
-struct ApplicationStateRequest {
+struct ApplicationState {
   std::int32_t state;
 };
 
-struct StreamEventCommand {
+struct DsmCCCommand {
   std::int32_t code;
   double time;
   std::uint8_t flag;
@@ -96,6 +96,6 @@ struct StreamEventCommand {
 };
 
 using Notification = std::variant<EndOfMedia, GraphicsSettingsChanged, DownloadComplete,
-                                  ApplicationStateRequest, StreamEventCommand>;
+                                  ApplicationState, DsmCCCommand>;
 
 }  // namespace quillwork::client

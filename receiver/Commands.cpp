@@ -21,8 +21,8 @@ namespace {
 
 constexpr std::string_view help =
     "state NUMBER              ask the client for an application state, and wait for its answer\n"
-    "event CODE [TEXT]         give the client a stream-event command, its text to the line's end\n"
-    "graphics WIDTH HEIGHT     change the size of the graphics plane\n"
+    "event CODE [TEXT]         give the client a DSM-CC command, its text to the line's end\n"
+    "graphics WIDTH HEIGHT     change the graphics settings: the plane's size\n"
     "retune [SERVICE]          tune anew: the stream begins from its start\n"
     "service SERVICE           select a service of the stream\n"
     "wait SECONDS              begin the next command later\n"

@@ -214,15 +214,15 @@ TEST_F(AgainstTheLibrary, NotificationsReachWhoeverWaitsForThem) {
   EXPECT_EQ(std::get<EndOfMedia>(next()).player, 7);
   EXPECT_EQ(std::get<GraphicsSettingsChanged>(next()).second.height, 8);
   EXPECT_EQ(std::get<DownloadComplete>(next()).second, "b");
-  const auto command = std::get<StreamEventCommand>(next());
+  const auto command = std::get<DsmCCCommand>(next());
   EXPECT_EQ(command.code, 1);
   EXPECT_EQ(command.time, 2.5);
   EXPECT_EQ(command.flag, 3);
   EXPECT_EQ(command.text, "short");
-  EXPECT_EQ(std::get<StreamEventCommand>(next()).text, longText);
+  EXPECT_EQ(std::get<DsmCCCommand>(next()).text, longText);
   EXPECT_FALSE(channel.waitForNotification(std::chrono::milliseconds(0)));
   std::thread caller([&] { EXPECT_TRUE(manager->setApplicationState(quillwork::state{4})); });
-  EXPECT_EQ(std::get<ApplicationStateRequest>(next()).state, 4);
+  EXPECT_EQ(std::get<ApplicationState>(next()).state, 4);
   awaitApplicationStateWait();
   channel.answerApplicationState(true);
   caller.join();

@@ -67,7 +67,7 @@ TEST_F(Everything, AtOnce) {
   int received = 0;
   channel.onNotification([&](const Notification& notification) {
     ++received;
-    const auto* const command = std::get_if<StreamEventCommand>(&notification);
+    const auto* const command = std::get_if<DsmCCCommand>(&notification);
     if (command != nullptr) {
       EXPECT_EQ(command->text, longText);
     }

@@ -242,7 +242,7 @@ TEST_F(WholeSample, StreamEventsOfTheOneNameReachTheClient) {
   host->say("retune");
   ASSERT_TRUE(watcher->awaitOutput("\"code\":6,")) << watcher->output();
   std::string output = watcher->output();
-  EXPECT_NE(output.find("{\"notification\":\"command\",\"code\":5,\"time\":0.0,\"flag\":1,"
+  EXPECT_NE(output.find("{\"notification\":\"dsmcc-command\",\"code\":5,\"time\":0.0,\"flag\":1,"
                         "\"text\":\"startDocument index\"}\n"),
             std::string::npos)
       << output;

@@ -96,7 +96,7 @@ TEST_F(InAnEventLoop, ALongCommandIsTakenWhole) {
   say(part("end").substr(0, 100));
   EXPECT_FALSE(channel().takeNotification());
   say(part("end").substr(100) + record(quillwork::MEDIA, 16, 8));
-  EXPECT_EQ(std::get<StreamEventCommand>(*channel().takeNotification()).text, first + "end");
+  EXPECT_EQ(std::get<DsmCCCommand>(*channel().takeNotification()).text, first + "end");
   EXPECT_EQ(std::get<EndOfMedia>(*channel().takeNotification()).player, 8);
 }
 

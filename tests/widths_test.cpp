@@ -83,13 +83,13 @@ TEST_F(Widths, Notifications) {
   EXPECT_EQ(std::get<EndOfMedia>(next()).player, 7);
   EXPECT_EQ(std::get<GraphicsSettingsChanged>(next()).second.height, -8);
   EXPECT_EQ(std::get<DownloadComplete>(next()).second, "second");
-  const auto command = std::get<StreamEventCommand>(next());
+  const auto command = std::get<DsmCCCommand>(next());
   EXPECT_EQ(command.code, 9);
   EXPECT_EQ(command.time, 2.5);
   EXPECT_EQ(command.flag, 200);
   EXPECT_EQ(command.text, "short");
-  EXPECT_EQ(std::get<StreamEventCommand>(next()).text, std::string(5000, 't'));
-  EXPECT_EQ(std::get<ApplicationStateRequest>(next()).state, 3);
+  EXPECT_EQ(std::get<DsmCCCommand>(next()).text, std::string(5000, 't'));
+  EXPECT_EQ(std::get<ApplicationState>(next()).state, 3);
 }
 
 TEST_F(Widths, EveryGoldenNotification) {

@@ -10,8 +10,8 @@
 #ifdef QUILLWORK_SQLITE
 #include "receiver/facades/Properties.h"
 #endif
+#include "receiver/facades/DsmCCCommands.h"
 #include "receiver/facades/SectionFilter.h"
-#include "receiver/facades/StreamEventCommands.h"
 #include "receiver/facades/Tuner.h"
 #ifdef QUILLWORK_GSTREAMER
 #include "receiver/facades/Video.h"
@@ -56,7 +56,7 @@ VersionFacade* VersionFacade::createVersionFacade() {
 }
 
 DsmCCCommandFacade* DsmCCCommandFacade::createDsmCCCommandFacade() {
-  return new receiver::StreamEventCommands(host().commandListener);
+  return new receiver::DsmCCCommands(host().commandListener);
 }
 
 CarouselFacade* CarouselFacade::createCarouselFacade() {

@@ -18,7 +18,7 @@ int main() {
                 << (service.values[0] == current ? ", the current one\n" : "\n");
     }
     if (const auto notification = receiver.waitForNotification(std::chrono::milliseconds(100))) {
-      if (std::holds_alternative<ApplicationStateRequest>(*notification)) {
+      if (std::holds_alternative<ApplicationState>(*notification)) {
         receiver.answerApplicationState(true);
       }
     }

@@ -12,9 +12,9 @@ using namespace quillwork::client;
 namespace {
 
 void handle(ControlChannel& receiver, const Notification& notification) {
-  if (const auto* const command = std::get_if<StreamEventCommand>(&notification)) {
+  if (const auto* const command = std::get_if<DsmCCCommand>(&notification)) {
     std::cout << "stream event: " << command->text << '\n';
-  } else if (const auto* const request = std::get_if<ApplicationStateRequest>(&notification)) {
+  } else if (const auto* const request = std::get_if<ApplicationState>(&notification)) {
     std::cout << "application state " << request->state << '\n';
     receiver.answerApplicationState(true);
   }

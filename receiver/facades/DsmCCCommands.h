@@ -10,11 +10,11 @@ namespace receiver {
 
 /// The facade of DSM-CC commands. The one name that somebody listens to is that of editing
 /// commands.
-class StreamEventCommands : public middlewarefacade::DsmCCCommandFacade {
+class DsmCCCommands : public middlewarefacade::DsmCCCommandFacade {
  public:
   using Listener = ListenerSlot<middlewarefacade::DsmCCCommandListener>;
 
-  explicit StreamEventCommands(Listener& listener) : listener_(listener) {}
+  explicit DsmCCCommands(Listener& listener) : listener_(listener) {}
 
   void addCommandListener(std::string, middlewarefacade::DsmCCCommandListener* listener) override;
   void removeCommandListener(std::string, middlewarefacade::DsmCCCommandListener*) override;
