@@ -45,6 +45,7 @@ class GoldenRequest : public Dispatch, public testing::WithParamInterface<Golden
 TEST_P(GoldenRequest, CallsTheListenerAndIsAnsweredByteByByte) {
   const Golden& golden = GetParam();
   giveGoldenAnswers(listener);
+  const CaughtStream errors(stderr);
   RawClient client;
   for (const Golden::Part& part : golden.parts) {
     if (part.fromClient) {
@@ -55,6 +56,7 @@ TEST_P(GoldenRequest, CallsTheListenerAndIsAnsweredByteByByte) {
   }
   expectNothingMore(client);
   EXPECT_EQ(seen, golden.callTexts());
+  EXPECT_EQ(errors.text(), "");
 }
 
 INSTANTIATE_TEST_SUITE_P(Files, GoldenRequest, testing::ValuesIn(Golden::readAll(GOLDEN_DIRECTORY)),

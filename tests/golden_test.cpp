@@ -71,6 +71,7 @@ TEST_P(GoldenSectionFilter, CallsTheListenerAndIsAnsweredByteByByte) {
     const std::string section = call.result("section").bytes();
     recorder.section = [section] { return DemuxRecorder::Bytes(section.begin(), section.end()); };
   }
+  // A vector that is too long is reported; ipc_demux_server_test.cpp has the line.
   const CaughtStream errors(stderr);
   const RawClient client(RawClient::sectionFilter);
   for (const Golden::Part& part : golden.parts) {
