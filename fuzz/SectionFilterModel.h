@@ -1,7 +1,7 @@
 #pragma once
 
 // What a section-filter client's bytes mean, read from memory by code that shares nothing with the
-// library's.
+// library's but the table of the requests.
 
 #include <algorithm>
 #include <cstdint>
@@ -12,9 +12,13 @@
 #include <vector>
 
 #include "ipc/IpcDemuxServerListener.h"
+#include "protocol/operations.h"
 #include "support/CallLog.h"
 
 namespace section_filter_model {
+
+using quillwork::operations::SectionFilterRequest;
+using quillwork::operations::sectionFilterRequests;
 
 using Bytes = std::vector<unsigned char>;
 
@@ -39,37 +43,37 @@ class Listener : public quillwork::IpcDemuxServerListener {
 
   CallLog log;
 
-  void start() override { call(0); }
-  void stop() override { call(1); }
-  void set_pid(int pid) override { call(2, pid); }
-  void set_table_id(int tableId) override { call(3, tableId); }
+  void start() override { call("start"); }
+  void stop() override { call("stop"); }
+  void set_pid(int pid) override { call("set_pid", pid); }
+  void set_table_id(int tableId) override { call("set_table_id", tableId); }
   void set_positive_filter(int filterArg, const Bytes& first, const Bytes& second) override {
-    call(4, filterArg, outline(first), outline(second));
+    call("set_positive_filter", filterArg, outline(first), outline(second));
   }
   void set_greater_than_filter(int filterArg, const Bytes& first, const Bytes& second) override {
-    call(5, filterArg, outline(first), outline(second));
+    call("set_greater_than_filter", filterArg, outline(first), outline(second));
   }
   void set_less_than_filter(int filterArg, const Bytes& first, const Bytes& second) override {
-    call(6, filterArg, outline(first), outline(second));
+    call("set_less_than_filter", filterArg, outline(first), outline(second));
   }
   void set_xor_filter(int filterArg, const Bytes& first, const Bytes& second,
                       const Bytes& third) override {
-    call(7, filterArg, outline(first), outline(second), outline(third));
+    call("set_xor_filter", filterArg, outline(first), outline(second), outline(third));
   }
-  void set_time_out(long timeOut) override { call(8, timeOut); }
-  void clear_table_id() override { call(9); }
-  void clear_positive_filter() override { call(10); }
-  void clear_less_than_filter() override { call(11); }
-  void clear_xor_filter() override { call(12); }
+  void set_time_out(long timeOut) override { call("set_time_out", timeOut); }
+  void clear_table_id() override { call("clear_table_id"); }
+  void clear_positive_filter() override { call("clear_positive_filter"); }
+  void clear_less_than_filter() override { call("clear_less_than_filter"); }
+  void clear_xor_filter() override { call("clear_xor_filter"); }
   Bytes read_section() override {
-    call(13);
+    call("read_section");
     return answers_.section();
   }
 
  private:
   template <class... Arguments>
-  void call(int code, const Arguments&... arguments) {
-    log.add(std::to_string(code), arguments...);
+  void call(const char* operation, const Arguments&... arguments) {
+    log.add(operation, arguments...);
     if (calls_++ == answers_.faultyCall) throw std::runtime_error("a listener's fault");
   }
 
@@ -139,33 +143,36 @@ class Model {
   }
 
   void serve() {
-    if (code_ < 0 || code_ > 13) return;
+    if (code_ < 0 || code_ >= static_cast<std::int32_t>(std::size(sectionFilterRequests))) return;
+    const SectionFilterRequest& row = sectionFilterRequests[code_];
     count_ = 0;
     byte_ = 0;
-    if (code_ == 2 || code_ == 3) return call(integer(-1));
-    if (code_ == 8) return call(integer(0));
-    if (code_ < 4 || code_ > 7) {
-      call();
-      if (code_ != 13 || hasEnded_) return;
-      const Bytes section = answers_.section();
-      const auto count = static_cast<std::int32_t>(section.size());
-      sent.append(reinterpret_cast<const char*>(&count), sizeof count);
-      sent.append(section.begin(), section.end());
-      return;
-    }
-    const std::int32_t filterArg = integer(0);
-    std::string vectors[3];
-    for (int index = 0; index < (code_ == 7 ? 3 : 2) && !hasEnded_; ++index) {
-      vectors[index] = vector();
-    }
+    const std::int32_t number = hasNumber(row) ? integer(row.numberIfCut) : 0;
+    std::vector<std::string> vectors;
+    while (vectors.size() < row.vectors.size() && !hasEnded_) vectors.push_back(vector());
     if (hasEnded_) return;
-    if (code_ == 7) return call(filterArg, vectors[0], vectors[1], vectors[2]);
-    call(filterArg, vectors[0], vectors[1]);
+    if (!hasNumber(row)) {
+      call(row);
+    } else if (vectors.empty()) {
+      call(row, number);
+    } else if (vectors.size() == 2) {
+      call(row, number, vectors[0], vectors[1]);
+    } else {
+      call(row, number, vectors[0], vectors[1], vectors[2]);
+    }
+    if (row.isAnswered && !hasEnded_) sendSection();
+  }
+
+  void sendSection() {
+    const Bytes section = answers_.section();
+    const auto count = static_cast<std::int32_t>(section.size());
+    sent.append(reinterpret_cast<const char*>(&count), sizeof count);
+    sent.append(section.begin(), section.end());
   }
 
   template <class... Arguments>
-  void call(const Arguments&... arguments) {
-    log.add(std::to_string(code_), arguments...);
+  void call(const SectionFilterRequest& row, const Arguments&... arguments) {
+    log.add(row.name, arguments...);
     hasEnded_ = calls_++ == answers_.faultyCall;
   }
 

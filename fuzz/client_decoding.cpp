@@ -4,189 +4,154 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include "client/ControlChannel.h"
 #include "client/SectionFilterChannel.h"
 #include "fuzz/Conversation.h"
 #include "fuzz/Input.h"
 #include "protocol/message.h"
+#include "protocol/operations.h"
 #include "support/UnixSocket.h"
 
 namespace {
 
 using namespace quillwork;
 using namespace quillwork::client;
+using namespace quillwork::operations;
 
 std::string path;
 int listening = -1;
 
-constexpr std::size_t operations = 36;
+/// A call of the client library's, by the row whose answer it reads.
+struct Call {
+  std::size_t row;
+  void (*perform)(ControlChannel& channel);
+};
 
+constexpr Call calls[] = {
+    {request("getMainVideoBounds"), [](auto& channel) { channel.getMainVideoBounds(); }},
+    {request("getVideoLanguage"), [](auto& channel) { channel.getVideoLanguage(3); }},
+    {request("getVideoLanguages"), [](auto& channel) { channel.getVideoLanguages(); }},
+    {request("getVideoProperty"), [](auto& channel) { channel.getVideoProperty(9); }},
+    {request("getSystemProperty"), [](auto& channel) { channel.getSystemProperty("name"); }},
+    {request("getSystemProperties"), [](auto& channel) { channel.getSystemProperties(); }},
+    {request("getCurrentTransportStreamID"),
+     [](auto& channel) { channel.getCurrentTransportStreamID(); }},
+    {request("getAllIDs"), [](auto& channel) { channel.getAllIDs(2, 0); }},
+    {request("mountCarousel"), [](auto& channel) { channel.mountCarousel("locator"); }},
+    {request("getSICodingFormat"), [](auto& channel) { channel.getSICodingFormat(); }},
+    {request("getProgramEvents"), [](auto& channel) { channel.getProgramEvents(); }},
+    {request("getProgramEvent"), [](auto& channel) { channel.getProgramEvent(); }},
+    {request("getProgramEventDescriptors"),
+     [](auto& channel) { channel.getProgramEventDescriptors(1, 2); }},
+    {request("getCASystemIds"), [](auto& channel) { channel.getCASystemIds(); }},
+    {request("isProtectedService"), [](auto& channel) { channel.isProtectedService(); }},
+    {request("getServices"), [](auto& channel) { channel.getServices(); }},
+    {request("getCurrentService"), [](auto& channel) { channel.getCurrentService(); }},
+    {request("getServiceDescription"), [](auto& channel) { channel.getServiceDescription(); }},
+    {request("getServiceComponents"), [](auto& channel) { channel.getServiceComponents(1); }},
+    {request("getServiceComponentDescriptors"),
+     [](auto& channel) { channel.getServiceComponentDescriptors(1); }},
+    {request("getTransportStream"), [](auto& channel) { channel.getTransportStream(); }},
+    {request("getTransportStreamDescriptors"),
+     [](auto& channel) { channel.getTransportStreamDescriptors(1); }},
+    {request("getNetwork"), [](auto& channel) { channel.getNetwork(); }},
+    {request("getNetworkDescriptors"), [](auto& channel) { channel.getNetworkDescriptors(); }},
+    {request("getPMTs"), [](auto& channel) { channel.getPMTs(1); }},
+    {request("open"), [](auto& channel) { channel.open("locator"); }},
+    {request("getDuration"), [](auto& channel) { channel.getDuration(1); }},
+    {request("getCurrentTime"), [](auto& channel) { channel.getCurrentTime(1); }},
+    {request("setCurrentTime"), [](auto& channel) { channel.setCurrentTime(1, 2, 3); }},
+    {request("play"), [](auto& channel) { channel.play(1); }},
+    {request("setMediaBounds"), [](auto& channel) { channel.setMediaBounds(1, {}); }},
+    {request("getMediaBounds"), [](auto& channel) { channel.getMediaBounds(1); }},
+    {request("checkVersionFlag"), [](auto& channel) { channel.checkVersionFlag(1); }},
+};
+
+/// Whether the answers of all rows that have one are read by a call.
+consteval bool areAllRead() {
+  for (const Request& row : requests) {
+    const bool isRead = std::ranges::any_of(calls, [&](const Call& call) {
+      return std::string_view(requests[call.row].name) == row.name;
+    });
+    if (row.reply != Reply::none && !isRead) return false;
+  }
+  return true;
+}
+static_assert(areAllRead(), "a row's answer is read by no call");
+
+/// The operation behind the calls: to wait for a notification.
 void perform(ControlChannel& channel, std::size_t operation) {
-  switch (operation) {
-    case 0:
-      channel.getMainVideoBounds();
-      break;
-    case 1:
-      channel.getVideoLanguage(3);
-      break;
-    case 2:
-      channel.getVideoLanguages();
-      break;
-    case 3:
-      channel.getVideoProperty(9);
-      break;
-    case 4:
-      channel.getSystemProperty("name");
-      break;
-    case 5:
-      channel.getSystemProperties();
-      break;
-    case 6:
-      channel.getCurrentTransportStreamID();
-      break;
-    case 7:
-      channel.getAllIDs(2, 0);
-      break;
-    case 8:
-      channel.mountCarousel("locator");
-      break;
-    case 9:
-      channel.getSICodingFormat();
-      break;
-    case 10:
-      channel.getProgramEvents();
-      break;
-    case 11:
-      channel.getProgramEvent();
-      break;
-    case 12:
-      channel.getProgramEventDescriptors(1, 2);
-      break;
-    case 13:
-      channel.getCASystemIds();
-      break;
-    case 14:
-      channel.isProtectedService();
-      break;
-    case 15:
-      channel.getServices();
-      break;
-    case 16:
-      channel.getCurrentService();
-      break;
-    case 17:
-      channel.getServiceDescription();
-      break;
-    case 18:
-      channel.getServiceComponents(1);
-      break;
-    case 19:
-      channel.getServiceComponentDescriptors(1);
-      break;
-    case 20:
-      channel.getTransportStream();
-      break;
-    case 21:
-      channel.getTransportStreamDescriptors(1);
-      break;
-    case 22:
-      channel.getNetwork();
-      break;
-    case 23:
-      channel.getNetworkDescriptors();
-      break;
-    case 24:
-      channel.getPMTs(1);
-      break;
-    case 25:
-      channel.open("locator");
-      break;
-    case 26:
-      channel.getDuration(1);
-      break;
-    case 27:
-      channel.getCurrentTime(1);
-      break;
-    case 28:
-      channel.setCurrentTime(1, 2, 3);
-      break;
-    case 29:
-      channel.play(1);
-      break;
-    case 30:
-      channel.setMediaBounds(1, {});
-      break;
-    case 31:
-      channel.getMediaBounds(1);
-      break;
-    case 32:
-      channel.checkVersionFlag(1);
-      break;
-    default:
-      channel.waitForNotification(std::chrono::seconds(20));
-      break;
+  if (operation < std::size(calls)) {
+    calls[operation].perform(channel);
+  } else {
+    channel.waitForNotification(std::chrono::seconds(20));
   }
 }
-
-// The group and type that the operations above ask for, so that most replies fit their request.
-constexpr std::int32_t asked[][2] = {{VIDEO, 1},
-                                     {VIDEO, 3},
-                                     {VIDEO, 4},
-                                     {VIDEO, 9},
-                                     {SYSTEM_PROPERTY, 0},
-                                     {SYSTEM_PROPERTY, 1},
-                                     {TUNER, 0},
-                                     {TUNER, 2},
-                                     {CAROUSEL, 0},
-                                     {SI, 0},
-                                     {SI, 1},
-                                     {SI, 2},
-                                     {SI, 3},
-                                     {SI, 4},
-                                     {SI, 5},
-                                     {SI, 6},
-                                     {SI, 7},
-                                     {SI, 8},
-                                     {SI, 10},
-                                     {SI, 11},
-                                     {SI, 12},
-                                     {SI, 3},
-                                     {SI, 14},
-                                     {SI, 3},
-                                     {SI, 16},
-                                     {MEDIA, 0},
-                                     {MEDIA, 1},
-                                     {MEDIA, 2},
-                                     {MEDIA, 3},
-                                     {MEDIA, 5},
-                                     {MEDIA, 8},
-                                     {MEDIA, 9},
-                                     {VERSION, 1}};
-
-constexpr std::int32_t notifications[][2] = {
-    {VIDEO, 17}, {APPLICATION_STATE, 1}, {CAROUSEL, 2}, {MEDIA, 16}, {DSMCC_COMMAND, 5}};
 
 void append(std::string& bytes, const message& record) {
   bytes.append(reinterpret_cast<const char*>(&record), sizeof record);
 }
 
-/// A record of a group and type with a few words of its payload set.
-void appendRecord(std::string& bytes, Input& input, const std::int32_t (&kind)[2]) {
+/// Bytes of a content's fields and of the words that announce what follows.
+std::vector<std::size_t> positionsOf(const Content& content) {
+  std::vector<std::size_t> positions = {typeWord};
+  for (const Field& field : content.fields) positions.push_back(field.position);
+  for (const Trailing& list : content.trailing) {
+    positions.push_back(list.count);
+    positions.push_back(list.presence);
+  }
+  return positions;
+}
+
+/// A record of a group and type with a few of its fields set.
+void appendRecord(std::string& bytes, Input& input, message_group group, std::int32_t type,
+                  const Content& content) {
   message record{};
-  record.group = kind[0];
-  record.type = kind[1];
+  record.group = group;
+  record.type = type;
+  const std::vector<std::size_t> positions = positionsOf(content);
   for (std::size_t left = input.takeBelow(6); left > 0; --left) {
-    // The words that count something come first: 3 to 11, and an event's.
-    const std::size_t place = input.takeBelow(24);
-    const std::size_t word = place < 9 ? 3 + place : place < 21 ? 203 + place - 9 : 3 + place * 20;
-    record[word] = input.takeBoolean() ? input.take<std::int8_t>() : input.take<std::int32_t>();
+    const std::size_t position = positions[input.takeBelow(positions.size())];
+    put(record, position,
+        input.takeBoolean() ? input.take<std::int8_t>() : input.take<std::int32_t>());
   }
   append(bytes, record);
+}
+
+/// So that it can be the answer to the operation: of the operation's row, or the element's type.
+void appendAnswer(std::string& bytes, Input& input, std::size_t operation) {
+  if (operation >= std::size(calls)) return;
+  const Request& row = requests[calls[operation].row];
+  const bool isElement = row.reply != Reply::record && row.elementType >= 0;
+  appendRecord(bytes, input, row.group, isElement ? row.elementType : row.types.first, row.answer);
+}
+
+void appendNotification(std::string& bytes, Input& input) {
+  const auto& row = notifications[input.takeBelow(std::size(notifications))];
+  const std::int32_t type = isAnyOther(row.types) ? input.take<std::int8_t>() : row.types.first;
+  appendRecord(bytes, input, row.group, type, row.content);
+}
+
+void appendHeader(std::string& bytes, Input& input) {
+  message header{};
+  header.group = LIST_HEADER;
+  header.type = input.takeBoolean() ? input.take<std::int8_t>() : input.take<std::int32_t>();
+  append(bytes, header);
+}
+
+void appendLength(std::string& bytes, Input& input) {
+  const std::size_t length = input.takeBelow(256);
+  const auto word = static_cast<std::int32_t>(length);
+  bytes.append(reinterpret_cast<const char*>(&word), sizeof word);
+  bytes.append(length, 'x');
 }
 
 std::string takeServersBytes(Input& input, std::size_t operation) {
@@ -196,25 +161,17 @@ std::string takeServersBytes(Input& input, std::size_t operation) {
       case 0:
         bytes += input.takeText();
         break;
-      case 1: {
-        message header{};
-        header.group = LIST_HEADER;
-        header.type = input.takeBoolean() ? input.take<std::int8_t>() : input.take<std::int32_t>();
-        append(bytes, header);
+      case 1:
+        appendHeader(bytes, input);
         break;
-      }
       case 2:
-        appendRecord(bytes, input, notifications[input.takeBelow(std::size(notifications))]);
+        appendNotification(bytes, input);
         break;
-      case 3: {
-        const std::size_t length = input.takeBelow(256);
-        const auto word = static_cast<std::int32_t>(length);
-        bytes.append(reinterpret_cast<const char*>(&word), sizeof word);
-        bytes.append(length, 'x');
+      case 3:
+        appendLength(bytes, input);
         break;
-      }
       default:
-        if (operation < std::size(asked)) appendRecord(bytes, input, asked[operation]);
+        appendAnswer(bytes, input, operation);
         break;
     }
   }
@@ -251,15 +208,16 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   constexpr std::chrono::seconds limit(20);
   Input input(data, size);
-  const std::size_t operation = input.takeBelow(operations + 1);
+  // Behind the calls: a notification, and the section filter.
+  const std::size_t operation = input.takeBelow(std::size(calls) + 2);
   try {
-    if (operation == operations) {
+    if (operation == std::size(calls) + 1) {
       SectionFilterChannel channel(path, limit);
       say(std::string(input.takeRest()));
       for (;;) channel.read_section();
     }
     ControlChannel channel(path, limit);
-    channel.onNotification([](const Notification&) {});
+    channel.onNotification([](const client::Notification&) {});
     say(takeServersBytes(input, operation));
     // The requests stay in the socket's buffers, which hold some forty of them.
     for (int round = 0; round < 20; ++round) perform(channel, operation);

@@ -14,6 +14,7 @@
 #include "fuzz/Input.h"
 #include "protocol/IpcServerManager.h"
 #include "protocol/message.h"
+#include "protocol/operations.h"
 #include "support/OwnSharedMemory.h"
 #include "support/RecordingListener.h"
 
@@ -173,39 +174,33 @@ void takeAnswers(Input& input, RecordingListener& listener) {
 
 // The client's records.
 
-struct Row {
-  std::int32_t group;
-  std::int32_t types;
-};
-// One type more than there is, for an unknown one.
-constexpr Row rows[] = {{VIDEO, 20},
-                        {APPLICATION_STATE, 2},
-                        {SYSTEM_PROPERTY, 5},
-                        {AUDIO, 6},
-                        {TUNER, 6},
-                        {CAROUSEL, 6},
-                        {SI, 18},
-                        {LIST_HEADER, 2},
-                        {MEDIA, 17},
-                        {DSMCC_COMMAND, 2},
-                        {VERSION, 3},
-                        {11, 1}};
+/// A group and a type: of a row mostly, or anything.
+void takeOperation(Input& input, message& record) {
+  const std::size_t index = input.takeBelow(std::size(operations::requests) + 8);
+  if (index >= std::size(operations::requests)) {
+    record.group = input.takeBoolean() ? input.take<std::int8_t>() : input.take<std::int32_t>();
+    record.type = input.takeBoolean() ? input.take<std::int8_t>() : input.take<std::int32_t>();
+    return;
+  }
+  const operations::Request& row = operations::requests[index];
+  record.group = row.group;
+  record.type = row.types.first;
+  if (isAnyOther(row.types)) {
+    record.type = input.take<std::int8_t>();
+  } else if (row.types.last > row.types.first) {
+    record.type +=
+        static_cast<std::int32_t>(input.takeBelow(static_cast<std::size_t>(row.types.last)));
+  }
+}
 
 message takeRecord(Input& input) {
   message record{};
-  if (input.takeBelow(8) == 0) {
-    record.group = input.take<std::int32_t>();
-    record.type = input.take<std::int32_t>();
-  } else {
-    const Row& row = rows[input.takeBelow(std::size(rows))];
-    record.group = row.group;
-    record.type = static_cast<std::int32_t>(input.takeBelow(static_cast<std::size_t>(row.types)));
-  }
+  takeOperation(input, record);
   record.reserved = input.take<std::int8_t>();
   switch (input.takeBelow(3)) {
     case 0: {
       const std::string bytes = input.takeText();
-      putBytes(record, firstWord, bytes.data(), bytes.size());
+      std::memcpy(record.payload, bytes.data(), bytes.size());
       break;
     }
     case 1:
@@ -214,7 +209,7 @@ message takeRecord(Input& input) {
                   sizeof record.payload);
       break;
     default:
-      for (std::size_t word = 3; word < 11; ++word) record[word] = takeNumber(input);
+      for (std::size_t word = 0; word < 8; ++word) record.payload[word] = takeNumber(input);
   }
   return record;
 }
@@ -229,38 +224,11 @@ class Replies {
 
   /// Takes the reply to a request off the bytes, if it has one.
   void takeReplyTo(const message& request) {
-    switch (request.group) {
-      case VIDEO:
-        if (request.type == 4) takeList(request, VIDEO, -1);
-        if (request.type == 1 || request.type == 3 || request.type == 5) takeSame(request);
-        if (request.type >= 9 && request.type <= 16) takeSame(request);
-        return;
-      case SYSTEM_PROPERTY:
-        if (request.type == 0) takeSame(request);
-        if (request.type == 1) takeList(request, SYSTEM_PROPERTY, -2);
-        return;
-      case TUNER:
-        if (request.type == 0) {
-          takeSame(request);
-        } else {
-          takeList(request, TUNER, -1);
-        }
-        return;
-      case CAROUSEL:
-        if (request.type == 0) takeSame(request);
-        return;
-      case SI:
-        return takeInformation(request);
-      case MEDIA:
-        for (const std::int32_t type : {0, 1, 2, 3, 5, 8, 9}) {
-          if (request.type == type) takeSame(request);
-        }
-        return;
-      case VERSION:
-        return takeSame(request);
-      default:
-        return;
-    }
+    const operations::Request* const row =
+        rowFor(operations::requests, request.group, request.type);
+    if (row == nullptr || row->reply == operations::Reply::none) return;
+    if (row->reply == operations::Reply::record) return takeOne(request, *row);
+    takeList(request, *row);
   }
 
  private:
@@ -279,30 +247,35 @@ class Replies {
     return record;
   }
 
-  void takeSame(const message& request) {
-    if (takeRecord(request, request.group).type != request.type) fail("a reply of another type");
+  void takeOne(const message& request, const operations::Request& row) {
+    const message reply = takeRecord(request, request.group);
+    if (reply.type != request.type) fail("a reply of another type");
+    takeTrailing(reply, row);
   }
 
-  /// `type`: the elements' one; -1 for the header's count, -2 for anything.
-  std::vector<message> takeList(const message& request, std::int32_t group, std::int32_t type,
-                                bool withBytes = false) {
+  void takeList(const message& request, const operations::Request& row) {
     const std::int32_t count = takeRecord(request, LIST_HEADER).type;
     if (count < 0) fail("a list of less than nothing");
     std::vector<message> records;
     for (std::int32_t index = 0; index < count; ++index) {
-      records.push_back(takeRecord(request, group));
-      const message& record = records.back();
-      if (type != -2 && record.type != (type == -1 ? count : type)) fail("another element");
-      if (withBytes && record[5] != 0) take(static_cast<std::size_t>(record[4]));
+      records.push_back(takeRecord(request, row.group));
+      if (!isElementType(row.elementType, records.back().type, count)) fail("another element");
+      if (row.reply == operations::Reply::list) takeTrailing(records.back(), row);
     }
-    return records;
+    if (row.reply == operations::Reply::list) return;
+    for (const message& record : records) takeTrailing(record, row);
   }
 
-  void takeTrailing(const message& record) {
-    for (std::size_t list = 0; list < 6; ++list) {
-      if (get<std::int32_t>(record, 836 + 4 * list) == 0) continue;
-      auto count = static_cast<std::size_t>(get<std::int32_t>(record, 812 + 4 * list));
-      if (list < 3) {
+  static bool isElementType(std::int32_t expected, std::int32_t type, std::int32_t count) {
+    if (expected == operations::ofTheRecord) return true;
+    return type == (expected == operations::keepsCount ? count : expected);
+  }
+
+  void takeTrailing(const message& record, const operations::Request& row) {
+    for (const operations::Trailing& list : row.answer.trailing) {
+      if (get<std::int32_t>(record, list.presence) == 0) continue;
+      auto count = static_cast<std::size_t>(get<std::int32_t>(record, list.count));
+      if (list.kind == operations::Trailing::Kind::bytes) {
         take(count);
         continue;
       }
@@ -311,40 +284,6 @@ class Replies {
         std::memcpy(&length, take(sizeof length).data(), sizeof length);
         take(length);
       }
-    }
-  }
-
-  void takeInformation(const message& request) {
-    switch (request.type) {
-      case 0:
-      case 5:
-      case 7:
-      case 8:
-      case 12:
-      case 14:
-        return takeSame(request);
-      case 1:
-        for (const message& record : takeList(request, SI, 1)) takeTrailing(record);
-        return;
-      case 2:
-        return takeTrailing(takeRecord(request, SI));
-      case 3:
-      case 9:
-      case 13:
-      case 15:
-        takeList(request, SI, 3, true);
-        return;
-      case 11:
-        takeList(request, SI, 11, true);
-        return;
-      case 4:
-      case 6:
-      case 10:
-      case 16:
-        takeList(request, SI, request.type);
-        return;
-      default:
-        return;
     }
   }
 
