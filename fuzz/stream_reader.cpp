@@ -14,9 +14,9 @@
 #include "fuzz/Conversation.h"
 #include "fuzz/Input.h"
 #include "receiver/DataBroadcast.h"
-#include "receiver/Player.h"
 #include "receiver/ServiceInformation.h"
 #include "receiver/StreamFile.h"
+#include "receiver/StreamPlayer.h"
 #include "receiver/facades/SectionFilter.h"
 
 namespace {
@@ -172,7 +172,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     broadcast.onTree([](const CarouselPlace&, const std::shared_ptr<const CarouselTree>&) {});
     broadcast.onEvent([](const std::string&, const StreamEvent&) {});
     broadcast.want({101, 65});
-    Player player(nullptr, {});
+    StreamPlayer player(nullptr, {});
     SectionFilter filter(player, false);
     setFilter(filter, filters);
     for (std::size_t index = 0; index < opened.packets(); ++index) {

@@ -159,7 +159,7 @@ void Commands::perform(const std::string& line) {
     answer(fmt::format("service {}", host_.information.currentService()));
   } else if (command == "retune") {
     if (!numbers.empty()) host_.information.selectService(numbers[0]);
-    host_.player.retune();
+    host_.streamPlayer.retune();
     answer("retuned");
   } else if (command == "wait") {
     static_cast<void>(sleepFor(numbers[0]));

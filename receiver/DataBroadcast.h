@@ -11,9 +11,9 @@
 #include <utility>
 
 #include "receiver/ObjectCarousel.h"
-#include "receiver/Player.h"
 #include "receiver/ServiceInformation.h"
 #include "receiver/StreamEvents.h"
+#include "receiver/StreamPlayer.h"
 
 namespace receiver {
 

@@ -5,8 +5,8 @@
 #include "facade/GraphicsSettingsListener.h"
 #include "receiver/CarouselMounts.h"
 #include "receiver/ListenerSlot.h"
-#include "receiver/Player.h"
 #include "receiver/ServiceInformation.h"
+#include "receiver/StreamPlayer.h"
 #include "receiver/Worker.h"
 #include "receiver/facades/Version.h"
 
@@ -18,7 +18,7 @@ class Display;
 /// main() sets it before it creates the adapter and keeps it until the adapter is gone.
 struct Host {
   ServiceInformation& information;
-  Player& player;
+  StreamPlayer& streamPlayer;
   Worker& worker;
   CarouselMounts& mounts;
   Display* display;        ///< null for none

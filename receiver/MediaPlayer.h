@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "receiver/Gst.h"
-#include "receiver/Player.h"
+#include "receiver/StreamPlayer.h"
 
 namespace receiver {
 

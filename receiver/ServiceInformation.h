@@ -12,8 +12,8 @@
 #include <utility>
 #include <vector>
 
-#include "receiver/Player.h"
 #include "receiver/SectionAssembler.h"
+#include "receiver/StreamPlayer.h"
 #include "receiver/Text.h"
 
 namespace receiver {

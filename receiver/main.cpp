@@ -43,7 +43,7 @@ using receiver::ServiceInformation;
 
 struct Options {
   std::string stream;
-  receiver::Player::Settings play;
+  receiver::StreamPlayer::Settings play;
   int service = -1;
   std::string charset;
   std::string mount;
@@ -207,10 +207,10 @@ void serve(const Options& options) {
   if (isFile) lookAhead(options.stream, information);
   receiver::DataBroadcast data(information);
   Announcements announcements(options.stream, information, options.isQuiet);
-  receiver::Player player(std::move(source), options.play);
-  player.add(information);
-  player.add(data);
-  player.add(announcements);
+  receiver::StreamPlayer streamPlayer(std::move(source), options.play);
+  streamPlayer.add(information);
+  streamPlayer.add(data);
+  streamPlayer.add(announcements);
 
   std::optional<ScratchDirectory> scratch;
   if (options.mount.empty()) scratch.emplace();
@@ -227,13 +227,13 @@ void serve(const Options& options) {
   std::optional<receiver::Display> window;
   if (options.hasDisplay) display = &window.emplace();
 #endif
-  Host host{information,         player, *worker, mounts, display, options.properties,
-            options.play.isFast, {},     {},      {},     {}};
+  Host host{information,         streamPlayer, *worker, mounts, display, options.properties,
+            options.play.isFast, {},           {},      {},     {}};
   Host::current() = &host;
   connectData(data, host, announcements);
   MiddlewareIpc* const adapter = MiddlewareIpc::getInstance();
   announcements.say("serving");
-  player.start();
+  streamPlayer.start();
   {
     std::list<receiver::Commands> commands;
     if (!options.script.empty()) commands.emplace_back(host, *adapter, openScript(options.script));
@@ -242,7 +242,7 @@ void serve(const Options& options) {
     while (sigtimedwait(&signals, nullptr, &second) == -1) announcements.showState();
     for (receiver::Commands& lines : commands) lines.stop();
     worker->stop();
-    player.stop();
+    streamPlayer.stop();
     deleteAdapter(adapter);
   }
   worker.reset();

@@ -10,7 +10,7 @@
 #include <fstream>
 #include <memory>
 
-#include "receiver/Player.h"
+#include "receiver/StreamPlayer.h"
 #include "receiver/Text.h"
 #include "receiver/bitstream.h"
 #include "receiver/facades/SectionFilter.h"
@@ -332,15 +332,15 @@ class Filter : public testing::Test {
 
 using Numbers = std::vector<int>;
 
-Player::Settings fast(bool isLooped) {
-  Player::Settings settings;
+StreamPlayer::Settings fast(bool isLooped) {
+  StreamPlayer::Settings settings;
   settings.isFast = true;
   settings.isLooped = isLooped;
   return settings;
 }
 
 TEST_F(Filter, ReadsWhatPassesAndBeginsAgainWithTheStream) {
-  Player player(std::make_unique<FileSource>(path), fast(true));
+  StreamPlayer player(std::make_unique<FileSource>(path), fast(true));
   SectionFilter filter(player, true);
   filter.setTimeOut(0);
   EXPECT_EQ(read(filter, 1), Numbers{-1}) << "it has not been started";
@@ -357,7 +357,7 @@ TEST_F(Filter, ReadsWhatPassesAndBeginsAgainWithTheStream) {
 }
 
 TEST_F(Filter, NothingComesAfterTheStreamsEnd) {
-  Player player(std::make_unique<FileSource>(path), fast(false));
+  StreamPlayer player(std::make_unique<FileSource>(path), fast(false));
   SectionFilter filter(player, true);
   filter.setPid(100);
   filter.setTimeOut(10'000);
@@ -372,7 +372,7 @@ TEST_F(Filter, NothingComesAfterTheStreamsEnd) {
 }
 
 TEST_F(Filter, NothingPassesOnAnotherPidAndTheTimeOutIsKept) {
-  Player player(std::make_unique<FileSource>(path), fast(false));
+  StreamPlayer player(std::make_unique<FileSource>(path), fast(false));
   SectionFilter filter(player, true);
   filter.setPid(101);
   filter.setTimeOut(30);
@@ -401,7 +401,7 @@ class FilterByHand : public Filter {
     return bytes;
   }
 
-  Player player{nullptr, {}};
+  StreamPlayer player{nullptr, {}};
   SectionFilter filter{player, false};
 
  private:

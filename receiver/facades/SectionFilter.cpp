@@ -89,22 +89,22 @@ bool SectionFilter::Conditions::hold(const Section& section) const {
          (!exclusiveOr || passesXor(*exclusiveOr, section));
 }
 
-SectionFilter::SectionFilter(Player& player, bool waitsForReader)
-    : player_(player),
+SectionFilter::SectionFilter(StreamPlayer& streamPlayer, bool waitsForReader)
+    : streamPlayer_(streamPlayer),
       waitsForReader_(waitsForReader),
       arrived_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
       taken_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
-  player_.add(*this);
+  streamPlayer_.add(*this);
 }
 
 SectionFilter::~SectionFilter() {
   stop();
-  player_.remove(*this);
+  streamPlayer_.remove(*this);
   close(arrived_);
   close(taken_);
 }
 
-/// Changes what the player's thread looks at, and lets it go on where it waits for a reader.
+/// Changes what the stream player's thread looks at, and lets it go on where it waits for a reader.
 template <class Change>
 void SectionFilter::change(Change&& change) {
   {

@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "facade/DemuxFacade.h"
-#include "receiver/Player.h"
 #include "receiver/SectionAssembler.h"
+#include "receiver/StreamPlayer.h"
 
 namespace receiver {
 
@@ -22,15 +22,16 @@ struct Pattern {
 };
 
 /// The demultiplexer facade's section filter on the running stream: keeps the sections that pass
-/// until they are read. Its operations come on the library's thread, packets on the player's.
+/// until they are read. Its operations come on the library's thread, packets on the stream
+/// player's.
 class SectionFilter : public middlewarefacade::DemuxFacade, public PacketSink {
  public:
   /// What is kept for a reader; then the oldest go.
   static constexpr std::size_t mostSections = 256;
 
-  /// `player`: whose packets it takes from now on. `waitsForReader`: packets wait, for a second at
-  /// most, until a reader has made room.
-  SectionFilter(Player& player, bool waitsForReader);
+  /// `streamPlayer`: whose packets it takes from now on. `waitsForReader`: packets wait, for a
+  /// second at most, until a reader has made room.
+  SectionFilter(StreamPlayer& streamPlayer, bool waitsForReader);
   ~SectionFilter() override;
 
   void start() override;
@@ -71,7 +72,7 @@ class SectionFilter : public middlewarefacade::DemuxFacade, public PacketSink {
   void waitForReader();
   std::optional<Section> takeSection();
 
-  Player& player_;
+  StreamPlayer& streamPlayer_;
   const bool waitsForReader_;
   /// Counts the sections that came and the readers that made room.
   const int arrived_;

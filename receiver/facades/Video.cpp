@@ -28,9 +28,9 @@ bool hasSoundDevice() {
 
 }  // namespace
 
-Video::Video(Player& player, const ServiceInformation& information, Worker& worker,
+Video::Video(StreamPlayer& streamPlayer, const ServiceInformation& information, Worker& worker,
              GraphicsListener& graphicsListener, Display* display)
-    : player_(player),
+    : streamPlayer_(streamPlayer),
       information_(information),
       worker_(worker),
       graphicsListener_(graphicsListener),
@@ -40,7 +40,7 @@ Video::Video(Player& player, const ServiceInformation& information, Worker& work
 
 Video::~Video() {
   videoPropertyAction();
-  if (mainPlayer_) player_.remove(*mainPlayer_);
+  if (mainPlayer_) streamPlayer_.remove(*mainPlayer_);
   graphicsListener_.set(nullptr);
 }
 
@@ -52,7 +52,7 @@ void Video::startMain() {
     mainPlayer_.reset();
     return;
   }
-  player_.add(*mainPlayer_);
+  streamPlayer_.add(*mainPlayer_);
   display_->show(mainChannel, main_.bounds);
 }
 
@@ -122,7 +122,7 @@ int Video::open(std::string locator, int& player) {
       });
   if (!opened.player->open()) return 0;
   if (display_ != nullptr) display_->show(opened.channel, opened.bounds);
-  if (opened.isLive) player_.add(*opened.player);
+  if (opened.isLive) streamPlayer_.add(*opened.player);
   players_.emplace(number, std::move(opened));
   player = number;
   return 1;
@@ -130,7 +130,7 @@ int Video::open(std::string locator, int& player) {
 
 void Video::closeOpened(Opened& opened) {
   opened.listener->set(nullptr);
-  if (opened.isLive) player_.remove(*opened.player);
+  if (opened.isLive) streamPlayer_.remove(*opened.player);
   opened.player.reset();
   if (display_ != nullptr) display_->hide(opened.channel);
 }

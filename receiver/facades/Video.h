@@ -12,8 +12,8 @@
 #include "receiver/Display.h"
 #include "receiver/ListenerSlot.h"
 #include "receiver/MediaPlayer.h"
-#include "receiver/Player.h"
 #include "receiver/ServiceInformation.h"
+#include "receiver/StreamPlayer.h"
 #include "receiver/Worker.h"
 
 namespace receiver {
@@ -26,7 +26,7 @@ class Video : public middlewarefacade::VideoFacade {
   /// `display`: null for none, and then the main video is not decoded.
   using GraphicsListener = ListenerSlot<middlewarefacade::GraphicsSettingsListener>;
 
-  Video(Player& player, const ServiceInformation& information, Worker& worker,
+  Video(StreamPlayer& streamPlayer, const ServiceInformation& information, Worker& worker,
         GraphicsListener& graphicsListener, Display* display);
   ~Video() override;
 
@@ -103,7 +103,7 @@ class Video : public middlewarefacade::VideoFacade {
   void startMain();
   void closeOpened(Opened& opened);
 
-  Player& player_;
+  StreamPlayer& streamPlayer_;
   const ServiceInformation& information_;
   Worker& worker_;
   GraphicsListener& graphicsListener_;

@@ -47,7 +47,7 @@ SIFacade* SIFacade::createSIFacade() { return new receiver::Information(host().i
 TunerFacade* TunerFacade::createTunerFacade() { return new receiver::Tuner(host().information); }
 
 DemuxFacade* DemuxFacade::createDemuxFacade() {
-  return new receiver::SectionFilter(host().player, host().isFast);
+  return new receiver::SectionFilter(host().streamPlayer, host().isFast);
 }
 
 VersionFacade* VersionFacade::createVersionFacade() {
@@ -73,7 +73,7 @@ PropertyFacade* PropertyFacade::createPropertyFacade() {
 
 VideoFacade* VideoFacade::createVideoFacade() {
 #ifdef QUILLWORK_GSTREAMER
-  return new receiver::Video(host().player, host().information, host().worker,
+  return new receiver::Video(host().streamPlayer, host().information, host().worker,
                              host().graphicsListener, host().display);
 #else
   return nullptr;

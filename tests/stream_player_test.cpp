@@ -1,6 +1,6 @@
 // The pace of a stream, and where it can come from.
 
-#include "receiver/Player.h"
+#include "receiver/StreamPlayer.h"
 
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
@@ -84,8 +84,8 @@ class Playing : public testing::Test {
                  static_cast<std::streamsize>(bytes.size()));
     }
   }
-  void play(Player::Settings settings = {}) {
-    Player player(std::make_unique<FileSource>(path), settings);
+  void play(StreamPlayer::Settings settings = {}) {
+    StreamPlayer player(std::make_unique<FileSource>(path), settings);
     player.add(recorder);
     player.start();
     EXPECT_TRUE(recorder.awaitEnd());
@@ -141,7 +141,7 @@ TEST_F(Playing, AClockThatJumpsIsANewOneAtTheSamePace) {
 
 TEST_F(Playing, WithoutAClockTheBitRateCounts) {
   write(std::vector<PacketBytes>(26, plain(0)));
-  Player::Settings settings;
+  StreamPlayer::Settings settings;
   settings.bitRate = 1504 * 100;
   play(settings);
   EXPECT_GE(recorder.span(25), 240ms);
@@ -155,7 +155,7 @@ TEST_F(Playing, FastHasNoPace) {
     packets.push_back(plain(1));
   }
   write(packets);
-  Player::Settings settings;
+  StreamPlayer::Settings settings;
   settings.isFast = true;
   play(settings);
   EXPECT_EQ(recorder.packets.size(), packets.size());
@@ -163,10 +163,10 @@ TEST_F(Playing, FastHasNoPace) {
 
 TEST_F(Playing, ALoopBeginsAgainAndARetuneBeginsSomethingElse) {
   write({plain(1), plain(2)});
-  Player::Settings settings;
+  StreamPlayer::Settings settings;
   settings.isLooped = true;
   settings.bitRate = 1e6;
-  Player player(std::make_unique<FileSource>(path), settings);
+  StreamPlayer player(std::make_unique<FileSource>(path), settings);
   struct Waiter : Recorder {
     void interrupted(bool isOther) override { (isOther ? others : loops)++; }
     std::atomic<int> loops{0};
@@ -187,9 +187,9 @@ TEST_F(Playing, ALoopBeginsAgainAndARetuneBeginsSomethingElse) {
 
 TEST_F(Playing, AStreamThatWaitsForItsTimeEndsAtOnce) {
   write({plain(0), plain(1)});
-  Player::Settings settings;
+  StreamPlayer::Settings settings;
   settings.bitRate = 1;  // The second packet is due in half an hour.
-  Player player(std::make_unique<FileSource>(path), settings);
+  StreamPlayer player(std::make_unique<FileSource>(path), settings);
   player.add(recorder);
   player.start();
   const Watchdog watchdog{10s};

@@ -13,7 +13,7 @@
 
 namespace receiver {
 
-/// Who takes the packets of the stream that is played. Called on the player's thread.
+/// Who takes the packets of the stream that is played. Called on the stream player's thread.
 class PacketSink {
  public:
   PacketSink() = default;
@@ -34,7 +34,7 @@ std::optional<std::uint64_t> programClock(Packet packet);
 
 /// Plays a stream as if it came off air: hands its packets to the sinks at the times that its clock
 /// gives them.
-class Player {
+class StreamPlayer {
  public:
   struct Settings {
     bool isFast = false;         ///< without any pace
@@ -42,10 +42,10 @@ class Player {
     double bitRate = 1'000'000;  ///< bits a second of a stream without a clock
   };
 
-  Player(std::unique_ptr<Source> source, Settings settings);
-  ~Player();
-  Player(const Player&) = delete;
-  Player& operator=(const Player&) = delete;
+  StreamPlayer(std::unique_ptr<Source> source, Settings settings);
+  ~StreamPlayer();
+  StreamPlayer(const StreamPlayer&) = delete;
+  StreamPlayer& operator=(const StreamPlayer&) = delete;
 
   /// Borrows the sink until remove(). Packets go to the sinks in the order of add().
   void add(PacketSink& sink);
@@ -53,7 +53,7 @@ class Player {
   void remove(PacketSink& sink);
 
   void start();
-  /// Ends the player's thread; once.
+  /// Ends the stream player's thread; once.
   void stop();
   /// Tunes anew: the stream begins from its start where it can.
   void retune();

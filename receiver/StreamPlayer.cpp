@@ -1,4 +1,4 @@
-#include "receiver/Player.h"
+#include "receiver/StreamPlayer.h"
 
 #include <pthread.h>
 
@@ -34,27 +34,27 @@ std::optional<std::uint64_t> programClock(Packet packet) {
   return base * 300 + extension;
 }
 
-Player::Player(std::unique_ptr<Source> source, Settings settings)
+StreamPlayer::StreamPlayer(std::unique_ptr<Source> source, Settings settings)
     : source_(std::move(source)), settings_(settings) {}
 
-Player::~Player() { stop(); }
+StreamPlayer::~StreamPlayer() { stop(); }
 
-void Player::add(PacketSink& sink) {
+void StreamPlayer::add(PacketSink& sink) {
   const std::lock_guard lock(sinksMutex_);
   sinks_.push_back(&sink);
 }
 
-void Player::remove(PacketSink& sink) {
+void StreamPlayer::remove(PacketSink& sink) {
   const std::lock_guard lock(sinksMutex_);
   std::erase(sinks_, &sink);
 }
 
-void Player::start() {
+void StreamPlayer::start() {
   thread_ = std::thread([this] { run(); });
   pthread_setname_np(thread_.native_handle(), "player");
 }
 
-void Player::stop() {
+void StreamPlayer::stop() {
   {
     const std::lock_guard lock(mutex_);
     isStopped_ = true;
@@ -64,13 +64,13 @@ void Player::stop() {
   if (thread_.joinable()) thread_.join();
 }
 
-void Player::retune() {
+void StreamPlayer::retune() {
   const std::lock_guard lock(mutex_);
   isRetuned_ = true;
   changed_.notify_all();
 }
 
-void Player::run() {
+void StreamPlayer::run() {
   due_ = Clock::now();
   for (;;) {
     while (!isAsked() && fill()) play(spanOf(nextClock_));
@@ -80,12 +80,12 @@ void Player::run() {
   }
 }
 
-bool Player::isAsked() {
+bool StreamPlayer::isAsked() {
   const std::lock_guard lock(mutex_);
   return isStopped_ || isRetuned_;
 }
 
-Player::Next Player::waitForNext() {
+StreamPlayer::Next StreamPlayer::waitForNext() {
   const auto hasWish = [this] { return isStopped_ || isRetuned_; };
   std::unique_lock lock(mutex_);
   if (!hasWish()) {
@@ -101,20 +101,20 @@ Player::Next Player::waitForNext() {
   return Next::another;
 }
 
-void Player::begin(bool isOther) {
+void StreamPlayer::begin(bool isOther) {
   lastClock_.reset();
   due_ = Clock::now();
   forEachSink([isOther](PacketSink& sink) { sink.interrupted(isOther); });
 }
 
 template <class Call>
-void Player::forEachSink(Call&& call) {
+void StreamPlayer::forEachSink(Call&& call) {
   const std::lock_guard lock(sinksMutex_);
   for (PacketSink* const sink : sinks_) call(*sink);
 }
 
 /// Reads on to the next clock reference; false at the stream's end.
-bool Player::fill() {
+bool StreamPlayer::fill() {
   batch_.clear();
   nextClock_.reset();
   isEarly_ = false;
@@ -138,7 +138,7 @@ bool Player::fill() {
 }
 
 /// How long the packets last.
-Player::Clock::duration Player::spanOf(std::optional<std::uint64_t> clock) {
+StreamPlayer::Clock::duration StreamPlayer::spanOf(std::optional<std::uint64_t> clock) {
   if (isEarly_) return {};
   const auto packets = static_cast<std::int64_t>(batch_.size() / packetSize);
   const auto before = std::exchange(lastClock_, clock);
@@ -158,7 +158,7 @@ Player::Clock::duration Player::spanOf(std::optional<std::uint64_t> clock) {
              : std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
 }
 
-void Player::play(Clock::duration span) {
+void StreamPlayer::play(Clock::duration span) {
   const std::size_t packets = batch_.size() / packetSize;
   if (keepsPace()) span = {};
   for (std::size_t index = 0; index < packets; ++index) {
@@ -175,7 +175,7 @@ void Player::play(Clock::duration span) {
 }
 
 /// False when the player is to do something else.
-bool Player::waitUntil(Clock::time_point time) {
+bool StreamPlayer::waitUntil(Clock::time_point time) {
   std::unique_lock lock(mutex_);
   return !changed_.wait_until(lock, time, [this] { return isStopped_ || isRetuned_; });
 }
