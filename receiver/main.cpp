@@ -24,7 +24,7 @@
 #include <utility>
 
 #include "adapter/MiddlewareIpc.h"
-#include "receiver/Commands.h"
+#include "receiver/Console.h"
 #include "receiver/DataBroadcast.h"
 #ifdef QUILLWORK_GSTREAMER
 #include "receiver/Display.h"
@@ -235,12 +235,12 @@ void serve(const Options& options) {
   announcements.say("serving");
   streamPlayer.start();
   {
-    std::list<receiver::Commands> commands;
-    if (!options.script.empty()) commands.emplace_back(host, *adapter, openScript(options.script));
-    if (options.stream != "-") commands.emplace_back(host, *adapter, STDIN_FILENO);
+    std::list<receiver::Console> consoles;
+    if (!options.script.empty()) consoles.emplace_back(host, *adapter, openScript(options.script));
+    if (options.stream != "-") consoles.emplace_back(host, *adapter, STDIN_FILENO);
     const timespec second{1, 0};
     while (sigtimedwait(&signals, nullptr, &second) == -1) announcements.showState();
-    for (receiver::Commands& lines : commands) lines.stop();
+    for (receiver::Console& console : consoles) console.stop();
     worker->stop();
     streamPlayer.stop();
     deleteAdapter(adapter);

@@ -1,4 +1,4 @@
-#include "receiver/Commands.h"
+#include "receiver/Console.h"
 
 #include <fmt/format.h>
 #include <poll.h>
@@ -63,27 +63,27 @@ void answer(const std::string& text) {
 
 }  // namespace
 
-Commands::Commands(Host& host, MiddlewareIpc& adapter, int input)
+Console::Console(Host& host, MiddlewareIpc& adapter, int input)
     : host_(host),
       adapter_(adapter),
       input_(input),
       stopped_(eventfd(0, EFD_CLOEXEC)),
       thread_([this] { run(); }) {}
 
-Commands::~Commands() {
+Console::~Console() {
   stop();
   thread_.join();
   close(stopped_);
 }
 
-void Commands::stop() { eventfd_write(stopped_, 1); }
+void Console::stop() { eventfd_write(stopped_, 1); }
 
-void Commands::run() {
+void Console::run() {
   for (std::string line; readLine(line);) perform(line);
 }
 
 /// Waits for the next line; false at the input's end or after stop().
-bool Commands::readLine(std::string& line) {
+bool Console::readLine(std::string& line) {
   for (;;) {
     pollfd inputs[] = {{stopped_, POLLIN, 0}, {input_, POLLIN, 0}};
     const std::size_t end = unread_.find('\n');
@@ -104,14 +104,14 @@ bool Commands::readLine(std::string& line) {
 }
 
 /// False when stop() has ended it.
-bool Commands::sleepFor(double seconds) const {
+bool Console::sleepFor(double seconds) const {
   constexpr double longest = 1e6;
   pollfd stop{stopped_, POLLIN, 0};
   const double time = std::clamp(seconds, 0.0, longest) * 1000;
   return poll(&stop, 1, static_cast<int>(time)) == 0;
 }
 
-void Commands::perform(const std::string& line) {
+void Console::perform(const std::string& line) {
   std::string_view rest = line;
   const std::string_view command = takeWord(rest);
   if (command.empty() || command.front() == '#') return;

@@ -13,16 +13,16 @@ struct Host;
 /// thread of its own, since a client that does not read or answer holds it up.
 /// Answers are lines on the standard output, complaints on the standard error stream.
 /// docs/receiver.md lists the commands.
-class Commands {
+class Console {
  public:
   /// Borrows the host, the adapter and the descriptor that the lines are read from. `quit` is
   /// carried out as a SIGTERM to this process.
-  Commands(Host& host, MiddlewareIpc& adapter, int input);
+  Console(Host& host, MiddlewareIpc& adapter, int input);
   /// Waits for the command that is being carried out. Delete the adapter first: that ends whatever
   /// waits for the client.
-  ~Commands();
-  Commands(const Commands&) = delete;
-  Commands& operator=(const Commands&) = delete;
+  ~Console();
+  Console(const Console&) = delete;
+  Console& operator=(const Console&) = delete;
 
   /// Begins no further command.
   void stop();
