@@ -53,9 +53,9 @@ class ObjectCarousel::Reader {
     for (const std::uint8_t byte : bytes(size)) value = value << 8U | byte;
     return value;
   }
-  std::uint8_t byte() { return static_cast<std::uint8_t>(take(1)); }
-  std::uint16_t word() { return static_cast<std::uint16_t>(take(2)); }
-  std::uint32_t doubleWord() { return take(4); }
+  std::uint8_t uint8() { return static_cast<std::uint8_t>(take(1)); }
+  std::uint16_t uint16() { return static_cast<std::uint16_t>(take(2)); }
+  std::uint32_t uint32() { return take(4); }
   std::span<const std::uint8_t> bytes(std::size_t size) {
     if (size > bytes_.size()) {
       isGood_ = false;
@@ -91,13 +91,13 @@ bool ObjectCarousel::take(const Section& section) {
   const std::span<const std::uint8_t> bytes(section);
   Reader reader(bytes.subspan(sectionHeader, section.size() - sectionHeader - crcSize));
   // The header that all messages have (ISO/IEC 13818-6, 2.1).
-  const std::uint8_t protocol = reader.byte();
-  const std::uint8_t kind = reader.byte();
-  const std::uint16_t message = reader.word();
-  const std::uint32_t transaction = reader.doubleWord();
+  const std::uint8_t protocol = reader.uint8();
+  const std::uint8_t kind = reader.uint8();
+  const std::uint16_t message = reader.uint16();
+  const std::uint32_t transaction = reader.uint32();
   reader.skip(1);
-  const std::uint8_t adaptation = reader.byte();
-  const std::uint16_t size = reader.word();
+  const std::uint8_t adaptation = reader.uint8();
+  const std::uint16_t size = reader.uint16();
   Reader body = reader.part(size);
   body.skip(adaptation);
   if (protocol != 0x11 || kind != 0x03 || !body.isGood() || !reader.isGood()) return false;
@@ -116,8 +116,8 @@ bool ObjectCarousel::take(const Section& section) {
 /// The message that names the root directory.
 bool ObjectCarousel::takeServerInitiate(Reader& reader) {
   reader.skip(20);
-  reader.skip(reader.word());
-  Reader gateway = reader.part(reader.word());
+  reader.skip(reader.uint16());
+  Reader gateway = reader.part(reader.uint16());
   const auto reference = readReference(gateway);
   if (!reference || !gateway.isGood()) return false;
   const bool isNew = !gateway_ || gateway_->module != reference->module ||
@@ -130,21 +130,21 @@ bool ObjectCarousel::takeServerInitiate(Reader& reader) {
 bool ObjectCarousel::takeInfoIndication(Reader& reader, std::uint32_t transaction) {
   // Bit 0 tells an update from the one before, the two highest who gave the number out.
   const auto identification = static_cast<std::uint16_t>(transaction & 0xfffeU);
-  const std::uint32_t download = reader.doubleWord();
-  const std::uint16_t blockSize = reader.word();
+  const std::uint32_t download = reader.uint32();
+  const std::uint16_t blockSize = reader.uint16();
   reader.skip(10);
-  reader.skip(reader.word());
-  const std::uint16_t count = reader.word();
+  reader.skip(reader.uint16());
+  const std::uint16_t count = reader.uint16();
   std::map<std::uint16_t, Module> announced;
   for (unsigned index = 0; index < count && reader.isGood(); ++index) {
-    const std::uint16_t id = reader.word();
+    const std::uint16_t id = reader.uint16();
     Module& module = announced[id];
     module.download = download;
     module.announcedBy = identification;
     module.blockSize = blockSize;
-    module.size = reader.doubleWord();
-    module.version = reader.byte();
-    readModuleInfo(reader.part(reader.byte()), module);
+    module.size = reader.uint32();
+    module.version = reader.uint8();
+    readModuleInfo(reader.part(reader.uint8()), module);
   }
   if (!reader.isGood() || blockSize == 0) return false;
   bool isChanged =
@@ -167,28 +167,28 @@ bool ObjectCarousel::takeInfoIndication(Reader& reader, std::uint32_t transactio
 /// BIOP::ModuleInfo (TR 101 202, 4.7.5.2): of interest is only how the module is compressed.
 void ObjectCarousel::readModuleInfo(Reader info, Module& module) {
   info.skip(12);
-  const std::uint8_t taps = info.byte();
+  const std::uint8_t taps = info.uint8();
   for (unsigned tap = 0; tap < taps && info.isGood(); ++tap) {
     info.skip(6);
-    info.skip(info.byte());
+    info.skip(info.uint8());
   }
-  Reader descriptors = info.part(info.byte());
+  Reader descriptors = info.part(info.uint8());
   if (!info.isGood()) return;
   while (descriptors.left() >= 2) {
-    const std::uint8_t tag = descriptors.byte();
-    Reader descriptor = descriptors.part(descriptors.byte());
+    const std::uint8_t tag = descriptors.uint8();
+    Reader descriptor = descriptors.part(descriptors.uint8());
     if (tag != compressedModule) continue;
     module.isCompressed = true;
-    module.isReadable = (descriptor.byte() & 0x0fU) == deflate;
-    module.originalSize = descriptor.doubleWord();
+    module.isReadable = (descriptor.uint8() & 0x0fU) == deflate;
+    module.originalSize = descriptor.uint32();
   }
 }
 
 bool ObjectCarousel::takeDataBlock(Reader& reader, std::uint32_t download) {
-  const std::uint16_t id = reader.word();
-  const std::uint8_t version = reader.byte();
+  const std::uint16_t id = reader.uint16();
+  const std::uint8_t version = reader.uint8();
   reader.skip(1);
-  const std::size_t number = reader.word();
+  const std::size_t number = reader.uint16();
   const auto found = modules_.find(id);
   if (!reader.isGood() || found == modules_.end()) return false;
   Module& module = found->second;
@@ -265,25 +265,25 @@ std::map<std::string, ObjectCarousel::Object> ObjectCarousel::readObjects(
   std::map<std::string, Object> objects;
   Reader module{bytes};
   while (module.left() > 0 && objects.size() < mostObjects) {
-    const bool isObject = module.doubleWord() == biopMagic;
+    const bool isObject = module.uint32() == biopMagic;
     module.skip(2);
-    const bool isHighestFirst = module.byte() == 0;
+    const bool isHighestFirst = module.uint8() == 0;
     module.skip(1);
-    Reader message = module.part(module.doubleWord());
+    Reader message = module.part(module.uint32());
     if (!isObject || !isHighestFirst || !module.isGood()) break;
-    const std::string key = message.text(message.byte());
-    const std::string kind = withoutEnd(message.text(message.doubleWord()));
-    Reader info = message.part(message.word());
-    const std::uint8_t contexts = message.byte();
+    const std::string key = message.text(message.uint8());
+    const std::string kind = withoutEnd(message.text(message.uint32()));
+    Reader info = message.part(message.uint16());
+    const std::uint8_t contexts = message.uint8();
     for (unsigned index = 0; index < contexts && message.isGood(); ++index) {
       message.skip(4);
-      message.skip(message.word());
+      message.skip(message.uint16());
     }
-    Reader body = message.part(message.doubleWord());
+    Reader body = message.part(message.uint32());
     Object object;
     if (kind == "fil") {
       object.content.kind = CarouselObject::Kind::file;
-      const auto content = body.bytes(body.doubleWord());
+      const auto content = body.bytes(body.uint32());
       object.content.content =
           std::make_shared<const std::vector<std::uint8_t>>(content.begin(), content.end());
     } else if (kind == "dir" || kind == "srg") {
@@ -299,18 +299,18 @@ std::map<std::string, ObjectCarousel::Object> ObjectCarousel::readObjects(
 }
 
 void ObjectCarousel::readDirectory(Reader& body, Object& object) {
-  const std::uint16_t count = body.word();
+  const std::uint16_t count = body.uint16();
   for (unsigned index = 0; index < count && body.isGood(); ++index) {
-    const std::uint8_t components = body.byte();
+    const std::uint8_t components = body.uint8();
     std::string name;
     for (unsigned component = 0; component < components && body.isGood(); ++component) {
       // Names of several components do not occur: a directory has one for each level.
-      name = withoutEnd(body.text(body.byte()));
-      body.skip(body.byte());
+      name = withoutEnd(body.text(body.uint8()));
+      body.skip(body.uint8());
     }
     body.skip(1);
     auto reference = readReference(body);
-    body.skip(body.word());
+    body.skip(body.uint16());
     if (components == 1) object.bindings.push_back({std::move(name), std::move(reference)});
   }
 }
@@ -320,29 +320,29 @@ void ObjectCarousel::readDirectory(Reader& body, Object& object) {
 void ObjectCarousel::readStream(Reader info, Reader& body, bool hasEvents, Object& object) {
   object.content.kind =
       hasEvents ? CarouselObject::Kind::streamEvent : CarouselObject::Kind::stream;
-  const std::uint8_t taps = body.byte();
+  const std::uint8_t taps = body.uint8();
   constexpr std::uint16_t eventUses[] = {0x000c, 0x000d};  // STR_STATUS_AND_EVENT, STR_EVENT
   for (unsigned tap = 0; tap < taps && body.isGood(); ++tap) {
     body.skip(2);
-    const std::uint16_t use = body.word();
-    const std::uint16_t tag = body.word();
-    body.skip(body.byte());
+    const std::uint16_t use = body.uint16();
+    const std::uint16_t tag = body.uint16();
+    body.skip(body.uint8());
     const bool isWanted = !hasEvents || std::ranges::find(eventUses, use) != std::end(eventUses);
     if (isWanted) object.content.componentTag = tag;
   }
   if (!hasEvents) return;
   std::vector<std::uint16_t> ids;
-  const std::uint8_t count = body.byte();
-  for (unsigned index = 0; index < count; ++index) ids.push_back(body.word());
+  const std::uint8_t count = body.uint8();
+  for (unsigned index = 0; index < count; ++index) ids.push_back(body.uint16());
   // The duration's microseconds have 16 bits, but there are broadcasts with 32.
   for (const std::size_t microseconds : {2U, 4U}) {
     Reader names = info;
-    names.skip(names.byte());
+    names.skip(names.uint8());
     names.skip(4 + microseconds + 3);
-    if (names.word() != count) continue;
+    if (names.uint16() != count) continue;
     object.content.events.clear();
     for (const std::uint16_t id : ids) {
-      object.content.events.emplace_back(withoutEnd(names.text(names.byte())), id);
+      object.content.events.emplace_back(withoutEnd(names.text(names.uint8())), id);
     }
     if (names.isGood()) return;
   }
@@ -353,24 +353,24 @@ void ObjectCarousel::readStream(Reader info, Reader& body, bool hasEvents, Objec
 /// lies elsewhere.
 std::optional<ObjectCarousel::Reference> ObjectCarousel::readReference(Reader& reader) {
   std::optional<Reference> reference;
-  const std::uint32_t typeSize = reader.doubleWord();
+  const std::uint32_t typeSize = reader.uint32();
   reader.skip((std::size_t{typeSize} + 3) & ~std::size_t{3});
-  const std::uint32_t profiles = reader.doubleWord();
+  const std::uint32_t profiles = reader.uint32();
   for (std::uint32_t index = 0; index < profiles && reader.isGood(); ++index) {
-    const std::uint32_t tag = reader.doubleWord();
-    Reader profile = reader.part(reader.doubleWord());
+    const std::uint32_t tag = reader.uint32();
+    Reader profile = reader.part(reader.uint32());
     if (tag != biopProfile) continue;
     profile.skip(1);
-    const std::uint8_t components = profile.byte();
+    const std::uint8_t components = profile.uint8();
     for (unsigned component = 0; component < components && profile.isGood(); ++component) {
-      const std::uint32_t kind = profile.doubleWord();
-      Reader data = profile.part(profile.byte());
+      const std::uint32_t kind = profile.uint32();
+      Reader data = profile.part(profile.uint8());
       if (kind != objectLocation) continue;
       Reference found;
-      found.carousel = data.doubleWord();
-      found.module = data.word();
+      found.carousel = data.uint32();
+      found.module = data.uint16();
       data.skip(2);
-      found.key = data.text(data.byte());
+      found.key = data.text(data.uint8());
       if (data.isGood()) reference = std::move(found);
     }
   }

@@ -13,12 +13,12 @@ constexpr std::uint8_t isdbTerrestrialDelivery = 0xfa;
 constexpr std::uint8_t isdbTransportStream = 0xcd;
 constexpr std::uint8_t logicalChannel = 0x83;
 
-std::uint16_t word(const std::uint8_t* bytes) {
+std::uint16_t uint16(const std::uint8_t* bytes) {
   return static_cast<std::uint16_t>(bytes[0] << 8U | bytes[1]);
 }
 
-std::uint32_t doubleWord(const std::uint8_t* bytes) {
-  return static_cast<std::uint32_t>(word(bytes)) << 16U | word(bytes + 2);
+std::uint32_t uint32(const std::uint8_t* bytes) {
+  return static_cast<std::uint32_t>(uint16(bytes)) << 16U | uint16(bytes + 2);
 }
 
 /// Two decimal digits in a byte.
@@ -61,7 +61,7 @@ Descriptors readLoop(const std::uint8_t* loop, std::size_t length) {
 
 /// A loop behind its 12-bit length.
 Descriptors readLoop(const std::uint8_t* lengthField) {
-  return readLoop(lengthField + 2, word(lengthField) & 0xfffU);
+  return readLoop(lengthField + 2, uint16(lengthField) & 0xfffU);
 }
 
 /// A descriptor in the form that biTStream's getters take: header and bytes. Behind them zero
@@ -98,10 +98,10 @@ void readDelivery(const Descriptor& descriptor, TransportStream& stream) {
     stream.frequency = decimals(data) / 10000;
   } else if (descriptor.tag == 0x5a && desc5a_validate(bytes.data())) {
     stream.delivery = Delivery::terrestrial;
-    stream.frequency = doubleWord(data) / 100000.0;
+    stream.frequency = uint32(data) / 100000.0;
   } else if (descriptor.tag == isdbTerrestrialDelivery && size >= 4) {
     stream.delivery = Delivery::terrestrial;
-    stream.frequency = word(data + 2) / 7.0;
+    stream.frequency = uint16(data + 2) / 7.0;
   } else if (descriptor.tag == 0x7f && size >= 1 && data[0] == 0x04) {
     stream.delivery = Delivery::terrestrial;  // T2; its frequencies are cell by cell.
   }
@@ -111,7 +111,7 @@ void readChannelNumbers(const Descriptor& descriptor, TransportStream& stream) {
   const auto& data = descriptor.data;
   if (descriptor.tag == logicalChannel) {
     for (std::size_t index = 0; index + 4 <= data.size(); index += 4) {
-      stream.channelNumbers[word(&data[index])] = word(&data[index + 2]) & 0x3ff;
+      stream.channelNumbers[uint16(&data[index])] = uint16(&data[index + 2]) & 0x3ff;
     }
   } else if (descriptor.tag == isdbTransportStream && !data.empty()) {
     // The key on the remote control, for all services of the stream.
@@ -224,8 +224,9 @@ void ServiceInformation::store(std::uint16_t pid, const Section& section) {
     if (program == programs_.end() || program->second != pid) return;
   }
   std::uint32_t further = 0;
-  if (isEit(tableId)) further = doubleWord(&section[8]);
-  if (tableId == SDT_TABLE_ID_ACTUAL || tableId == SDT_TABLE_ID_OTHER) further = word(&section[8]);
+  if (isEit(tableId)) further = uint32(&section[8]);
+  if (tableId == SDT_TABLE_ID_ACTUAL || tableId == SDT_TABLE_ID_OTHER)
+    further = uint16(&section[8]);
   const std::uint8_t number = psi_get_section(section.data());
   Sections& sections = tables_[{pid, tableId, extension, further}];
   const auto before = sections.find(number);
@@ -424,7 +425,7 @@ std::vector<Event> ServiceInformation::events() const {
         for (std::uint8_t* entry = section.data() + EIT_HEADER_SIZE; entry < end;
              entry += EIT_EVENT_SIZE + eitn_get_desclength(entry)) {
           Event event = readEvent(section, entry);
-          const std::uint32_t stream = doubleWord(&section[8]);
+          const std::uint32_t stream = uint32(&section[8]);
           if (seen.emplace(event.tableId, stream, event.service, event.section, event.id).second) {
             events.push_back(std::move(event));
           }
@@ -619,7 +620,7 @@ TransportStream ServiceInformation::readTransportStream(const std::uint8_t* loop
     readDelivery(descriptor, stream);
     if (descriptor.tag == 0x41) {
       for (std::size_t index = 0; index + 3 <= descriptor.data.size(); index += 3) {
-        stream.services.push_back(word(&descriptor.data[index]));
+        stream.services.push_back(uint16(&descriptor.data[index]));
       }
     }
   }
