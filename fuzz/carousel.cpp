@@ -14,6 +14,7 @@
 namespace {
 
 using namespace receiver;
+using namespace sample;
 
 constexpr std::uint32_t number = 7;
 

@@ -6,7 +6,10 @@
 
 #include "receiver/bitstream.h"
 
-namespace receiver {
+namespace sample {
+
+using namespace receiver;
+
 namespace {
 
 constexpr std::uint16_t blockSize = 4066;
@@ -216,4 +219,4 @@ std::vector<Section> carouselSections(std::uint32_t carousel, std::uint8_t versi
   return sections;
 }
 
-}  // namespace receiver
+}  // namespace sample

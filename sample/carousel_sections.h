@@ -8,7 +8,7 @@
 #include "receiver/SectionAssembler.h"
 
 /// Sections of object carousels, as a broadcaster makes them: for the sample stream and for tests.
-namespace receiver {
+namespace sample {
 
 /// Bytes that are built up; integers stand with the highest byte first.
 class ByteBuilder {
@@ -25,15 +25,15 @@ class ByteBuilder {
 };
 
 /// A long section with its CRC.
-Section longSection(std::uint8_t tableId, std::uint16_t extension, std::uint8_t version,
-                    std::uint8_t number, std::uint8_t last, const ByteBuilder& body);
+receiver::Section longSection(std::uint8_t tableId, std::uint16_t extension, std::uint8_t version,
+                              std::uint8_t number, std::uint8_t last, const ByteBuilder& body);
 
 /// An IOP::IOR of an object.
 ByteBuilder objectReference(std::uint32_t carousel, std::uint16_t module, std::string_view key,
                             std::string_view kind);
 
 /// What announces the root directory, the object "1" of module 1.
-Section serverInitiate(std::uint32_t carousel);
+receiver::Section serverInitiate(std::uint32_t carousel);
 
 struct ModuleToSend {
   std::uint16_t id = 0;
@@ -43,11 +43,11 @@ struct ModuleToSend {
 };
 /// What announces modules, at least one, and their blocks. Modules that are announced together
 /// belong together: an update, whose number is one higher, begins with the same one.
-std::vector<Section> moduleSections(std::uint32_t carousel, std::uint32_t update,
-                                    const std::vector<ModuleToSend>& modules);
+std::vector<receiver::Section> moduleSections(std::uint32_t carousel, std::uint32_t update,
+                                              const std::vector<ModuleToSend>& modules);
 
 /// All sections of a carousel with this tree.
-std::vector<Section> carouselSections(std::uint32_t carousel, std::uint8_t version,
-                                      const CarouselTree& tree);
+std::vector<receiver::Section> carouselSections(std::uint32_t carousel, std::uint8_t version,
+                                                const receiver::CarouselTree& tree);
 
-}  // namespace receiver
+}  // namespace sample

@@ -604,11 +604,11 @@ receiver::CarouselTree carousel(bool isChanged) {
 
 /// A stream event that is to be done at once (ETSI TS 102 809, B.2.4).
 Bytes streamEvent(std::uint16_t id, std::uint8_t version, const std::string& data) {
-  receiver::ByteBuilder descriptor;
+  sample::ByteBuilder descriptor;
   descriptor.number(id, 2).number(0xfffffffe00000000, 8).bytes(data);
-  receiver::ByteBuilder body;
+  sample::ByteBuilder body;
   body.number(0x1a, 1).sized(1, descriptor);
-  return receiver::longSection(0x3d, id, version, 0, 0, body);
+  return sample::longSection(0x3d, id, version, 0, 0, body);
 }
 
 struct Sending {
@@ -651,7 +651,7 @@ std::vector<Sending> sendings() {
   for (const bool isChanged : {false, true}) {
     const double first = isChanged ? changeTime : 0;
     for (const Bytes& section :
-         receiver::carouselSections(carouselId, isChanged ? 2 : 1, carousel(isChanged))) {
+         sample::carouselSections(carouselId, isChanged ? 2 : 1, carousel(isChanged))) {
       repeat(first, 2, first + changeTime, carouselPid, [&](double) { return section; });
     }
   }

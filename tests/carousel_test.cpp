@@ -11,6 +11,8 @@
 namespace receiver {
 namespace {
 
+using namespace sample;
+
 constexpr std::uint32_t number = 9;
 using Kind = CarouselObject::Kind;
 
