@@ -15,6 +15,10 @@ namespace quillwork::cli {
 struct ControlDecoder::Operation {
   enum class Reply { none, record, list, descriptors, event, events };
 
+  [[nodiscard]] bool hasList() const {
+    return reply == Reply::list || reply == Reply::descriptors || reply == Reply::events;
+  }
+
   std::int32_t group;
   std::int32_t type;
   const char* name;
@@ -159,164 +163,285 @@ Json readFields(const message& record, std::string_view specification) {
   return fields;
 }
 
-Json unknownFields(const message& record) {
-  return {{"group", record.group}, {"type", record.type}};
+Json kindOf(const message& record) { return {{"group", record.group}, {"type", record.type}}; }
+
+bool isCommandPart(const message& record) { return record.group == DSMCC_COMMAND; }
+
+/// What the library prints for a request that it drops; of most it says nothing.
+std::string printedFor(const message& record) {
+  const bool isGroup = std::ranges::any_of(
+      operations, [&](const Operation& row) { return row.group == record.group; });
+  if (!isGroup) return "Unknown message: " + std::to_string(record.group);
+  if (record.group == SI) return "Unknown si message type:  " + std::to_string(record.type);
+  return "";
 }
 
-/// Of what has arrived, a part as hexadecimal digits.
-std::string hex(const std::string& bytes, std::size_t position, std::size_t size) {
-  const auto* const begin = reinterpret_cast<const std::uint8_t*>(bytes.data()) + position;
-  return cli::hex(std::span(begin, size));
+/// How many bytes are behind a descriptor's record.
+std::size_t sizeBehind(const message& descriptor) {
+  return descriptor[5] != 0 && descriptor[4] > 0 ? static_cast<std::size_t>(descriptor[4]) : 0;
 }
 
-std::optional<message> firstRecord(std::string_view bytes, std::size_t index = 0) {
-  if (bytes.size() < (index + 1) * sizeof(message)) return std::nullopt;
+std::string hex(std::string_view bytes) {
+  return cli::hex(std::span(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()));
+}
+
+Json descriptorFields(const message& descriptor, std::string_view data) {
+  return {{"tag", get<std::int16_t>(descriptor, firstWord)}, {"data", hex(data)}};
+}
+
+constexpr std::size_t byteLists = 3;
+
+/// How long the lists of an event are, none less than 0.
+std::array<std::int32_t, 6> listsOf(const message& event) {
+  constexpr std::size_t counts = 812;
+  constexpr std::size_t references = 836;
+  std::array<std::int32_t, 6> lists{};
+  for (std::size_t list = 0; list < lists.size(); ++list) {
+    const bool isPresent = get<std::int32_t>(event, references + 4 * list) != 0;
+    if (isPresent) lists[list] = std::max(get<std::int32_t>(event, counts + 4 * list), 0);
+  }
+  return lists;
+}
+
+std::string nameOf(std::size_t list) {
+  return list < byteLists ? "byte_list_" + std::to_string(list + 1)
+                          : "text_list_" + std::to_string(list - byteLists + 1);
+}
+
+message recordOf(std::string_view item) {
   message record{};
-  std::memcpy(&record, bytes.data() + index * sizeof record, sizeof record);
+  std::memcpy(&record, item.data(), sizeof record);
   return record;
 }
 
 }  // namespace
 
-std::vector<TraceLine> ControlDecoder::feed(Direction direction, std::string_view bytes) {
+ControlDecoder::ControlDecoder() : TraceDecoder(sizeof(message), sizeof(message)) {}
+
+void ControlDecoder::take(Direction direction, std::string_view item) {
   if (direction == Direction::toLibrary) {
-    fromClient_ += bytes;
-    decodeRequests();
+    takeRequest(recordOf(item));
   } else {
-    fromLibrary_ += bytes;
-    while (decodeReply()) {
-    }
-  }
-  return std::exchange(lines_, {});
-}
-
-void ControlDecoder::add(Direction direction, std::string kind, std::string operation,
-                         Json fields) {
-  lines_.push_back({direction, std::move(kind), std::move(operation), std::move(fields)});
-}
-
-void ControlDecoder::decodeRequests() {
-  while (const auto record = firstRecord(fromClient_)) {
-    fromClient_.erase(0, sizeof(message));
-    const Operation* const operation = find(operations, *record);
-    if (operation == nullptr) {
-      add(Direction::toLibrary, "unknown", "", unknownFields(*record));
-      continue;
-    }
-    add(Direction::toLibrary, "request", operation->name, readFields(*record, operation->request));
-    if (operation->reply != Reply::none) waiting_.push_back(operation);
+    (this->*step_)(item);
   }
 }
 
-/// One record, or what comes behind records; false when it has not all arrived.
-bool ControlDecoder::decodeReply() {
-  if (elementsLeft_ == 0 && !events_.empty()) return decodeLists();
-  const auto record = firstRecord(fromLibrary_);
-  if (!record) return false;
-  if (elementsLeft_ > 0) return decodeElement(*record);
-  if (record->group == LIST_HEADER) return decodeHeader(*record);
-  fromLibrary_.erase(0, sizeof(message));
-  if (const Operation* const notification = find(notifications, *record)) {
+void ControlDecoder::explain(Direction direction, Json& fields) const {
+  if (direction == Direction::toClient && elementsLeft_ > 0) {
+    fields["elements_left"] = elementsLeft_;
+  }
+}
+
+void ControlDecoder::takeRequest(const message& record) {
+  if (const Operation* const operation = find(operations, record)) {
+    addRequest(operation->name, readFields(record, operation->request),
+               operation->reply != Reply::none,
+               static_cast<std::size_t>(operation - std::begin(operations)));
+    return;
+  }
+  Json fields = kindOf(record);
+  const std::string printed = printedFor(record);
+  if (!printed.empty()) fields["printed"] = printed;
+  add(Direction::toLibrary, "dropped", "", std::move(fields));
+}
+
+void ControlDecoder::expectRecord() {
+  step_ = &ControlDecoder::takeRecord;
+  expectNew(Direction::toClient, sizeof(message));
+}
+
+void ControlDecoder::expectPart(Step step, std::size_t size) {
+  step_ = step;
+  expectMore(Direction::toClient, size, list_.operation);
+}
+
+void ControlDecoder::takeRecord(std::string_view item) {
+  const message record = recordOf(item);
+  if (record.group == LIST_HEADER) {
+    takeHeader(record);
+  } else if (const Operation* const notification = find(notifications, record)) {
     add(Direction::toClient, "notification", notification->name,
-        readFields(*record, notification->request));
-    return true;
+        readFields(record, notification->request));
+  } else {
+    takeReply(record);
   }
-  const Operation* const operation = waiting_.empty() ? nullptr : waiting_.front();
-  if (operation == nullptr || find(operations, *record) != operation) {
-    add(Direction::toClient, "unknown", "", unknownFields(*record));
-    return true;
+}
+
+/// The first request that waits and could have this reply.
+template <class Fits>
+std::optional<std::size_t> ControlDecoder::findWaiting(Fits fits) const {
+  const auto request = std::ranges::find_if(
+      waiting(), [&](const Request& candidate) { return fits(operations[candidate.row]); });
+  if (request == waiting().end()) return std::nullopt;
+  return static_cast<std::size_t>(request - waiting().begin());
+}
+
+void ControlDecoder::takeReply(const message& record) {
+  const Operation* const operation = find(operations, record);
+  const auto request = findWaiting(
+      [&](const Operation& candidate) { return &candidate == operation && !candidate.hasList(); });
+  if (!request) {
+    add(Direction::toClient, "unknown", "", kindOf(record));
+    return;
   }
-  waiting_.pop_front();
-  add(Direction::toClient, "reply", operation->name, readFields(*record, operation->answer));
-  if (operation->reply == Reply::event) {
-    list_ = operation;
-    events_.push_back(*record);
-  }
-  return true;
+  list_ = answer(*request);
+  addReply("reply", readFields(record, operation->answer)).after = now() - list_.time;
+  if (operation->reply != Reply::event) return;
+  events_.push_back(listsOf(record));
+  expectLists();
+}
+
+TraceLine& ControlDecoder::addReply(std::string kind, Json fields) {
+  TraceLine& line = add(Direction::toClient, std::move(kind), list_.operation, std::move(fields));
+  line.request = list_.number;
+  return line;
 }
 
 /// A header of two or more can open a command: the record behind it tells.
-bool ControlDecoder::decodeHeader(const message& record) {
-  const bool hasList = !waiting_.empty() && (waiting_.front()->reply == Reply::list ||
-                                             waiting_.front()->reply == Reply::descriptors ||
-                                             waiting_.front()->reply == Reply::events);
-  isCommand_ = !hasList;
-  if (hasList && record.type >= 2) {
-    const auto next = firstRecord(fromLibrary_, 1);
-    if (!next) return false;
-    isCommand_ = next->group == DSMCC_COMMAND;
-  }
-  fromLibrary_.erase(0, sizeof(message));
-  elementsLeft_ = std::max(record.type, 0);
-  const char* name = "sendDsmCCCommand";
-  if (!isCommand_) {
-    list_ = waiting_.front();
-    waiting_.pop_front();
-    name = list_->name;
-  }
-  add(Direction::toClient, "list", name, {{"count", record.type}});
-  return true;
-}
-
-bool ControlDecoder::decodeElement(const message& record) {
-  if (isCommand_) {
-    fromLibrary_.erase(0, sizeof(message));
-    --elementsLeft_;
-    add(Direction::toClient, "notification", "sendDsmCCCommand",
-        readFields(record, find(notifications, record) != nullptr ? "w2:code d16:time l25:text"
-                                                                  : "w0:group w2:type"));
-    return true;
-  }
-  if (list_->reply == Reply::descriptors) {
-    const std::size_t size =
-        record[5] != 0 && record[4] > 0 ? static_cast<std::size_t>(record[4]) : 0;
-    if (fromLibrary_.size() < sizeof(message) + size) return false;
-    add(Direction::toClient, "element", list_->name,
-        {{"tag", get<std::int16_t>(record, firstWord)},
-         {"data", hex(fromLibrary_, sizeof(message), size)}});
-    fromLibrary_.erase(0, sizeof(message) + size);
+void ControlDecoder::takeHeader(const message& header) {
+  list_ = {};
+  headerTime_ = now();
+  if (header.type >= 2) {
+    expectPart(&ControlDecoder::takeBehindHeader, sizeof(message));
+    header_ = header;
   } else {
-    fromLibrary_.erase(0, sizeof(message));
-    add(Direction::toClient, "element", list_->name, readFields(record, list_->answer));
-    if (list_->reply == Reply::events) events_.push_back(record);
+    beginList(header);
   }
+}
+
+void ControlDecoder::takeBehindHeader(std::string_view item) {
+  const message record = recordOf(item);
+  if (isCommandPart(record)) {
+    beginCommand(header_);
+  } else {
+    beginList(header_);
+  }
+  if (!isGivenUp()) (this->*step_)(item);
+}
+
+void ControlDecoder::beginCommand(const message& header) {
+  addFirst(sizeof header, Direction::toClient, "list", "sendDsmCCCommand", {{"count", header.type}})
+      .time = headerTime_;
+  list_.operation = "sendDsmCCCommand";
+  expectElements(&ControlDecoder::takeCommandPart, header.type);
+}
+
+void ControlDecoder::beginList(const message& header) {
+  const auto request = findWaiting([](const Operation& operation) { return operation.hasList(); });
+  if (!request) {
+    addFirst(sizeof header, Direction::toClient, "unknown", "", {{"count", header.type}});
+    expectRecord();
+    return;
+  }
+  list_ = answer(*request);
+  TraceLine& line = addFirst(sizeof header, Direction::toClient, "list", list_.operation,
+                             {{"count", header.type}});
+  line.request = list_.number;
+  line.time = headerTime_;
+  line.after = headerTime_ - list_.time;
+  expectElements(&ControlDecoder::takeElement, header.type);
+}
+
+void ControlDecoder::expectElements(Step step, std::int32_t count) {
+  if (count > maxElements) {
+    giveUp(Direction::toClient, list_.operation, {{"announced_elements", count}});
+    return;
+  }
+  elementStep_ = step;
+  elementsLeft_ = std::max(count, 0);
+  expectElement();
+}
+
+void ControlDecoder::expectElement() {
+  if (elementsLeft_ > 0) {
+    expectPart(elementStep_, sizeof(message));
+  } else {
+    expectLists();
+  }
+}
+
+void ControlDecoder::endElement() {
   --elementsLeft_;
+  expectElement();
+}
+
+void ControlDecoder::takeCommandPart(std::string_view item) {
+  const message record = recordOf(item);
+  add(Direction::toClient, "notification", "sendDsmCCCommand",
+      isCommandPart(record) ? readFields(record, "w2:code d16:time l25:text") : kindOf(record));
+  endElement();
+}
+
+void ControlDecoder::takeElement(std::string_view item) {
+  const message record = recordOf(item);
+  const Operation& operation = operations[list_.row];
+  if (operation.reply == Reply::descriptors && sizeBehind(record) > 0) {
+    header_ = record;
+    expectPart(&ControlDecoder::takeDescriptor, sizeBehind(record));
+    return;
+  }
+  addReply("element", operation.reply == Reply::descriptors ? descriptorFields(record, "")
+                                                            : readFields(record, operation.answer));
+  if (operation.reply == Reply::events) events_.push_back(listsOf(record));
+  endElement();
+}
+
+void ControlDecoder::takeDescriptor(std::string_view data) {
+  addReply("element", descriptorFields(header_, data));
+  endElement();
+}
+
+/// The six lists of each event: bytes first, then texts, each with its length.
+void ControlDecoder::expectLists() {
+  while (!events_.empty()) {
+    for (; eventListIndex_ < events_.front().size(); ++eventListIndex_) {
+      if (beginsEventList(events_.front()[eventListIndex_])) return;
+    }
+    addReply("bytes", std::exchange(lists_, Json::object()));
+    events_.pop_front();
+    eventListIndex_ = 0;
+  }
+  expectRecord();
+}
+
+/// Whether there is something in it to wait for.
+bool ControlDecoder::beginsEventList(std::int32_t count) {
+  const bool isText = eventListIndex_ >= byteLists;
+  eventList() = isText ? Json::array() : Json("");
+  if (count == 0) return false;
+  textsLeft_ = count;
+  if (isText && count > maxElements) {
+    giveUp(Direction::toClient, list_.operation, {{"announced_elements", count}});
+  } else if (isText) {
+    expectPart(&ControlDecoder::takeTextSize, sizeof(std::uint32_t));
+  } else {
+    expectPart(&ControlDecoder::takeByteList, static_cast<std::size_t>(count));
+  }
   return true;
 }
 
-/// The six lists of the next event: bytes first, then texts, each with its length.
-bool ControlDecoder::decodeLists() {
-  constexpr std::size_t counts = 812;
-  constexpr std::size_t references = 836;
-  const message& event = events_.front();
-  std::size_t position = 0;
-  Json fields = Json::object();
-  for (std::size_t list = 0; list < 6; ++list) {
-    const bool isPresent = get<std::int32_t>(event, references + 4 * list) != 0;
-    const std::int32_t count = isPresent ? get<std::int32_t>(event, counts + 4 * list) : 0;
-    if (list < 3) {
-      const std::size_t size = count > 0 ? static_cast<std::size_t>(count) : 0;
-      if (fromLibrary_.size() < position + size) return false;
-      fields["byte_list_" + std::to_string(list + 1)] = hex(fromLibrary_, position, size);
-      position += size;
-      continue;
-    }
-    Json texts = Json::array();
-    for (std::int32_t index = 0; index < count; ++index) {
-      std::uint32_t size = 0;
-      if (fromLibrary_.size() < position + sizeof size) return false;
-      std::memcpy(&size, fromLibrary_.data() + position, sizeof size);
-      position += sizeof size;
-      if (fromLibrary_.size() - position < size) return false;
-      texts.push_back(text(fromLibrary_.substr(position, size)));
-      position += size;
-    }
-    fields["text_list_" + std::to_string(list - 2)] = std::move(texts);
+Json& ControlDecoder::eventList() { return lists_[nameOf(eventListIndex_)]; }
+
+void ControlDecoder::takeByteList(std::string_view item) {
+  eventList() = hex(item);
+  ++eventListIndex_;
+  expectLists();
+}
+
+void ControlDecoder::takeTextSize(std::string_view item) {
+  std::uint32_t size = 0;
+  std::memcpy(&size, item.data(), sizeof size);
+  expectPart(&ControlDecoder::takeText, size);
+}
+
+void ControlDecoder::takeText(std::string_view item) {
+  eventList().push_back(text(std::string(item)));
+  if (--textsLeft_ > 0) {
+    expectPart(&ControlDecoder::takeTextSize, sizeof(std::uint32_t));
+  } else {
+    ++eventListIndex_;
+    expectLists();
   }
-  fromLibrary_.erase(0, position);
-  events_.pop_front();
-  add(Direction::toClient, "bytes", list_->name, std::move(fields));
-  return true;
 }
 
 }  // namespace quillwork::cli

@@ -1,44 +1,74 @@
 #pragma once
 
+#include <array>
+#include <cstdint>
 #include <deque>
+#include <optional>
 #include <string>
 #include <string_view>
-#include <vector>
 
-#include "cli/TraceLine.h"
+#include "cli/TraceDecoder.h"
 #include "protocol/message.h"
 
 namespace quillwork::cli {
 
-/// Decodes both directions of one connection of the control channel. What does not fit the protocol
-/// is shown as unknown; the bytes behind it are still taken for records.
-class ControlDecoder {
+/// Decodes both directions of one connection of the control channel. What the library sends and
+/// nobody asked for is shown as unknown; the bytes behind it are still taken for records.
+class ControlDecoder : public TraceDecoder {
  public:
   struct Operation;
 
-  /// Takes the next bytes of one direction and gives what has become complete. A request has to be
-  /// fed before its reply.
-  std::vector<TraceLine> feed(Direction direction, std::string_view bytes);
+  ControlDecoder();
 
  private:
-  void decodeRequests();
-  bool decodeReply();
-  bool decodeHeader(const message& record);
-  bool decodeElement(const message& record);
-  bool decodeLists();
-  void add(Direction direction, std::string kind, std::string operation, Json fields);
+  using Step = void (ControlDecoder::*)(std::string_view item);
 
-  std::string fromClient_;
-  std::string fromLibrary_;
-  /// Requests without a reply yet.
-  std::deque<const Operation*> waiting_;
-  /// The list under way, and how many of its elements are missing; of a command its parts.
-  const Operation* list_ = nullptr;
+  void take(Direction direction, std::string_view item) override;
+  void explain(Direction direction, Json& fields) const override;
+
+  void takeRequest(const message& record);
+
+  void expectRecord();
+  /// The next item belongs to what is under way.
+  void expectPart(Step step, std::size_t size);
+  void takeRecord(std::string_view item);
+  template <class Fits>
+  [[nodiscard]] std::optional<std::size_t> findWaiting(Fits fits) const;
+  void takeReply(const message& record);
+  TraceLine& addReply(std::string kind, Json fields);
+
+  void takeHeader(const message& header);
+  void takeBehindHeader(std::string_view item);
+  void beginCommand(const message& header);
+  void beginList(const message& header);
+  void expectElements(Step step, std::int32_t count);
+  void expectElement();
+  void endElement();
+  void takeCommandPart(std::string_view item);
+  void takeElement(std::string_view item);
+  void takeDescriptor(std::string_view data);
+
+  void expectLists();
+  bool beginsEventList(std::int32_t count);
+  Json& eventList();
+  void takeByteList(std::string_view item);
+  void takeTextSize(std::string_view item);
+  void takeText(std::string_view item);
+
+  Step step_ = &ControlDecoder::takeRecord;
+  /// The request whose reply is under way; of a command only the name.
+  Request list_;
+  Step elementStep_ = nullptr;
   std::int32_t elementsLeft_ = 0;
-  bool isCommand_ = false;
-  /// Events whose lists have not come yet.
-  std::deque<message> events_;
-  std::vector<TraceLine> lines_;
+  /// A header whose list has not begun, or a descriptor's record whose bytes have not come.
+  message header_{};
+  TraceTime headerTime_{};
+  /// The lengths of the lists that have not come yet, of each event.
+  std::deque<std::array<std::int32_t, 6>> events_;
+  std::size_t eventListIndex_ = 0;
+  std::int32_t textsLeft_ = 0;
+  /// What has come of the first event's lists.
+  Json lists_ = Json::object();
 };
 
 }  // namespace quillwork::cli

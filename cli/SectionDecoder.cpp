@@ -1,22 +1,26 @@
 #include "cli/SectionDecoder.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
-#include <optional>
+#include <iterator>
 #include <span>
+#include <string>
 #include <utility>
 
 namespace quillwork::cli {
 namespace {
 
-struct Request {
+constexpr std::size_t wordSize = sizeof(std::int32_t);
+
+struct RequestRow {
   const char* name;
   const char* argument;  ///< null for none
-  int vectors;
+  std::size_t vectors;
 };
 
 // By their codes.
-constexpr Request requests[] = {
+constexpr RequestRow requests[] = {
     {"start", nullptr, 0},
     {"stop", nullptr, 0},
     {"set_pid", "pid", 0},
@@ -33,88 +37,101 @@ constexpr Request requests[] = {
     {"read_section", nullptr, 0},
 };
 
-/// Takes what has arrived apart, until it has been enough or not.
-class Reader {
- public:
-  explicit Reader(std::string_view bytes) : rest_(bytes) {}
+constexpr std::int32_t readSection = 13;
 
-  std::optional<std::int32_t> integer() {
-    std::int32_t value = 0;
-    if (rest_.size() < sizeof value) return std::nullopt;
-    std::memcpy(&value, rest_.data(), sizeof value);
-    rest_.remove_prefix(sizeof value);
-    return value;
-  }
+std::int32_t integerOf(std::string_view item) {
+  std::int32_t value = 0;
+  std::memcpy(&value, item.data(), sizeof value);
+  return value;
+}
 
-  /// A count and so many bytes, as pairs of hexadecimal digits; a negative count is none.
-  std::optional<std::string> vector() {
-    const auto count = integer();
-    if (!count) return std::nullopt;
-    const std::size_t size = *count > 0 ? static_cast<std::size_t>(*count) : 0;
-    if (rest_.size() < size) return std::nullopt;
-    std::string text = hex(std::span(reinterpret_cast<const std::uint8_t*>(rest_.data()), size));
-    rest_.remove_prefix(size);
-    return text;
-  }
+/// A negative count is none.
+std::size_t sizeOf(std::string_view count) {
+  return static_cast<std::size_t>(std::max(integerOf(count), 0));
+}
 
-  [[nodiscard]] std::size_t left() const { return rest_.size(); }
-
- private:
-  std::string_view rest_;
-};
+std::string hex(std::string_view bytes) {
+  return cli::hex(std::span(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()));
+}
 
 }  // namespace
 
-std::vector<TraceLine> SectionDecoder::feed(Direction direction, std::string_view bytes) {
-  if (direction == Direction::toLibrary) {
-    fromClient_ += bytes;
-    while (decodeRequest()) {
-    }
-  } else {
-    fromLibrary_ += bytes;
-    while (decodeSection()) {
-    }
-  }
-  return std::exchange(lines_, {});
+SectionDecoder::SectionDecoder() : TraceDecoder(wordSize, wordSize) {}
+
+void SectionDecoder::take(Direction direction, std::string_view item) {
+  (this->*(direction == Direction::toLibrary ? requestStep_ : replyStep_))(item);
 }
 
-bool SectionDecoder::decodeRequest() {
-  Reader reader(fromClient_);
-  const auto code = reader.integer();
-  if (!code) return false;
-  TraceLine line;
-  if (*code < 0 || *code >= static_cast<std::int32_t>(std::size(requests))) {
-    line.kind = "unknown";
-    line.fields["code"] = *code;
-  } else {
-    const Request& request = requests[*code];
-    line.kind = "request";
-    line.operation = request.name;
-    if (request.argument != nullptr) {
-      const auto value = reader.integer();
-      if (!value) return false;
-      line.fields[request.argument] = *value;
-    }
-    for (int vector = 1; vector <= request.vectors; ++vector) {
-      const auto bytes = reader.vector();
-      if (!bytes) return false;
-      line.fields["bytes_" + std::to_string(vector)] = *bytes;
-    }
+void SectionDecoder::takeCode(std::string_view item) {
+  code_ = integerOf(item);
+  fields_ = Json::object();
+  if (code_ < 0 || code_ >= std::ssize(requests)) {
+    // What may be its arguments are taken for codes: so does the library.
+    add(Direction::toLibrary, "dropped", "", {{"code", code_}});
+    return;
   }
-  fromClient_.erase(0, fromClient_.size() - reader.left());
-  lines_.push_back(std::move(line));
-  return true;
+  const RequestRow& request = requests[code_];
+  vectorsLeft_ = request.vectors;
+  if (request.argument != nullptr) {
+    expectPart(&SectionDecoder::takeArgument, wordSize, wordSize * request.vectors);
+  } else {
+    expectVector();
+  }
 }
 
-bool SectionDecoder::decodeSection() {
-  Reader reader(fromLibrary_);
-  const auto section = reader.vector();
-  if (!section) return false;
-  TraceLine line{Direction::toClient, "reply", "read_section", {}};
-  line.fields = {{"size", section->size() / 2}, {"section", *section}};
-  fromLibrary_.erase(0, fromLibrary_.size() - reader.left());
-  lines_.push_back(std::move(line));
-  return true;
+void SectionDecoder::takeArgument(std::string_view item) {
+  fields_[requests[code_].argument] = integerOf(item);
+  expectVector();
+}
+
+/// The next vector, or the request's end.
+void SectionDecoder::expectVector() {
+  if (vectorsLeft_ == 0) {
+    endRequest();
+  } else {
+    --vectorsLeft_;
+    expectPart(&SectionDecoder::takeVectorSize, wordSize, wordSize * vectorsLeft_);
+  }
+}
+
+void SectionDecoder::takeVectorSize(std::string_view item) {
+  expectPart(&SectionDecoder::takeVector, sizeOf(item), wordSize * vectorsLeft_);
+}
+
+void SectionDecoder::takeVector(std::string_view item) {
+  fields_["bytes_" + std::to_string(requests[code_].vectors - vectorsLeft_)] = hex(item);
+  expectVector();
+}
+
+void SectionDecoder::expectPart(Step step, std::size_t size, std::size_t behind) {
+  requestStep_ = step;
+  expectMore(Direction::toLibrary, size, requests[code_].name, behind);
+}
+
+void SectionDecoder::endRequest() {
+  requestStep_ = &SectionDecoder::takeCode;
+  expectNew(Direction::toLibrary, wordSize);
+  addRequest(requests[code_].name, std::exchange(fields_, Json::object()), code_ == readSection);
+}
+
+void SectionDecoder::takeSectionSize(std::string_view item) {
+  replyStep_ = &SectionDecoder::takeSection;
+  replyTime_ = now();
+  expectMore(Direction::toClient, sizeOf(item), requests[readSection].name);
+}
+
+void SectionDecoder::takeSection(std::string_view item) {
+  replyStep_ = &SectionDecoder::takeSectionSize;
+  expectNew(Direction::toClient, wordSize);
+  Json fields{{"size", item.size()}, {"section", hex(item)}};
+  if (waiting().empty()) {
+    add(Direction::toClient, "unknown", "", std::move(fields));
+    return;
+  }
+  const TraceDecoder::Request request = answer(0);
+  TraceLine& line = add(Direction::toClient, "reply", request.operation, std::move(fields));
+  line.request = request.number;
+  line.after = replyTime_ - request.time;
 }
 
 }  // namespace quillwork::cli

@@ -184,11 +184,14 @@ void Trace::show(const Chunk& chunk, std::string_view bytes) {
 template <class Decoder>
 void Trace::decode(Decoder& decoder, const Chunk& chunk, std::string_view bytes) {
   if (chunk.direction == connected) {
-    decoder = {};
-    print(chunk, {Direction::toLibrary, "connection", "", Json::object()});
+    decoder = Decoder();
+    TraceLine line;
+    line.kind = "connection";
+    print(chunk, line);
     return;
   }
-  for (const TraceLine& line : decoder.feed(static_cast<Direction>(chunk.direction), bytes)) {
+  for (const TraceLine& line :
+       decoder.feed(static_cast<Direction>(chunk.direction), bytes, TraceTime(chunk.time))) {
     print(chunk, line);
   }
 }

@@ -105,26 +105,131 @@ TEST(Trace, NotificationsAreDecodedBetweenARequestAndItsReply) {
   EXPECT_EQ(lines[6].fields["text"], "goal");
 }
 
-TEST(Trace, WhatFitsNothingIsShownAsUnknown) {
+TEST(Trace, WhatTheLibraryDropsIsShownWithWhatItPrints) {
   ControlDecoder decoder;
   Lines lines;
-  feed(lines, decoder, Direction::toLibrary, bytesOf(request(77, 5)));
-  feed(lines, decoder, Direction::toClient, bytesOf(request(quillwork::SI, 7)));
-  EXPECT_EQ(show(lines), (std::vector<std::string>{R"(> unknown  {"group":77,"type":5})",
-                                                   R"(< unknown  {"group":6,"type":7})"}));
+  const std::int32_t dropped[][2] = {{77, 5}, {-1, 0}, {7, 0}, {9, 1}, {6, 17}, {6, -1},
+                                     {0, 19}, {0, -1}, {2, 4}, {5, 2}, {8, 16}};
+  for (const auto& [group, type] : dropped) {
+    feed(lines, decoder, Direction::toLibrary, bytesOf(request(group, type)));
+  }
+  EXPECT_EQ(show(lines),
+            (std::vector<std::string>{
+                R"(> dropped  {"group":77,"type":5,"printed":"Unknown message: 77"})",
+                R"(> dropped  {"group":-1,"type":0,"printed":"Unknown message: -1"})",
+                R"(> dropped  {"group":7,"type":0,"printed":"Unknown message: 7"})",
+                R"(> dropped  {"group":9,"type":1,"printed":"Unknown message: 9"})",
+                R"(> dropped  {"group":6,"type":17,"printed":"Unknown si message type:  17"})",
+                R"(> dropped  {"group":6,"type":-1,"printed":"Unknown si message type:  -1"})",
+                R"(> dropped  {"group":0,"type":19})", R"(> dropped  {"group":0,"type":-1})",
+                R"(> dropped  {"group":2,"type":4})", R"(> dropped  {"group":5,"type":2})",
+                R"(> dropped  {"group":8,"type":16})"}));
 }
 
-// In a process of 32 bits the length and what is before it are more than a size can hold.
-TEST(Trace, ATextOfFourGigabytesIsWaitedFor) {
+TEST(Trace, WhatNobodyAskedForIsShownAsUnknown) {
   ControlDecoder decoder;
   Lines lines;
-  feed(lines, decoder, Direction::toLibrary, bytesOf(request(quillwork::SI, 2)));
+  feed(lines, decoder, Direction::toClient, bytesOf(request(quillwork::SI, 7)));
+  feed(lines, decoder, Direction::toClient, bytesOf(request(quillwork::LIST_HEADER, 2)));
+  feed(lines, decoder, Direction::toClient, bytesOf(request(quillwork::SI, 6)));
+  EXPECT_EQ(show(lines), (std::vector<std::string>{R"(< unknown  {"group":6,"type":7})",
+                                                   R"(< unknown  {"count":2})",
+                                                   R"(< unknown  {"group":6,"type":6})"}));
+  SectionDecoder sections;
+  lines.clear();
+  feed(lines, sections, Direction::toClient, word(1) + "x");
+  EXPECT_EQ(show(lines), std::vector<std::string>{R"(< unknown  {"size":1,"section":"78"})"});
+}
+
+/// What a decoder says when that many bytes, of which only the first have come, are announced.
+template <class Decoder>
+std::vector<std::string> announce(Decoder decoder, Direction direction, const std::string& bytes) {
+  Lines lines;
+  feed(lines, decoder, direction, bytes);
+  const std::size_t before = decoder.touched();
+  feed(lines, decoder, direction, std::string(1'000'000, 'x'));
+  EXPECT_EQ(decoder.touched(), before);
+  for (TraceLine& line : decoder.finish({})) lines.push_back(std::move(line));
+  return show(lines);
+}
+
+TEST(Trace, AnAnnouncedLengthBeyondAllMeasureEndsTheDecoding) {
+  const std::string tooLong = R"(< undecoded getProgramEvent {"announced":2147483647})";
+  const std::string rest = R"(> undecoded  {"bytes":1000000})";
   message event = request(quillwork::SI, 2);
+  quillwork::put<std::int32_t>(event, 812, INT32_MAX);
+  quillwork::put<std::int32_t>(event, 836, 1);
+  ControlDecoder asked;
+  asked.feed(Direction::toLibrary, bytesOf(request(quillwork::SI, 2)));
+  auto lines = announce(asked, Direction::toClient, bytesOf(event));
+  EXPECT_EQ(std::vector(lines.begin() + 1, lines.end()), (std::vector{tooLong, rest}));
+
+  // A text of four gigabytes, and more texts than a list has.
+  event = request(quillwork::SI, 2);
   quillwork::put<std::int32_t>(event, 812 + 4 * 3, 1);
   quillwork::put<std::int32_t>(event, 836 + 4 * 3, 1);
-  feed(lines, decoder, Direction::toClient, bytesOf(event) + word(-1) + "text");
-  ASSERT_EQ(lines.size(), 2U);
-  EXPECT_EQ(lines.back().kind, "reply");
+  lines = announce(asked, Direction::toClient, bytesOf(event) + word(-1));
+  EXPECT_EQ(lines[1], R"(< undecoded getProgramEvent {"announced":4294967295})");
+  quillwork::put<std::int32_t>(event, 812 + 4 * 3, 1'048'577);
+  lines = announce(asked, Direction::toClient, bytesOf(event));
+  EXPECT_EQ(lines[1], R"(< undecoded getProgramEvent {"announced_elements":1048577})");
+
+  ControlDecoder list;
+  list.feed(Direction::toLibrary, bytesOf(request(quillwork::SI, 15)));
+  message descriptor = request(quillwork::SI, 3);
+  descriptor[4] = INT32_MAX;
+  descriptor[5] = 1;
+  lines = announce(list, Direction::toClient,
+                   bytesOf(request(quillwork::LIST_HEADER, 1)) + bytesOf(descriptor));
+  EXPECT_EQ(lines[1], R"(< undecoded getNetworkDescriptors {"announced":2147483647})");
+  // The record behind a header of two or more belongs to what is not decoded.
+  lines = announce(list, Direction::toClient,
+                   bytesOf(request(quillwork::LIST_HEADER, INT32_MAX)) + bytesOf(descriptor));
+  EXPECT_EQ(lines[1], R"(< undecoded getNetworkDescriptors {"announced_elements":2147483647})");
+
+  lines = announce(SectionDecoder(), Direction::toLibrary, word(4) + word(0) + word(INT32_MAX));
+  EXPECT_EQ(lines.front(), R"(> undecoded set_positive_filter {"announced":2147483647})");
+  lines = announce(SectionDecoder(), Direction::toClient, word(INT32_MAX));
+  EXPECT_EQ(lines, (std::vector<std::string>{R"(< undecoded read_section {"announced":2147483647})",
+                                             rest}));
+}
+
+/// Feeds byte for byte and gives how many bytes the decoder has touched for each of them.
+template <class Decoder>
+double cost(Decoder& decoder, Direction direction, std::string_view bytes) {
+  const std::size_t before = decoder.touched();
+  for (std::size_t position = 0; position < bytes.size(); ++position) {
+    decoder.feed(direction, bytes.substr(position, 1));
+  }
+  return static_cast<double>(decoder.touched() - before) / static_cast<double>(bytes.size());
+}
+
+TEST(Trace, WhatTheDecodingCostsIsLinearInTheBytesWhateverThePieces) {
+  constexpr double most = 4;
+  // Sixty-four thousand texts in small pieces, and a list in one.
+  ControlDecoder control;
+  control.feed(Direction::toLibrary, bytesOf(request(quillwork::SI, 2)));
+  message event = request(quillwork::SI, 2);
+  quillwork::put<std::int32_t>(event, 812 + 4 * 3, 64'000);
+  quillwork::put<std::int32_t>(event, 836 + 4 * 3, 1);
+  std::string texts;
+  for (int index = 0; index < 64'000; ++index) texts += word(5) + "quill";
+  EXPECT_LE(cost(control, Direction::toClient, bytesOf(event) + texts), most);
+  control.feed(Direction::toLibrary, bytesOf(request(quillwork::SI, 6)));
+  std::string list = bytesOf(request(quillwork::LIST_HEADER, 2000));
+  for (int index = 0; index < 2000; ++index) list += bytesOf(request(quillwork::SI, 6));
+  std::size_t before = control.touched();
+  EXPECT_EQ(control.feed(Direction::toClient, list).size(), 2001U);
+  EXPECT_LE(control.touched() - before, 4 * list.size());
+
+  SectionDecoder sections;
+  EXPECT_LE(cost(sections, Direction::toClient, word(1'000'000) + std::string(1'000'000, 's')),
+            most);
+  std::string requests;
+  for (int index = 0; index < 100'000; ++index) requests += word(2) + word(17);
+  before = sections.touched();
+  EXPECT_EQ(sections.feed(Direction::toLibrary, requests).size(), 100'000U);
+  EXPECT_LE(sections.touched() - before, 4 * requests.size());
 }
 
 TEST(Trace, EverySectionFilterRequestIsDecoded) {
@@ -141,7 +246,7 @@ TEST(Trace, EverySectionFilterRequestIsDecoded) {
       feed(lines, decoder, Direction::toLibrary,
            std::string_view(requests).substr(position, piece));
     }
-    feed(lines, decoder, Direction::toClient, word(3) + "abc" + word(0));
+    feed(lines, decoder, Direction::toClient, word(3) + "abc");
     EXPECT_EQ(
         show(lines),
         (std::vector<std::string>{
@@ -154,8 +259,7 @@ TEST(Trace, EverySectionFilterRequestIsDecoded) {
             R"(> request set_time_out {"time_out":900})", "> request clear_table_id {}",
             "> request clear_positive_filter {}", "> request clear_less_than_filter {}",
             "> request clear_xor_filter {}", "> request read_section {}",
-            R"(> unknown  {"code":14})", R"(< reply read_section {"size":3,"section":"616263"})",
-            R"(< reply read_section {"size":0,"section":""})"}));
+            R"(> dropped  {"code":14})", R"(< reply read_section {"size":3,"section":"616263"})"}));
   }
 }
 
