@@ -5,49 +5,35 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <chrono>
+#include <condition_variable>
 #include <csignal>
+#include <cstdio>
 #include <cstring>
-#include <fstream>
 #include <mutex>
+#include <optional>
 #include <thread>
-#include <vector>
+#include <utility>
 
+#include "cli/ChannelTrace.h"
 #include "cli/Command.h"
-#include "cli/Output.h"
 #include "cli/Table.h"
+#include "cli/sockets.h"
 #include "client/ControlChannel.h"
-#include "ipc/UnixAddress.h"
+#include "client/SectionFilterChannel.h"
 
 namespace quillwork::cli {
 namespace {
 
-constexpr std::string_view signature = "quillwork-trace 1\n";
-constexpr std::uint32_t longestChunk = 1U << 20U;
-/// The direction of a chunk without bytes: a client has connected.
-constexpr std::uint8_t connected = 2;
+constexpr TraceChannel channels[] = {TraceChannel::control, TraceChannel::sectionFilter};
 
-std::int64_t now() {
-  const auto time = std::chrono::system_clock::now().time_since_epoch();
-  return std::chrono::duration_cast<std::chrono::nanoseconds>(time).count();
-}
+TraceTime now() { return std::chrono::system_clock::now().time_since_epoch(); }
 
 [[noreturn]] void refuse(const std::string& path) {
   throw Refusal(path + ": " + std::strerror(errno));
-}
-
-int connectTo(const std::string& path) {
-  const int connection = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  const sockaddr_un address = unixAddress(path);
-  if (connect(connection, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) {
-    return connection;
-  }
-  const int error = errno;
-  close(connection);
-  errno = error;
-  return -1;
 }
 
 /// A socket of the library's whose path this object has taken; it gives the path back.
@@ -55,28 +41,21 @@ class TakenPath {
  public:
   explicit TakenPath(std::string path) : path_(std::move(path)), moved_(path_ + ".traced") {
     take();
-    listening_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    const sockaddr_un address = unixAddress(path_);
-    if (bind(listening_, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
-        listen(listening_, 1) != 0) {
-      const int error = errno;
+    try {
+      listening_ = listenAt(path_);
+    } catch (const Refusal&) {
       giveBack();
-      close(listening_);
-      errno = error;
-      refuse(path_);
+      throw;
     }
   }
-  ~TakenPath() {
-    giveBack();
-    close(listening_);
-  }
+  ~TakenPath() { giveBack(); }
   TakenPath(const TakenPath&) = delete;
   TakenPath& operator=(const TakenPath&) = delete;
 
   /// In one step: at no time is there nothing at the path.
   void giveBack() const { static_cast<void>(rename(moved_.c_str(), path_.c_str())); }
 
-  [[nodiscard]] int listening() const { return listening_; }
+  [[nodiscard]] int listening() const { return listening_.number(); }
   [[nodiscard]] const std::string& moved() const { return moved_; }
 
  private:
@@ -87,9 +66,7 @@ class TakenPath {
     }
     // A trace is there, or one was killed; then the library's socket is still where that one put
     // it.
-    const int there = connectTo(path_);
-    if (there != -1) {
-      close(there);
+    if (connectTo(path_).number() != -1) {
       throw Refusal(path_ + ": another trace stands there already");
     }
     if (unlink(path_.c_str()) != 0 && errno != ENOENT) refuse(path_);
@@ -97,129 +74,190 @@ class TakenPath {
 
   std::string path_;
   std::string moved_;
-  int listening_ = -1;
+  Descriptor listening_;
 };
 
-/// Passes on what comes, until its end, which is passed on, too.
-template <class Pass>
-void relay(int from, int to, Pass pass) {
+/// Passes on what comes, until its end, which is passed on, too. Whether the sender has ended it:
+/// otherwise the receiver takes no more.
+template <class Note>
+bool relay(int from, int to, Note note) {
   std::array<char, 16'384> bytes;
-  for (;;) {
-    const ssize_t size = recv(from, bytes.data(), bytes.size(), 0);
-    if (size <= 0) break;
-    const std::string_view chunk(bytes.data(), static_cast<std::size_t>(size));
-    pass(chunk);
-    if (send(to, chunk.data(), chunk.size(), MSG_NOSIGNAL) != size) break;
+  ssize_t size = 0;
+  while ((size = recv(from, bytes.data(), bytes.size(), 0)) > 0) {
+    note(std::string_view(bytes.data(), static_cast<std::size_t>(size)));
+    if (send(to, bytes.data(), static_cast<std::size_t>(size), MSG_NOSIGNAL) != size) break;
   }
-  shutdown(to, SHUT_WR);
-  shutdown(from, SHUT_RD);
+  return size <= 0;
 }
 
-/// Requests bold, notifications yellow, what is unknown red.
+/// Requests bold, notifications yellow, faults red.
 const char* colourOf(const TraceLine& line) {
+  static constexpr std::string_view faults[] = {"dropped", "unknown", "incomplete", "unanswered",
+                                                "undecoded"};
   if (line.kind == "request") return "1";
   if (line.kind == "notification") return "33";
-  return line.kind == "unknown" ? "31" : "0";
+  return std::ranges::find(faults, line.kind) != std::end(faults) ? "31" : "0";
+}
+
+const char* nameOf(TraceChannel channel) {
+  return channel == TraceChannel::control ? "control" : "section-filter";
+}
+
+std::string clockOf(TraceTime time) {
+  const auto day = std::chrono::floor<std::chrono::days>(time);
+  const std::chrono::hh_mm_ss clock(std::chrono::floor<std::chrono::microseconds>(time - day));
+  return fmt::format("{:02}:{:02}:{:02}.{:06}", clock.hours().count(), clock.minutes().count(),
+                     clock.seconds().count(), clock.subseconds().count());
+}
+
+std::string json(TraceChannel channel, const TraceLine& line) {
+  Json json{{"time_ns", line.time.count()}, {"channel", nameOf(channel)}, {"kind", line.kind}};
+  if (!line.operation.empty()) json["operation"] = line.operation;
+  if (line.request != 0) json["request"] = line.request;
+  if (line.after) json["after_ns"] = line.after->count();
+  json["fields"] = line.fields;
+  return json.dump();
+}
+
+/// The kind, and of what is incomplete how much of it is there.
+std::string headOf(const TraceLine& line, Json& fields) {
+  if (line.kind != "incomplete") return fmt::format("{:<12}", line.kind);
+  std::string head = fmt::format("incomplete: {} of {} bytes", fields["received"].dump(),
+                                 fields["expected"].dump());
+  fields.erase("received");
+  fields.erase("expected");
+  return head;
+}
+
+std::string words(TraceChannel channel, const TraceLine& line) {
+  Json fields = line.fields;
+  std::string what = headOf(line, fields);
+  if (!line.operation.empty()) what += ' ' + line.operation;
+  for (const auto& [name, value] : fields.items()) {
+    what += fmt::format(" {}={}", name, value.dump());
+  }
+  what.erase(what.find_last_not_of(' ') + 1);
+  if (line.after) {
+    what += fmt::format(" after {:.3f} ms", static_cast<double>(line.after->count()) / 1e6);
+  }
+  return fmt::format("{} {:<14} {} {}", clockOf(line.time), nameOf(channel),
+                     line.direction == Direction::toLibrary ? '>' : '<',
+                     inColour(stdout, colourOf(line), what));
 }
 
 }  // namespace
 
-/// How a recording holds a chunk of bytes, little-endian; the bytes follow.
-struct Trace::Chunk {
-  std::int64_t time;  ///< nanoseconds since the beginning of 1970, UTC
-  std::uint8_t channel;
-  std::uint8_t direction;
-  std::uint16_t reserved;
-  std::uint32_t size;
-};
-
 struct Trace::State {
   bool json = false;
-  std::ofstream recording;
-  std::string path;
-  ControlDecoder control;
-  SectionDecoder sections;
+  std::optional<Recording> recording;
+  std::array<ChannelTrace, 2> channels{ChannelTrace(TraceChannel::control),
+                                       ChannelTrace(TraceChannel::sectionFilter)};
   std::mutex mutex;
+  /// Something has been noted.
+  std::condition_variable noted;
+
+  ChannelTrace& of(TraceChannel channel) { return channels[static_cast<std::size_t>(channel)]; }
 };
 
 Trace::Trace(bool json, const std::string& recording) : state_(std::make_unique<State>()) {
-  static_assert(sizeof(Chunk) == 16);
   state_->json = json;
-  if (recording.empty()) return;
-  state_->path = recording;
-  state_->recording.open(recording, std::ios::binary);
-  if (!(state_->recording << signature << std::flush)) refuse(recording);
+  if (!recording.empty()) state_->recording.emplace(recording);
 }
 
 Trace::~Trace() = default;
 
-void Trace::begin(Channel channel) {
+void Trace::note(TraceChannel channel, TraceEvent event, std::string_view bytes) {
   const std::scoped_lock lock(state_->mutex);
-  show({now(), static_cast<std::uint8_t>(channel), connected, 0, 0}, {});
+  noteLocked(channel, event, bytes);
 }
 
-void Trace::pass(Channel channel, Direction direction, std::string_view bytes) {
-  const std::scoped_lock lock(state_->mutex);
-  show({now(), static_cast<std::uint8_t>(channel), static_cast<std::uint8_t>(direction), 0,
-        static_cast<std::uint32_t>(bytes.size())},
-       bytes);
+void Trace::noteLocked(TraceChannel channel, TraceEvent event, std::string_view bytes) {
+  if (event != TraceEvent::connected && !state_->of(channel).isConnected()) return;
+  const TraceChunk chunk{now().count(), channel, event, 0,
+                         static_cast<std::uint32_t>(bytes.size())};
+  if (state_->recording) state_->recording->write(chunk, bytes);
+  show(chunk, bytes);
+  state_->noted.notify_one();
 }
 
-void Trace::show(const Chunk& chunk, std::string_view bytes) {
-  if (state_->recording.is_open()) {
-    state_->recording.write(reinterpret_cast<const char*>(&chunk), sizeof chunk);
-    state_->recording << bytes << std::flush;
-    if (!state_->recording) {
-      fmt::print(stderr, "quillwork-client: {}: cannot be written any more\n", state_->path);
-      state_->recording.close();
+void Trace::show(const TraceChunk& chunk, std::string_view bytes) {
+  showStalled(TraceTime(chunk.time));
+  print(chunk.channel, state_->of(chunk.channel).take(chunk, bytes));
+}
+
+/// The channel that is the next to stall; none when nothing is incomplete.
+ChannelTrace* Trace::nextToStall() const {
+  ChannelTrace* next = nullptr;
+  for (ChannelTrace& channel : state_->channels) {
+    const auto stall = channel.nextStall();
+    if (stall && (next == nullptr || *stall < *next->nextStall())) next = &channel;
+  }
+  return next;
+}
+
+void Trace::showStalled(TraceTime now) {
+  for (ChannelTrace* next = nextToStall(); next != nullptr && *next->nextStall() <= now;
+       next = nextToStall()) {
+    print(next->channel(), next->stalled(*next->nextStall()));
+  }
+}
+
+void Trace::watch() {
+  std::unique_lock lock(state_->mutex);
+  for (;;) {
+    if (const ChannelTrace* const next = nextToStall()) {
+      state_->noted.wait_until(lock, std::chrono::sys_time<TraceTime>(*next->nextStall()));
+    } else {
+      state_->noted.wait(lock);
     }
-  }
-  if (chunk.channel == static_cast<std::uint8_t>(Channel::control)) {
-    decode(state_->control, chunk, bytes);
-  } else {
-    decode(state_->sections, chunk, bytes);
+    showStalled(now());
   }
 }
 
-template <class Decoder>
-void Trace::decode(Decoder& decoder, const Chunk& chunk, std::string_view bytes) {
-  if (chunk.direction == connected) {
-    decoder = Decoder();
-    TraceLine line;
-    line.kind = "connection";
-    print(chunk, line);
-    return;
-  }
-  for (const TraceLine& line :
-       decoder.feed(static_cast<Direction>(chunk.direction), bytes, TraceTime(chunk.time))) {
-    print(chunk, line);
-  }
-}
-
-void Trace::print(const Chunk& chunk, const TraceLine& line) const {
-  const std::chrono::nanoseconds time(chunk.time);
-  const auto day = std::chrono::floor<std::chrono::days>(time);
-  const std::chrono::hh_mm_ss clock(std::chrono::floor<std::chrono::microseconds>(time - day));
-  const std::string when =
-      fmt::format("{:02}:{:02}:{:02}.{:06}", clock.hours().count(), clock.minutes().count(),
-                  clock.seconds().count(), clock.subseconds().count());
-  const char* const channel = chunk.channel == 0 ? "control" : "section-filter";
-  if (state_->json) {
-    Json json{{"time_ns", chunk.time}, {"channel", channel}, {"kind", line.kind}};
-    if (!line.operation.empty()) json["operation"] = line.operation;
-    json["fields"] = line.fields;
-    fmt::print("{}\n", json.dump());
-  } else {
-    std::string fields;
-    for (const auto& [name, value] : line.fields.items()) {
-      fields += fmt::format(" {}={}", name, value.dump());
-    }
-    const std::string what = fmt::format("{:<12} {}{}", line.kind, line.operation, fields);
-    fmt::print("{} {:<14} {} {}\n", when, channel,
-               line.direction == Direction::toLibrary ? '>' : '<',
-               inColour(stdout, colourOf(line), what.substr(0, what.find_last_not_of(' ') + 1)));
+void Trace::print(TraceChannel channel, const std::vector<TraceLine>& lines) const {
+  for (const TraceLine& line : lines) {
+    fmt::print("{}\n", state_->json ? json(channel, line) : words(channel, line));
   }
   std::fflush(stdout);
+}
+
+void Trace::pass(TraceChannel channel, int client, int library) {
+  note(channel, TraceEvent::connected);
+  std::thread answers([&] {
+    const bool isEnd = relay(library, client, [&](std::string_view bytes) {
+      note(channel, TraceEvent::toClient, bytes);
+    });
+    if (isEnd) note(channel, TraceEvent::endedByLibrary);
+    shutdown(client, SHUT_WR);
+    shutdown(library, SHUT_RD);
+  });
+  const bool isEnd = relay(client, library, [&](std::string_view bytes) {
+    note(channel, TraceEvent::toLibrary, bytes);
+  });
+  if (isEnd) note(channel, TraceEvent::endedByClient);
+  shutdown(library, SHUT_WR);
+  shutdown(client, SHUT_RD);
+  answers.join();
+  // The side that took no more has ended, too.
+  note(channel, TraceEvent::endedByLibrary);
+  note(channel, TraceEvent::endedByClient);
+}
+
+void Trace::serve(TraceChannel channel, int listening, const std::string& path) {
+  for (;;) {
+    const Descriptor client(accept4(listening, nullptr, nullptr, SOCK_CLOEXEC));
+    if (client.number() == -1) return;
+    const Descriptor library = connectTo(path);
+    if (library.number() == -1) {
+      fmt::print(stderr, "quillwork-client: {}: {}\n", path, std::strerror(errno));
+    } else {
+      pass(channel, client.number(), library.number());
+    }
+  }
+}
+
+void Trace::endConnections() {
+  for (const TraceChannel channel : channels) noteLocked(channel, TraceEvent::endedByTrace, {});
 }
 
 void Trace::stand() {
@@ -231,59 +269,31 @@ void Trace::stand() {
   pthread_sigmask(SIG_BLOCK, &ending, nullptr);
   const TakenPath control(client::ControlChannel::defaultPath);
   const TakenPath sections(client::SectionFilterChannel::defaultPath);
-  for (const Channel channel : {Channel::control, Channel::sectionFilter}) {
-    const TakenPath& taken = channel == Channel::control ? control : sections;
-    // Ends with the process.
-    std::thread([this, channel, &taken] {
-      for (;;) {
-        const int client = accept4(taken.listening(), nullptr, nullptr, SOCK_CLOEXEC);
-        if (client == -1) return;
-        const int library = connectTo(taken.moved());
-        if (library == -1) {
-          fmt::print(stderr, "quillwork-client: {}: {}\n", taken.moved(), std::strerror(errno));
-        } else {
-          begin(channel);
-          std::thread answers([&] {
-            relay(library, client,
-                  [&](std::string_view bytes) { pass(channel, Direction::toClient, bytes); });
-          });
-          relay(client, library,
-                [&](std::string_view bytes) { pass(channel, Direction::toLibrary, bytes); });
-          answers.join();
-          close(library);
-        }
-        close(client);
-      }
-    }).detach();
-  }
+  // The threads end with the process.
+  std::thread([&] { serve(TraceChannel::control, control.listening(), control.moved()); }).detach();
+  std::thread([&] {
+    serve(TraceChannel::sectionFilter, sections.listening(), sections.moved());
+  }).detach();
+  std::thread([this] { watch(); }).detach();
   fmt::print(stderr, "quillwork-client: between the library and its next client\n");
   int signal = 0;
   sigwait(&ending, &signal);
   control.giveBack();
   sections.giveBack();
-  // No line is cut short. The threads end with the process; who is connected loses the connection.
+  // No line is cut short; who is connected loses the connection.
   const std::scoped_lock lock(state_->mutex);
+  endConnections();
   std::fflush(stdout);
   _exit(0);
 }
 
 void Trace::read(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  if (!file) refuse(path);
-  std::string begin(signature.size(), '\0');
-  file.read(begin.data(), static_cast<std::streamsize>(begin.size()));
-  if (begin != signature) throw Refusal(path + ": no recording of a trace");
-  Chunk chunk{};
-  std::string bytes;
-  while (file.read(reinterpret_cast<char*>(&chunk), sizeof chunk)) {
-    if (chunk.channel > 1 || chunk.direction > connected || chunk.size > longestChunk) {
-      throw Refusal(path + ": a damaged recording");
-    }
-    bytes.resize(chunk.size);
-    if (!file.read(bytes.data(), static_cast<std::streamsize>(bytes.size()))) break;
+  TraceTime last{};
+  Recording::read(path, [&](const TraceChunk& chunk, std::string_view bytes) {
+    last = TraceTime(chunk.time);
     show(chunk, bytes);
-  }
-  if (file.gcount() != 0) throw Refusal(path + ": cut short");
+  });
+  for (const TraceChannel channel : channels) print(channel, state_->of(channel).finish(last));
 }
 
 }  // namespace quillwork::cli

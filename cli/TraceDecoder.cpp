@@ -45,7 +45,6 @@ std::vector<TraceLine> TraceDecoder::stalled(TraceTime now) {
     const TraceTime time = side(direction).last + patience;
     if (time <= now && mustReport(side(direction))) addIncomplete(direction, time);
   }
-  std::ranges::stable_sort(lines_, {}, &TraceLine::time);
   return std::exchange(lines_, {});
 }
 
@@ -59,23 +58,24 @@ std::optional<TraceTime> TraceDecoder::nextStall() const {
 }
 
 std::vector<TraceLine> TraceDecoder::end(Direction direction, TraceTime time) {
+  now_ = time;
   if (mustReport(side(direction))) addIncomplete(direction, time);
+  if (direction == Direction::toClient) {
+    for (const Request& request : std::exchange(waiting_, {})) addUnanswered(request);
+  }
   return std::exchange(lines_, {});
 }
 
 std::vector<TraceLine> TraceDecoder::finish(TraceTime time) {
-  now_ = time;
-  for (const Direction direction : directions) {
-    if (mustReport(side(direction))) addIncomplete(direction, time);
-  }
-  for (const Request& request : std::exchange(waiting_, {})) addUnanswered(request);
+  std::vector<TraceLine> lines = end(Direction::toLibrary, time);
+  for (TraceLine& line : end(Direction::toClient, time)) lines.push_back(std::move(line));
   if (undecoded_ > 0) {
-    TraceLine& line = lines_.emplace_back();
+    TraceLine& line = lines.emplace_back();
     line.time = time;
     line.kind = "undecoded";
     line.fields["bytes"] = std::exchange(undecoded_, 0);
   }
-  return std::exchange(lines_, {});
+  return lines;
 }
 
 std::size_t TraceDecoder::touched() const {

@@ -38,9 +38,10 @@ class TraceDecoder {
   std::vector<TraceLine> stalled(TraceTime now);
   /// When stalled() has something to say, unless something comes before.
   [[nodiscard]] std::optional<TraceTime> nextStall() const;
-  /// One direction has ended: what is incomplete stays so.
+  /// One direction has ended: what is incomplete stays so, and the library that has ended answers
+  /// nothing more.
   std::vector<TraceLine> end(Direction direction, TraceTime time);
-  /// Both have: the requests that have no reply will get none.
+  /// Both have.
   std::vector<TraceLine> finish(TraceTime time);
 
   /// How many bytes the decoder has copied or looked at so far.

@@ -2,6 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <chrono>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
@@ -9,6 +13,7 @@
 #include <sstream>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "cli/ControlDecoder.h"
@@ -16,6 +21,7 @@
 #include "support/Golden.h"
 #include "support/Program.h"
 #include "support/RawClient.h"
+#include "support/UnixSocket.h"
 
 namespace {
 
@@ -25,6 +31,7 @@ using quillwork::cli::Direction;
 using quillwork::cli::Json;
 using quillwork::cli::SectionDecoder;
 using quillwork::cli::TraceLine;
+using quillwork::cli::TraceTime;
 using Lines = std::vector<TraceLine>;
 
 template <class Decoder>
@@ -261,6 +268,254 @@ TEST(Trace, EverySectionFilterRequestIsDecoded) {
             "> request clear_xor_filter {}", "> request read_section {}",
             R"(> dropped  {"code":14})", R"(< reply read_section {"size":3,"section":"616263"})"}));
   }
+}
+
+TEST(Trace, ARecordWhoseRestDoesNotComeWithinASecondIsIncomplete) {
+  using namespace std::chrono_literals;
+  const std::string record = bytesOf(request(quillwork::SI, 6));
+  ControlDecoder decoder;
+  EXPECT_TRUE(decoder.feed(Direction::toLibrary, record.substr(0, 1912), 10s).empty());
+  EXPECT_EQ(decoder.nextStall(), 11s);
+  EXPECT_TRUE(decoder.stalled(11s - 1ns).empty());
+  Lines lines = decoder.stalled(12s);
+  ASSERT_EQ(show(lines),
+            std::vector<std::string>{R"(> incomplete  {"received":1912,"expected":1960})"});
+  EXPECT_EQ(lines[0].time, 11s);
+  // Once, until more comes.
+  EXPECT_FALSE(decoder.nextStall());
+  EXPECT_TRUE(decoder.stalled(20s).empty());
+  EXPECT_TRUE(decoder.feed(Direction::toLibrary, record.substr(1912, 40), 21s).empty());
+  EXPECT_EQ(show(decoder.stalled(22s)),
+            std::vector<std::string>{R"(> incomplete  {"received":1952,"expected":1960})"});
+  EXPECT_EQ(decoder.feed(Direction::toLibrary, record.substr(1952), 23s)[0].kind, "request");
+  EXPECT_FALSE(decoder.nextStall());
+
+  // Of a list's three elements one, and a part of the next; an event's list.
+  decoder.feed(Direction::toClient, bytesOf(request(quillwork::LIST_HEADER, 3)) + record, 23s);
+  EXPECT_EQ(show(decoder.stalled(24s)),
+            std::vector<std::string>{
+                R"(< incomplete getServices {"received":0,"expected":1960,"elements_left":2})"});
+  decoder.feed(Direction::toClient, "1234567", 25s);
+  EXPECT_EQ(show(decoder.end(Direction::toClient, 25s)),
+            std::vector<std::string>{
+                R"(< incomplete getServices {"received":7,"expected":1960,"elements_left":2})"});
+  message event = request(quillwork::SI, 2);
+  quillwork::put<std::int32_t>(event, 812, 5);
+  quillwork::put<std::int32_t>(event, 836, 1);
+  ControlDecoder asked;
+  asked.feed(Direction::toLibrary, bytesOf(request(quillwork::SI, 2)), 30s);
+  asked.feed(Direction::toClient, bytesOf(event) + "123", 30s);
+  EXPECT_EQ(
+      show(asked.stalled(31s)),
+      std::vector<std::string>{R"(< incomplete getProgramEvent {"received":3,"expected":5})"});
+}
+
+TEST(Trace, ASectionFilterRequestAndASectionAreIncompleteLikewise) {
+  using namespace std::chrono_literals;
+  SectionDecoder decoder;
+  // At least the code, an integer and two counts.
+  decoder.feed(Direction::toLibrary, word(4) + "ab", 1s);
+  EXPECT_EQ(
+      show(decoder.stalled(2s)),
+      std::vector<std::string>{R"(> incomplete set_positive_filter {"received":6,"expected":16})"});
+  decoder.feed(Direction::toLibrary, "cd" + word(3) + "xy", 3s);
+  EXPECT_EQ(show(decoder.stalled(4s)),
+            std::vector<std::string>{
+                R"(> incomplete set_positive_filter {"received":14,"expected":19})"});
+  decoder.feed(Direction::toClient, word(9) + "quill", 5s);
+  EXPECT_EQ(show(decoder.end(Direction::toClient, 5s)),
+            std::vector<std::string>{R"(< incomplete read_section {"received":9,"expected":13})"});
+}
+
+TEST(Trace, AReplyTellsHowLongItTookAndARequestWithoutOneIsUnanswered) {
+  using namespace std::chrono_literals;
+  ControlDecoder decoder;
+  const auto ask = [&](std::int32_t type, TraceTime time) {
+    decoder.feed(Direction::toLibrary, bytesOf(request(quillwork::SI, type)), time);
+  };
+  ask(6, 10ms);
+  ask(14, 20ms);
+  ask(7, 30ms);
+  ask(6, 40ms);
+  Lines lines =
+      decoder.feed(Direction::toClient, bytesOf(request(quillwork::LIST_HEADER, 0)), 15ms);
+  EXPECT_EQ(lines[0].after, 5ms);
+  EXPECT_EQ(lines[0].request, 1U);
+  // The library answers in the order of the requests: this one shows that the one before it has got
+  // no reply.
+  lines = decoder.feed(Direction::toClient, bytesOf(request(quillwork::SI, 7)), 50ms);
+  EXPECT_EQ(show(lines), (std::vector<std::string>{"< unanswered getNetwork {}",
+                                                   R"(< reply getCurrentService {"service":0})"}));
+  EXPECT_EQ(lines[0].after, 30ms);
+  EXPECT_EQ(lines[0].request, 2U);
+  EXPECT_EQ(lines[1].after, 20ms);
+  // The header's time counts, not the one of the record that tells what it is.
+  decoder.feed(Direction::toClient, bytesOf(request(quillwork::LIST_HEADER, 2)), 60ms);
+  lines = decoder.feed(Direction::toClient, bytesOf(request(quillwork::SI, 6)), 90ms);
+  EXPECT_EQ(lines[0].after, 20ms);
+  EXPECT_EQ(lines[0].time, 60ms);
+  ask(12, 100ms);
+  lines = decoder.finish(101ms);
+  EXPECT_EQ(show(lines),
+            (std::vector<std::string>{
+                R"(< incomplete getServices {"received":0,"expected":1960,"elements_left":1})",
+                "< unanswered getTransportStream {}"}));
+  EXPECT_EQ(lines[1].after, 1ms);
+}
+
+/// A library of raw bytes at both sockets, with a trace before it.
+class Between : public testing::Test {
+ protected:
+  static constexpr const char* recording = "/dev/shm/recording";
+
+  /// One of its sockets.
+  class Server {
+   public:
+    explicit Server(const char* path)
+        : path_(path), listening_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+      unlink(path);
+      EXPECT_EQ(listenAt(listening_, path), 0);
+    }
+    ~Server() {
+      end();
+      close(listening_);
+      unlink(path_);
+    }
+    Server(const Server&) = delete;
+    Server& operator=(const Server&) = delete;
+
+    void accept() { connection_ = accept4(listening_, nullptr, nullptr, SOCK_CLOEXEC); }
+    void send(std::string_view bytes) const {
+      EXPECT_EQ(::send(connection_, bytes.data(), bytes.size(), MSG_NOSIGNAL), std::ssize(bytes));
+    }
+    /// Takes so many bytes and forgets them.
+    void take(std::size_t size) const {
+      std::string bytes(size, '\0');
+      EXPECT_EQ(recv(connection_, bytes.data(), size, MSG_WAITALL), std::ssize(bytes));
+    }
+    void end() {
+      if (connection_ != -1) close(std::exchange(connection_, -1));
+    }
+
+   private:
+    const char* path_;
+    int listening_;
+    int connection_ = -1;
+  };
+
+  Server control{RawClient::control};
+  Server sections{RawClient::sectionFilter};
+  Program trace{{CLIENT, "trace", "--record", recording}};
+
+  void SetUp() override {
+    while (trace.errors().find("between the library") == std::string::npos) {
+      std::this_thread::yield();
+    }
+  }
+
+  /// What is printed so far, without times.
+  static std::vector<std::string> linesOf(const std::string& output) {
+    std::vector<std::string> lines;
+    std::istringstream stream(output);
+    for (std::string line; std::getline(stream, line);) {
+      line = line.substr(line.find(' ') + 1);
+      lines.push_back(line.substr(0, line.find(" after ")));
+    }
+    return lines;
+  }
+
+  /// Ends the trace, whose recording shows what it has shown.
+  std::vector<std::string> end() {
+    trace.signal(SIGTERM);
+    EXPECT_EQ(trace.wait(), 0) << trace.errors();
+    Program read({CLIENT, "trace", "--read", recording});
+    EXPECT_EQ(read.wait(), 0) << read.errors();
+    EXPECT_EQ(read.output(), trace.output());
+    return linesOf(trace.output());
+  }
+};
+
+TEST_F(Between, ItShowsWhoEndedAConnectionAndWhatIsMissing) {
+  {
+    RawClient client;
+    control.accept();
+    client.send(bytesOf(request(quillwork::SI, 6)).substr(0, 1912));
+    // The record stays so for a second.
+    ASSERT_TRUE(trace.awaitOutput("> incomplete: 1912 of 1960 bytes\n"));
+    client.send(std::string(48, '\0'));
+    control.take(1960);
+    control.send(bytesOf(request(quillwork::LIST_HEADER, 1)) + "quill");
+    ASSERT_TRUE(trace.awaitOutput("< incomplete: 5 of 1960 bytes getServices elements_left=1\n"));
+    client.send(bytesOf(request(quillwork::SI, 7)) + bytesOf(request(78, 0)) + "end");
+    control.take(2 * 1960 + 3);
+    control.end();
+    ASSERT_TRUE(trace.awaitOutput("unanswered   getCurrentService after "));
+  }
+  EXPECT_EQ(end(),
+            (std::vector<std::string>{
+                "control        > connection", "control        > incomplete: 1912 of 1960 bytes",
+                "control        > request      getServices",
+                "control        < list         getServices count=1",
+                "control        < incomplete: 5 of 1960 bytes getServices elements_left=1",
+                "control        > request      getCurrentService",
+                R"(control        > dropped      group=78 type=0 printed="Unknown message: 78")",
+                R"(control        < disconnection by="library")",
+                "control        < unanswered   getCurrentService",
+                "control        > incomplete: 3 of 1960 bytes"}));
+}
+
+TEST_F(Between, ItShowsTheSectionFiltersFaultsToo) {
+  {
+    RawClient client(RawClient::sectionFilter);
+    sections.accept();
+    client.send(word(13) + word(99) + word(2) + "ab");
+    sections.take(14);
+    sections.send(word(4) + "qui");
+    ASSERT_TRUE(trace.awaitOutput("> incomplete: 6 of 8 bytes set_pid\n"));
+    ASSERT_TRUE(trace.awaitOutput("< incomplete: 7 of 8 bytes read_section\n"));
+    sections.send("l");
+    client.send("cd" + word(13));
+    sections.take(6);
+    client.close();
+    ASSERT_TRUE(trace.awaitOutput("disconnection by=\"client\"\n"));
+    sections.end();
+    ASSERT_TRUE(trace.awaitOutput("unanswered "));
+  }
+  const std::vector<std::string> lines = end();
+  EXPECT_EQ(std::set(lines.begin(), lines.end()),
+            (std::set<std::string>{
+                "section-filter > connection", "section-filter > request      read_section",
+                "section-filter > dropped      code=99",
+                "section-filter > incomplete: 6 of 8 bytes set_pid",
+                "section-filter < incomplete: 7 of 8 bytes read_section",
+                R"(section-filter < reply        read_section size=4 section="7175696c")",
+                "section-filter > request      set_pid pid=1684234849",
+                R"(section-filter > disconnection by="client")",
+                "section-filter < unanswered   read_section"}));
+}
+
+TEST_F(Between, ATraceThatEndsEndsTheConnections) {
+  RawClient client;
+  control.accept();
+  client.send(bytesOf(request(quillwork::SI, 7)) + "q");
+  control.take(1961);
+  ASSERT_TRUE(trace.awaitOutput("getCurrentService"));
+  const std::vector<std::string> lines = end();
+  EXPECT_EQ(lines[2], R"(control        > disconnection by="trace")");
+  EXPECT_EQ(lines[3], "control        > incomplete: 1 of 1960 bytes");
+  EXPECT_EQ(lines[4], "control        < unanswered   getCurrentService");
+  Program read({CLIENT, "--json", "trace", "--read", recording});
+  EXPECT_EQ(read.wait(), 0);
+  std::istringstream stream(read.output());
+  std::vector<Json> entries;
+  for (std::string line; std::getline(stream, line);) entries.push_back(Json::parse(line));
+  ASSERT_EQ(entries.size(), 5U);
+  EXPECT_EQ(entries[2]["fields"]["by"], "trace");
+  EXPECT_EQ(entries[3]["kind"], "incomplete");
+  EXPECT_EQ(entries[3]["fields"], (Json{{"received", 1}, {"expected", 1960}}));
+  EXPECT_EQ(entries[4]["kind"], "unanswered");
+  EXPECT_EQ(entries[4]["request"], entries[1]["request"]);
+  EXPECT_GE(entries[4]["after_ns"].get<std::int64_t>(), 0);
 }
 
 class Standing : public testing::Test {

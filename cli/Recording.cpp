@@ -1,0 +1,64 @@
+#include "cli/Recording.h"
+
+#include <fmt/format.h>
+
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+#include "cli/Command.h"
+
+namespace quillwork::cli {
+namespace {
+
+constexpr std::string_view signature = "quillwork-trace 2\n";
+/// Without the ends of connections.
+constexpr std::string_view firstSignature = "quillwork-trace 1\n";
+static_assert(signature.size() == firstSignature.size());
+
+constexpr std::uint32_t maxChunk = 1U << 20U;
+
+[[noreturn]] void refuse(const std::string& path) {
+  throw Refusal(path + ": " + std::strerror(errno));
+}
+
+bool isDamaged(const TraceChunk& chunk) {
+  return chunk.channel > TraceChannel::sectionFilter || chunk.event > TraceEvent::endedByTrace ||
+         chunk.size > maxChunk;
+}
+
+}  // namespace
+
+Recording::Recording(std::string path) : path_(std::move(path)), file_(path_, std::ios::binary) {
+  if (!(file_ << signature << std::flush)) refuse(path_);
+}
+
+void Recording::write(const TraceChunk& chunk, std::string_view bytes) {
+  if (!file_.is_open()) return;
+  file_.write(reinterpret_cast<const char*>(&chunk), sizeof chunk);
+  file_ << bytes << std::flush;
+  if (file_) return;
+  fmt::print(stderr, "quillwork-client: {}: cannot be written any more\n", path_);
+  file_.close();
+}
+
+void Recording::read(const std::string& path, const Take& take) {
+  std::ifstream file(path, std::ios::binary);
+  if (!file) refuse(path);
+  std::string begin(signature.size(), '\0');
+  file.read(begin.data(), static_cast<std::streamsize>(begin.size()));
+  if (begin != signature && begin != firstSignature) {
+    throw Refusal(path + ": no recording of a trace");
+  }
+  TraceChunk chunk{};
+  std::string bytes;
+  while (file.read(reinterpret_cast<char*>(&chunk), sizeof chunk)) {
+    if (isDamaged(chunk)) throw Refusal(path + ": a damaged recording");
+    bytes.resize(chunk.size);
+    if (!file.read(bytes.data(), static_cast<std::streamsize>(bytes.size()))) break;
+    take(chunk, bytes);
+  }
+  if (file.gcount() != 0) throw Refusal(path + ": cut short");
+}
+
+}  // namespace quillwork::cli
