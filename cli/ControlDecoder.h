@@ -3,25 +3,25 @@
 #include <array>
 #include <cstdint>
 #include <deque>
-#include <optional>
 #include <string>
 #include <string_view>
 
 #include "cli/TraceDecoder.h"
 #include "protocol/message.h"
+#include "protocol/operations.h"
 
 namespace quillwork::cli {
 
-/// Decodes both directions of one connection of the control channel. What the library sends and
-/// nobody asked for is shown as unknown; the bytes behind it are still taken for records.
+/// Decodes both directions of one connection of the control channel by the protocol's table. What
+/// the library sends and nobody asked for is shown as unknown; the bytes behind it are still taken
+/// for records.
 class ControlDecoder : public TraceDecoder {
  public:
-  struct Operation;
-
   ControlDecoder();
 
  private:
   using Step = void (ControlDecoder::*)(std::string_view item);
+  using Lengths = std::array<std::int32_t, 6>;
 
   void take(Direction direction, std::string_view item) override;
   void explain(Direction direction, Json& fields) const override;
@@ -32,43 +32,42 @@ class ControlDecoder : public TraceDecoder {
   /// The next item belongs to what is under way.
   void expectPart(Step step, std::size_t size);
   void takeRecord(std::string_view item);
-  template <class Fits>
-  [[nodiscard]] std::optional<std::size_t> findWaiting(Fits fits) const;
   void takeReply(const message& record);
   TraceLine& addReply(std::string kind, Json fields);
+  /// The row of the request whose reply is under way.
+  [[nodiscard]] const operations::Request& row() const;
 
   void takeHeader(const message& header);
   void takeBehindHeader(std::string_view item);
-  void beginCommand(const message& header);
-  void beginList(const message& header);
-  void expectElements(Step step, std::int32_t count);
+  TraceLine& addHeader(std::string kind);
+  void beginList();
+  void expectElements(Step step);
   void expectElement();
   void endElement();
-  void takeCommandPart(std::string_view item);
+  void takePart(std::string_view item);
   void takeElement(std::string_view item);
-  void takeDescriptor(std::string_view data);
 
   void expectLists();
-  bool beginsEventList(std::int32_t count);
-  Json& eventList();
-  void takeByteList(std::string_view item);
+  bool beginsList(std::int32_t count);
+  Json& list();
+  void takeBytes(std::string_view item);
   void takeTextSize(std::string_view item);
   void takeText(std::string_view item);
 
   Step step_ = &ControlDecoder::takeRecord;
-  /// The request whose reply is under way; of a command only the name.
-  Request list_;
+  /// The request whose reply is under way; of a notification in parts only the name.
+  Request reply_;
+  /// What the last header says, and when it came.
+  std::int32_t count_ = 0;
+  TraceTime headerTime_{};
   Step elementStep_ = nullptr;
   std::int32_t elementsLeft_ = 0;
-  /// A header whose list has not begun, or a descriptor's record whose bytes have not come.
-  message header_{};
-  TraceTime headerTime_{};
-  /// The lengths of the lists that have not come yet, of each event.
-  std::deque<std::array<std::int32_t, 6>> events_;
-  std::size_t eventListIndex_ = 0;
-  std::int32_t textsLeft_ = 0;
-  /// What has come of the first event's lists.
+  /// The lengths of the lists that have not come yet, for each record that has some.
+  std::deque<Lengths> behind_;
+  /// Which list of the first of these is under way, and what has come of them.
+  std::size_t list_ = 0;
   Json lists_ = Json::object();
+  std::int32_t textsLeft_ = 0;
 };
 
 }  // namespace quillwork::cli

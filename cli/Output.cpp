@@ -85,6 +85,10 @@ std::string hex(std::span<const std::uint8_t> bytes) {
   return fmt::format("{:02x}", fmt::join(bytes, ""));
 }
 
+std::string hex(std::string_view bytes) {
+  return hex(std::span(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()));
+}
+
 Json text(const std::string& bytes) {
   const Json value(bytes);
   return Json::parse(value.dump(-1, ' ', false, Json::error_handler_t::replace));

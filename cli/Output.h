@@ -3,6 +3,7 @@
 #include <nlohmann/json.hpp>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "client/Records.h"
@@ -40,6 +41,7 @@ void printSection(const std::vector<std::uint8_t>& section);
 
 /// Bytes as pairs of hexadecimal digits.
 std::string hex(std::span<const std::uint8_t> bytes);
+std::string hex(std::string_view bytes);
 /// A text of the wire, which is bytes: what is not UTF-8 among them is replaced.
 Json text(const std::string& bytes);
 

@@ -146,7 +146,7 @@ TraceLine& TraceDecoder::addFirst(std::size_t size, Direction direction, std::st
   return line;
 }
 
-void TraceDecoder::addRequest(std::string operation, Json fields, bool hasReply, std::size_t row) {
+void TraceDecoder::addRequest(std::string operation, Json fields, bool hasReply, Key key) {
   const std::size_t number = ++requests_;
   add(Direction::toLibrary, "request", operation, std::move(fields)).request = number;
   if (!hasReply) return;
@@ -154,7 +154,7 @@ void TraceDecoder::addRequest(std::string operation, Json fields, bool hasReply,
     giveUp(Direction::toLibrary, operation, {{"unanswered", maxUnanswered}});
     return;
   }
-  waiting_.push_back({std::move(operation), now_, number, row});
+  waiting_.push_back({std::move(operation), now_, number, key});
 }
 
 TraceDecoder::Request TraceDecoder::answer(std::size_t index) {

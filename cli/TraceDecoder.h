@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <cstddef>
@@ -48,12 +49,16 @@ class TraceDecoder {
   [[nodiscard]] std::size_t touched() const;
 
  protected:
+  /// What a channel's decoder knows a request by.
+  struct Key {
+    std::size_t row;
+    std::int32_t type;
+  };
   struct Request {
     std::string operation;
-    TraceTime time;
-    std::size_t number;
-    /// What the channel's decoder knows it by.
-    std::size_t row;
+    TraceTime time{};
+    std::size_t number = 0;
+    Key key{};
   };
 
   /// The first item of both directions.
@@ -75,9 +80,18 @@ class TraceDecoder {
   TraceLine& addFirst(std::size_t size, Direction direction, std::string kind,
                       std::string operation, Json fields);
   /// Makes the line of a request, which waits for its reply when it has one.
-  void addRequest(std::string operation, Json fields, bool hasReply, std::size_t row = 0);
-  /// The requests that wait, the oldest first.
-  [[nodiscard]] const std::deque<Request>& waiting() const { return waiting_; }
+  void addRequest(std::string operation, Json fields, bool hasReply, Key key);
+  /// The index of the oldest request that waits and fits.
+  template <class Fits>
+  [[nodiscard]] std::optional<std::size_t> findWaiting(Fits fits) const {
+    const auto request = std::ranges::find_if(waiting_, fits, &Request::key);
+    if (request == waiting_.end()) return std::nullopt;
+    return static_cast<std::size_t>(request - waiting_.begin());
+  }
+  /// The operation of the oldest one; empty when none waits.
+  [[nodiscard]] std::string nextOperation() const {
+    return waiting_.empty() ? "" : waiting_.front().operation;
+  }
   /// The reply begins to the waiting request of that index: those before it get none any more.
   Request answer(std::size_t index);
   [[nodiscard]] TraceTime now() const { return now_; }

@@ -75,7 +75,7 @@ TEST_P(EveryRow, IsDecodedWholeAndInPieces) {
   ASSERT_GE(lines.size(), 3U);
   for (const TraceLine& line : lines) EXPECT_NE(line.kind, "unknown") << show(line);
   EXPECT_EQ(lines.front().kind, "request");
-  EXPECT_EQ(show(lines.back()), R"(< reply getCurrentService {"service":4711})");
+  EXPECT_EQ(show(lines.back()), R"(< reply getCurrentService {"serviceId":4711})");
   EXPECT_EQ(show(decode(GetParam(), 7)), show(lines));
 }
 
@@ -142,6 +142,15 @@ TEST(Trace, WhatNobodyAskedForIsShownAsUnknown) {
   EXPECT_EQ(show(lines), (std::vector<std::string>{R"(< unknown  {"group":6,"type":7})",
                                                    R"(< unknown  {"count":2})",
                                                    R"(< unknown  {"group":6,"type":6})"}));
+  // An element of another list, and what comes after it.
+  lines.clear();
+  feed(lines, decoder, Direction::toLibrary, bytesOf(request(quillwork::SI, 6)));
+  feed(lines, decoder, Direction::toClient, bytesOf(request(quillwork::LIST_HEADER, 1)));
+  feed(lines, decoder, Direction::toClient, bytesOf(request(quillwork::SI, 16)));
+  feed(lines, decoder, Direction::toClient, bytesOf(request(quillwork::MEDIA, 16)));
+  ASSERT_EQ(lines.size(), 4U);
+  EXPECT_EQ(show(lines[2]), R"(< unknown getServices {"group":6,"type":16})");
+  EXPECT_EQ(show(lines[3]), R"(< notification endOfMedia {"player":0})");
   SectionDecoder sections;
   lines.clear();
   feed(lines, sections, Direction::toClient, word(1) + "x");
@@ -196,7 +205,9 @@ TEST(Trace, AnAnnouncedLengthBeyondAllMeasureEndsTheDecoding) {
 
   lines = announce(SectionDecoder(), Direction::toLibrary, word(4) + word(0) + word(INT32_MAX));
   EXPECT_EQ(lines.front(), R"(> undecoded set_positive_filter {"announced":2147483647})");
-  lines = announce(SectionDecoder(), Direction::toClient, word(INT32_MAX));
+  SectionDecoder section;
+  section.feed(Direction::toLibrary, word(13));
+  lines = announce(section, Direction::toClient, word(INT32_MAX));
   EXPECT_EQ(lines, (std::vector<std::string>{R"(< undecoded read_section {"announced":2147483647})",
                                              rest}));
 }
@@ -258,12 +269,12 @@ TEST(Trace, EverySectionFilterRequestIsDecoded) {
         show(lines),
         (std::vector<std::string>{
             "> request start {}", "> request stop {}", R"(> request set_pid {"pid":17})",
-            R"(> request set_table_id {"table_id":66})",
-            R"(> request set_positive_filter {"filter_arg":1,"bytes_1":"01ff","bytes_2":"01ff"})",
-            R"(> request set_greater_than_filter {"filter_arg":2,"bytes_1":"01ff","bytes_2":"01ff"})",
-            R"(> request set_less_than_filter {"filter_arg":3,"bytes_1":"01ff","bytes_2":"01ff"})",
-            R"(> request set_xor_filter {"filter_arg":4,"bytes_1":"01ff","bytes_2":"01ff","bytes_3":""})",
-            R"(> request set_time_out {"time_out":900})", "> request clear_table_id {}",
+            R"(> request set_table_id {"tableId":66})",
+            R"(> request set_positive_filter {"filterArg":1,"first":"01ff","second":"01ff"})",
+            R"(> request set_greater_than_filter {"filterArg":2,"first":"01ff","second":"01ff"})",
+            R"(> request set_less_than_filter {"filterArg":3,"first":"01ff","second":"01ff"})",
+            R"(> request set_xor_filter {"filterArg":4,"first":"01ff","second":"01ff","third":""})",
+            R"(> request set_time_out {"timeOut":900})", "> request clear_table_id {}",
             "> request clear_positive_filter {}", "> request clear_less_than_filter {}",
             "> request clear_xor_filter {}", "> request read_section {}",
             R"(> dropped  {"code":14})", R"(< reply read_section {"size":3,"section":"616263"})"}));
@@ -322,9 +333,12 @@ TEST(Trace, ASectionFilterRequestAndASectionAreIncompleteLikewise) {
   EXPECT_EQ(show(decoder.stalled(4s)),
             std::vector<std::string>{
                 R"(> incomplete set_positive_filter {"received":14,"expected":19})"});
-  decoder.feed(Direction::toClient, word(9) + "quill", 5s);
-  EXPECT_EQ(show(decoder.end(Direction::toClient, 5s)),
-            std::vector<std::string>{R"(< incomplete read_section {"received":9,"expected":13})"});
+  SectionDecoder asked;
+  asked.feed(Direction::toLibrary, word(13), 5s);
+  asked.feed(Direction::toClient, word(9) + "quill", 5s);
+  EXPECT_EQ(show(asked.end(Direction::toClient, 5s)),
+            (std::vector<std::string>{R"(< incomplete read_section {"received":9,"expected":13})",
+                                      "< unanswered read_section {}"}));
 }
 
 TEST(Trace, AReplyTellsHowLongItTookAndARequestWithoutOneIsUnanswered) {
@@ -344,8 +358,9 @@ TEST(Trace, AReplyTellsHowLongItTookAndARequestWithoutOneIsUnanswered) {
   // The library answers in the order of the requests: this one shows that the one before it has got
   // no reply.
   lines = decoder.feed(Direction::toClient, bytesOf(request(quillwork::SI, 7)), 50ms);
-  EXPECT_EQ(show(lines), (std::vector<std::string>{"< unanswered getNetwork {}",
-                                                   R"(< reply getCurrentService {"service":0})"}));
+  EXPECT_EQ(show(lines),
+            (std::vector<std::string>{"< unanswered getNetwork {}",
+                                      R"(< reply getCurrentService {"serviceId":0})"}));
   EXPECT_EQ(lines[0].after, 30ms);
   EXPECT_EQ(lines[0].request, 2U);
   EXPECT_EQ(lines[1].after, 20ms);
