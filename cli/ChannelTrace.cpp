@@ -11,11 +11,6 @@ namespace {
 
 using Lines = std::vector<TraceLine>;
 
-std::unique_ptr<TraceDecoder> makeDecoder(TraceChannel channel) {
-  if (channel == TraceChannel::control) return std::make_unique<ControlDecoder>();
-  return std::make_unique<SectionDecoder>();
-}
-
 void append(Lines& lines, Lines more) {
   lines.insert(lines.end(), std::make_move_iterator(more.begin()),
                std::make_move_iterator(more.end()));
@@ -33,6 +28,11 @@ TraceLine disconnection(TraceEvent event, TraceTime time) {
 }
 
 }  // namespace
+
+std::unique_ptr<TraceDecoder> makeDecoder(TraceChannel channel) {
+  if (channel == TraceChannel::control) return std::make_unique<ControlDecoder>();
+  return std::make_unique<SectionDecoder>();
+}
 
 Lines ChannelTrace::take(const TraceChunk& chunk, std::string_view bytes) {
   const TraceTime time(chunk.time);

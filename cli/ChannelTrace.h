@@ -11,6 +11,8 @@
 
 namespace quillwork::cli {
 
+std::unique_ptr<TraceDecoder> makeDecoder(TraceChannel channel);
+
 /// Decodes one channel: its connections, one after the other.
 class ChannelTrace {
  public:

@@ -1,7 +1,6 @@
 #include "cli/Trace.h"
 
 #include <fmt/format.h>
-#include <pthread.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -10,7 +9,6 @@
 #include <cerrno>
 #include <chrono>
 #include <condition_variable>
-#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <mutex>
@@ -20,6 +18,7 @@
 
 #include "cli/ChannelTrace.h"
 #include "cli/Command.h"
+#include "cli/EndingSignals.h"
 #include "cli/Table.h"
 #include "cli/sockets.h"
 #include "client/ControlChannel.h"
@@ -261,12 +260,7 @@ void Trace::endConnections() {
 }
 
 void Trace::stand() {
-  // Blocked in every thread, so that the wait below is where they arrive.
-  sigset_t ending;
-  sigemptyset(&ending);
-  sigaddset(&ending, SIGINT);
-  sigaddset(&ending, SIGTERM);
-  pthread_sigmask(SIG_BLOCK, &ending, nullptr);
+  const EndingSignals ending;
   const TakenPath control(client::ControlChannel::defaultPath);
   const TakenPath sections(client::SectionFilterChannel::defaultPath);
   // The threads end with the process.
@@ -276,8 +270,7 @@ void Trace::stand() {
   }).detach();
   std::thread([this] { watch(); }).detach();
   fmt::print(stderr, "quillwork-client: between the library and its next client\n");
-  int signal = 0;
-  sigwait(&ending, &signal);
+  ending.wait();
   control.giveBack();
   sections.giveBack();
   // No line is cut short; who is connected loses the connection.

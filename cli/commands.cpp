@@ -10,6 +10,7 @@
 
 #include "cli/Command.h"
 #include "cli/Output.h"
+#include "cli/Replay.h"
 #include "cli/Trace.h"
 
 namespace quillwork::cli {
@@ -418,14 +419,20 @@ std::vector<Command> serviceInformation() {
 }
 
 void trace(Session& session, const Values& values) {
-  const std::string& recording = values.text("--read");
-  if (!recording.empty()) {
-    Trace(session.settings().json, "").read(recording);
+  const std::string& record = values.text("--record");
+  const std::string& read = values.text("--read");
+  const std::string& replay = values.text("--replay");
+  if (!record.empty() + !read.empty() + !replay.empty() > 1) {
+    throw std::invalid_argument("--record, --read and --replay exclude each other");
+  }
+  if (!read.empty()) {
+    Trace(session.settings().json, "").read(read);
     return;
   }
   if (session.isConnected())
     throw Refusal("this connection would stay where it is: not in a shell");
-  Trace(session.settings().json, values.text("--record")).stand();
+  if (!replay.empty()) Replay(replay).serve();
+  Trace(session.settings().json, record).stand();
 }
 
 std::vector<Command> receiverCommands() {
@@ -485,7 +492,8 @@ std::vector<Command> receiverCommands() {
       {"trace",
        "stand between the library and its clients, and print what they say, a line a record",
        {text("--record", "keep it in this file, too", ""),
-        text("--read", "print what this file has kept, and end", "")},
+        text("--read", "print what this file has kept, and end", ""),
+        text("--replay", "stand in the library's place and answer as this file has it", "")},
        trace},
       {"watch",
        "print notifications as they come, complete downloads among them",
