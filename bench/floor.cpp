@@ -9,6 +9,7 @@
 #include <cstring>
 
 #include "protocol/message.h"
+#include "protocol/operations.h"
 #include "support/UnixSocket.h"
 
 // Plain C in all but name: what somebody would write who wanted nothing but speed.
@@ -73,7 +74,7 @@ void sendEvents(int client, message& record, const Shape& shape) {
 void answer(int client, message& record, const Shape& shape) {
   switch (record.group << 8 | record.type) {
     case quillwork::SI << 8 | 0:
-      quillwork::putShortString(record, quillwork::firstText, codingFormat);
+      quillwork::putShortString(record, quillwork::operations::payloadPosition, codingFormat);
       break;
     case quillwork::SI << 8 | 1:
       sendEvents(client, record, shape);

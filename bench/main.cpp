@@ -24,6 +24,7 @@
 #include "bench/memory.h"
 #include "client/ControlChannel.h"
 #include "protocol/message.h"
+#include "protocol/operations.h"
 #include "support/OwnSharedMemory.h"
 
 namespace {
@@ -76,7 +77,8 @@ void askService(int connection, message& record) {
 void askFormat(int connection, message& record) {
   ask(connection, record, quillwork::SI, 0);
   require(
-      std::strcmp(reinterpret_cast<const char*>(&record) + quillwork::firstText, codingFormat) == 0,
+      std::strcmp(reinterpret_cast<const char*>(&record) + quillwork::operations::payloadPosition,
+                  codingFormat) == 0,
       "the coding format");
 }
 

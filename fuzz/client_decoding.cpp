@@ -102,7 +102,7 @@ void append(std::string& bytes, const message& record) {
 
 /// Bytes of a content's fields and of the words that announce what follows.
 std::vector<std::size_t> positionsOf(const Content& content) {
-  std::vector<std::size_t> positions = {typeWord};
+  std::vector<std::size_t> positions = {typePosition};
   for (const Field& field : content.fields) positions.push_back(field.position);
   for (const Trailing& list : content.trailing) {
     positions.push_back(list.count);

@@ -56,15 +56,6 @@ static_assert(offsetof(message, payload) == 12);
 static_assert(std::is_trivial_v<message> && std::is_standard_layout_v<message>,
               "the record is copied with memcpy and no constructor clears it");
 
-/// Positions in the record, in bytes from its start.
-inline constexpr std::size_t firstText = 12;
-inline constexpr std::size_t secondText = 267;
-inline constexpr std::size_t locatorText = 16;
-inline constexpr std::size_t firstWord = 12;
-inline constexpr std::size_t secondWord = 16;
-inline constexpr std::size_t thirdWord = 20;
-inline constexpr std::size_t typeWord = 8;
-
 /// The longest text of a 255-byte field.
 inline constexpr std::size_t maxShortString = 254;
 

@@ -204,11 +204,16 @@ struct SectionFilterRequest {
   bool isAnswered = false;
 };
 
+// Positions that many rows share, in bytes from the record's start.
+inline constexpr std::size_t typePosition = offsetof(message, type);
+inline constexpr std::size_t payloadPosition = offsetof(message, payload);
+inline constexpr std::size_t secondTextPosition = payloadPosition + textFieldSize;
+
 /// Where a domain record that a listener is given as a whole begins in its request, in bytes.
 template <class Record>
-inline constexpr std::size_t requestRecordPosition = typeWord;
+inline constexpr std::size_t requestRecordPosition = typePosition;
 template <>
-inline constexpr std::size_t requestRecordPosition<video_region> = firstWord;
+inline constexpr std::size_t requestRecordPosition<video_region> = payloadPosition;
 
 // Builders of fields. A word is counted in units of 4 bytes from the record's start.
 
@@ -321,9 +326,9 @@ inline constexpr Layout descriptorLayout{
 // Contents that several rows share.
 
 inline constexpr Content player{integer("player", word(3))};
-inline constexpr Content descriptorElement{descriptorLayout, firstWord};
-inline constexpr Content eventRecord{programEventLayout, firstWord};
-inline constexpr Content propertyRecord{systemPropertyLayout, typeWord};
+inline constexpr Content descriptorElement{descriptorLayout, payloadPosition};
+inline constexpr Content eventRecord{programEventLayout, payloadPosition};
+inline constexpr Content propertyRecord{systemPropertyLayout, typePosition};
 inline constexpr Content rectangle{integer("x", word(3), "px"), integer("y", word(4), "px"),
                                    integer("width", word(5), "px"),
                                    integer("height", word(6), "px")};
@@ -332,8 +337,8 @@ inline constexpr Content playerRectangle{
     integer("width", word(6), "px"), integer("height", word(7), "px")};
 inline constexpr Content playerLevel{integer("player", word(3)), real("level", word(4))};
 inline constexpr Content level{real("level", word(4))};
-inline constexpr Content videoCommand{integer("command", typeWord)};
-inline constexpr Content language{shortText("language", firstText)};
+inline constexpr Content videoCommand{integer("command", typePosition)};
+inline constexpr Content language{shortText("language", payloadPosition)};
 inline constexpr Content eventArguments{integer("first", word(5)), integer("second", word(6))};
 
 // clang-format off
@@ -346,7 +351,7 @@ inline constexpr Request requests[] = {
     {VIDEO, 3, "getVideoLanguage", videoCommand, Reply::record, language},
     {VIDEO, 4, "getVideoLanguages", {}, Reply::list, language, keepsCount},
     {VIDEO, 5, "getVideoLanguage", videoCommand, Reply::record, language},
-    {VIDEO, 6, "selectVideoLanguage", {longText("language", firstText)}},
+    {VIDEO, 6, "selectVideoLanguage", {longText("language", payloadPosition)}},
     {VIDEO, 7, "setVideoFreeze", {boolean("freeze", word(3))}},
     {VIDEO, 8, "setVideoOption", {boolean("option", word(3))}},
     {VIDEO, {9, 16}, "getVideoProperty", videoCommand, Reply::record, {integer("value", word(3))}},
@@ -355,53 +360,55 @@ inline constexpr Request requests[] = {
 
     {APPLICATION_STATE, anyOther, "answerApplicationState", {boolean("answer", word(3))}},
 
-    {SYSTEM_PROPERTY, 0, "getSystemProperty", {shortText("name", firstText)},
-     Reply::record, {shortText("value", secondText)}},
+    {SYSTEM_PROPERTY, 0, "getSystemProperty", {shortText("name", payloadPosition)},
+     Reply::record, {shortText("value", secondTextPosition)}},
     {SYSTEM_PROPERTY, 1, "getSystemProperties", {}, Reply::list, propertyRecord, ofTheRecord},
     {SYSTEM_PROPERTY, 2, "setSystemProperty", propertyRecord},
-    {SYSTEM_PROPERTY, 3, "removeSystemProperty", {shortText("name", firstText)}},
+    {SYSTEM_PROPERTY, 3, "removeSystemProperty", {shortText("name", payloadPosition)}},
 
     {AUDIO, 0, "setVideoSoundLevel", level},
     {AUDIO, 1, "setVideoBalanceLevel", level},
     {AUDIO, 2, "setVideoBassLevel", level},
     {AUDIO, 3, "setVideoTrebleLevel", level},
     {AUDIO, 4, "setVideoMute", {boolean("mute", word(4))}},
-    {AUDIO, anyOther, "setVideoAudio", {integer("selector", typeWord), real("level", word(4))}},
+    {AUDIO, anyOther, "setVideoAudio", {integer("selector", typePosition), real("level", word(4))}},
 
     {TUNER, 0, "getCurrentTransportStreamID", {}, Reply::record,
      {integer("transportStreamId", word(3))}},
-    {TUNER, anyOther, "getAllIDs", {integer("kind", typeWord), integer("key", word(3))},
+    {TUNER, anyOther, "getAllIDs", {integer("kind", typePosition), integer("key", word(3))},
      Reply::list, {integer("id", word(3))}, keepsCount},
 
-    {CAROUSEL, 0, "mountCarousel", {shortText("locator", firstText)},
-     Reply::record, {shortText("answer", secondText)}},
-    {CAROUSEL, 1, "umountCarousel", {shortText("locator", firstText)}},
+    {CAROUSEL, 0, "mountCarousel", {shortText("locator", payloadPosition)},
+     Reply::record, {shortText("answer", secondTextPosition)}},
+    {CAROUSEL, 1, "umountCarousel", {shortText("locator", payloadPosition)}},
     {CAROUSEL, 3, "addCarouselListener"},
     {CAROUSEL, 4, "removeCarouselListener"},
 
-    {SI, 0, "getSICodingFormat", {}, Reply::record, {shortText("codingFormat", firstText)}},
+    {SI, 0, "getSICodingFormat", {}, Reply::record, {shortText("codingFormat", payloadPosition)}},
     {SI, 1, "getProgramEvents", {}, Reply::listFirst, eventRecord, 1},
     {SI, 2, "getProgramEvent", {}, Reply::record, eventRecord},
     {SI, 3, "getProgramEventDescriptors", eventArguments, Reply::list, descriptorElement, 3},
     {SI, 4, "getCASystemIds", {}, Reply::list, {integer("caSystemId", word(3))}, 4},
     {SI, 5, "isProtectedService", {}, Reply::record, {boolean("isProtected", word(3))}},
-    {SI, 6, "getServices", {}, Reply::list, {serviceLayout, firstWord}, 6},
+    {SI, 6, "getServices", {}, Reply::list, {serviceLayout, payloadPosition}, 6},
     {SI, 7, "getCurrentService", {}, Reply::record, {integer("serviceId", word(3))}},
-    {SI, 8, "getServiceDescription", {}, Reply::record, {shortText("description", firstText)}},
+    {SI, 8, "getServiceDescription", {}, Reply::record,
+     {shortText("description", payloadPosition)}},
     // The same operation again: a client never reaches a service's own descriptors.
     {SI, 9, "getProgramEventDescriptors", eventArguments, Reply::list, descriptorElement, 3},
     {SI, 10, "getServiceComponents", {integer("serviceId", word(3))},
-     Reply::list, {serviceComponentLayout, firstWord}, 10},
+     Reply::list, {serviceComponentLayout, payloadPosition}, 10},
     {SI, 11, "getServiceComponentDescriptors", {integer("component", word(3))},
      Reply::list, descriptorElement, 11},
-    {SI, 12, "getTransportStream", {}, Reply::record, {transportStreamLayout, firstWord}},
+    {SI, 12, "getTransportStream", {}, Reply::record, {transportStreamLayout, payloadPosition}},
     {SI, 13, "getTransportStreamDescriptors", {integer("transportStream", word(3))},
      Reply::list, descriptorElement, 3},
-    {SI, 14, "getNetwork", {}, Reply::record, {networkLayout, firstWord}},
+    {SI, 14, "getNetwork", {}, Reply::record, {networkLayout, payloadPosition}},
     {SI, 15, "getNetworkDescriptors", {}, Reply::list, descriptorElement, 3},
-    {SI, 16, "getPMTs", {integer("program", word(3))}, Reply::list, {pmtLayout, firstWord}, 16},
+    {SI, 16, "getPMTs", {integer("program", word(3))},
+     Reply::list, {pmtLayout, payloadPosition}, 16},
 
-    {MEDIA, 0, "open", {longText("locator", locatorText)},
+    {MEDIA, 0, "open", {longText("locator", word(4))},
      Reply::record, {integer("player", word(3)), boolean("opened", word(4))}},
     {MEDIA, 1, "getDuration", player, Reply::record, {integer("duration", word(4))}},
     {MEDIA, 2, "getCurrentTime", player, Reply::record, {integer("time", word(4))}},
@@ -423,7 +430,7 @@ inline constexpr Request requests[] = {
     {MEDIA, 14, "setMediaBassLevel", playerLevel},
     {MEDIA, 15, "setMediaTrebleLevel", playerLevel},
 
-    {VERSION, anyOther, "checkVersionFlag", {integer("flag", typeWord)},
+    {VERSION, anyOther, "checkVersionFlag", {integer("flag", typePosition)},
      Reply::record, {boolean("isSet", word(3))}},
 };
 
@@ -434,12 +441,12 @@ inline constexpr Notification notifications[] = {
       integer("width_1", word(5), "px"), integer("height_1", word(6), "px"),
       integer("x_2", word(7), "px"), integer("y_2", word(8), "px"),
       integer("width_2", word(9), "px"), integer("height_2", word(10), "px")}},
-    {APPLICATION_STATE, anyOther, "setApplicationState", {integer("state", typeWord)}},
+    {APPLICATION_STATE, anyOther, "setApplicationState", {integer("state", typePosition)}},
     {CAROUSEL, 2, "downloadComplete",
-     {shortText("first", firstText), shortText("second", secondText)}},
+     {shortText("first", payloadPosition), shortText("second", secondTextPosition)}},
     {MEDIA, 16, "endOfMedia", player},
     {DSMCC_COMMAND, anyOther, "sendDsmCCCommand",
-     {integer("commandCode", typeWord), real("eventTime", word(4)), {"flag", Kind::byte, 24},
+     {integer("commandCode", typePosition), real("eventTime", word(4)), {"flag", Kind::byte, 24},
       {"text", Kind::textPart, 25}}},
 };
 
@@ -522,7 +529,8 @@ constexpr auto rowFor(const Rows& rows, std::int32_t group, std::int32_t type)
 constexpr bool isSound(const Content& content) {
   for (std::size_t index = 0; index < content.fields.size(); ++index) {
     const Field& one = content.fields[index];
-    if (one.position < typeWord || one.position + sizeOf(one.kind) > sizeof(message)) return false;
+    if (one.position < typePosition || one.position + sizeOf(one.kind) > sizeof(message))
+      return false;
     for (std::size_t next = index + 1; next < content.fields.size(); ++next) {
       const Field& other = content.fields[next];
       if (one.position < other.position + sizeOf(other.kind) &&

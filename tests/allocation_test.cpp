@@ -174,7 +174,7 @@ TEST(Allocation, ALongLocatorIsCopiedForTheListener) {
   const RawClient client;
   message record = request(quillwork::MEDIA, 0);
   const std::string locator(100, 'x');
-  quillwork::putBytes(record, quillwork::locatorText, locator.data(), locator.size());
+  quillwork::putBytes(record, 16, locator.data(), locator.size());
   static_cast<void>(client.ask(record));
   EXPECT_GT(lastCount, 0);
   EXPECT_LE(lastCount, 4);

@@ -138,25 +138,25 @@ TEST(Message, EachOfThe490WordsIsReachedByItsIndex) {
 TEST(Message, AShortStringIsCutTo254CharactersAndFilledWithZeroes) {
   message record;
   std::memset(&record, 0x55, sizeof record);
-  putShortString(record, firstText, std::string(300, 'x'));
+  putShortString(record, 12, std::string(300, 'x'));
   const std::string bytes = bytesOf(record);
   EXPECT_EQ(bytes.substr(12, 254), std::string(254, 'x'));
   EXPECT_EQ(bytes[266], '\0');
   EXPECT_EQ(bytes[267], '\x55');
-  putShortString(record, secondText, "ab");
+  putShortString(record, 267, "ab");
   EXPECT_EQ(bytesOf(record).substr(267, 255), "ab" + std::string(253, '\0'));
   EXPECT_EQ(bytesOf(record)[522], '\x55');
-  putShortString(record, firstText, "");
+  putShortString(record, 12, "");
   EXPECT_EQ(bytesOf(record).substr(12, 255), std::string(255, '\0'));
 }
 
 TEST(Message, AStringIsReadUpToItsZeroByteOrTheRecordsEnd) {
   message record{};
-  putShortString(record, firstText, "name");
-  EXPECT_EQ(getString(record, firstText), "name");
+  putShortString(record, 12, "name");
+  EXPECT_EQ(getString(record, 12), "name");
   std::memset(&record, 'y', sizeof record);
-  EXPECT_EQ(getString(record, firstText), std::string(1948, 'y'));
-  EXPECT_EQ(getString(record, locatorText), std::string(1944, 'y'));
+  EXPECT_EQ(getString(record, 12), std::string(1948, 'y'));
+  EXPECT_EQ(getString(record, 16), std::string(1944, 'y'));
 }
 
 TEST(Message, ABooleanIsOneByteAndLeavesTheRestOfItsWord) {
@@ -203,11 +203,11 @@ TEST(TextField, AFieldWithoutAZeroByteIsReadUpToItsEnd) {
 TEST(VideoData, ItsTextCanFillTheRecordAndItsFlagIsAnyByteButZero) {
   message record{};
   std::memset(&record, 't', sizeof record);
-  EXPECT_EQ(get<video_data>(record, typeWord).text(), std::string(1948, 't'));
-  EXPECT_TRUE(get<video_data>(record, typeWord).flag());
+  EXPECT_EQ(get<video_data>(record, 8).text(), std::string(1948, 't'));
+  EXPECT_TRUE(get<video_data>(record, 8).flag());
   record[3] = 0x100;
-  EXPECT_FALSE(get<video_data>(record, typeWord).flag());
-  EXPECT_EQ(get<video_data>(record, typeWord).text(), "");
+  EXPECT_FALSE(get<video_data>(record, 8).flag());
+  EXPECT_EQ(get<video_data>(record, 8).text(), "");
 }
 
 }  // namespace
