@@ -1,5 +1,6 @@
 // What a server sends, read by the client library: every reply and notification, whatever the bytes
-// say, ends in an answer or an Error, within the bounds that the library sets on memory.
+// say, ends in an answer or an Error, within the bounds that the library sets on memory. A trace
+// says the same of these bytes whatever the pieces in which they come.
 
 #include <sys/socket.h>
 #include <unistd.h>
@@ -12,6 +13,8 @@
 #include <string_view>
 #include <vector>
 
+#include "cli/ControlDecoder.h"
+#include "cli/SectionDecoder.h"
 #include "client/ControlChannel.h"
 #include "client/SectionFilterChannel.h"
 #include "fuzz/Conversation.h"
@@ -178,6 +181,44 @@ std::string takeServersBytes(Input& input, std::size_t operation) {
   return bytes;
 }
 
+/// What a trace says after a client's bytes of a server's, which come in pieces of that size.
+template <class Decoder>
+std::string trace(const std::string& asked, const std::string& answered, std::size_t piece) {
+  Decoder decoder;
+  std::string said;
+  const auto note = [&](const std::vector<cli::TraceLine>& lines) {
+    for (const cli::TraceLine& line : lines) {
+      said += line.kind + ' ' + line.operation + ' ' + line.fields.dump() + '\n';
+    }
+  };
+  note(decoder.feed(cli::Direction::toLibrary, asked));
+  for (std::size_t position = 0; position < answered.size(); position += piece) {
+    note(
+        decoder.feed(cli::Direction::toClient, std::string_view(answered).substr(position, piece)));
+  }
+  note(decoder.finish({}));
+  return said;
+}
+
+template <class Decoder>
+void compareTraces(const std::string& asked, const std::string& answered) {
+  if (trace<Decoder>(asked, answered, answered.size() + 1) != trace<Decoder>(asked, answered, 7)) {
+    fail("a trace depends on the pieces");
+  }
+}
+
+/// Twenty requests of the operation, if it is a call.
+std::string requestsOf(std::size_t operation) {
+  if (operation >= std::size(calls)) return "";
+  const Request& row = requests[calls[operation].row];
+  message record{};
+  record.group = row.group;
+  record.type = row.types.first;
+  std::string bytes;
+  for (int round = 0; round < 20; ++round) append(bytes, record);
+  return bytes;
+}
+
 /// The server's side: accepts the connection that is waiting and says everything at once.
 void say(const std::string& bytes) {
   const int server = accept4(listening, nullptr, nullptr, SOCK_CLOEXEC);
@@ -213,12 +254,16 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   try {
     if (operation == std::size(calls) + 1) {
       SectionFilterChannel channel(path, limit);
-      say(std::string(input.takeRest()));
+      const std::string bytes(input.takeRest());
+      compareTraces<cli::SectionDecoder>(bytes, bytes);
+      say(bytes);
       for (;;) channel.read_section();
     }
     ControlChannel channel(path, limit);
     channel.onNotification([](const client::Notification&) {});
-    say(takeServersBytes(input, operation));
+    const std::string bytes = takeServersBytes(input, operation);
+    compareTraces<cli::ControlDecoder>(requestsOf(operation), bytes);
+    say(bytes);
     // The requests stay in the socket's buffers, which hold some forty of them.
     for (int round = 0; round < 20; ++round) perform(channel, operation);
   } catch (const TimeOut&) {
