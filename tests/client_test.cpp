@@ -319,13 +319,13 @@ TEST(AgainstImpostors, ARepliesEndIsMissed) {
 
 TEST(AgainstImpostors, AnotherAnswerIsNamed) {
   EXPECT_EQ(complaintAbout(bytesOf(request(SI, 8)), service),
-            prefix + "group 6, type 7 was answered with group 6, type 8");
+            prefix + "getCurrentService was answered with group 6, type 8");
   EXPECT_EQ(complaintAbout(bytesOf(request(LIST_HEADER, 0)), service),
-            prefix + "group 6, type 7 was answered with group 7, type 0");
+            prefix + "getCurrentService was answered with group 7, type 0");
   EXPECT_EQ(complaintAbout(bytesOf(request(SI, 6)), services),
-            prefix + "group 6, type 6 was answered with group 6, type 6 instead of a list");
+            prefix + "getServices was answered with group 6, type 6 instead of a list");
   EXPECT_EQ(complaintAbout(bytesOf(request(LIST_HEADER, 1)) + bytesOf(request(0, 0)), services),
-            prefix + "the list for group 6, type 6 is broken off by group 0, type 0");
+            prefix + "the list of getServices is broken off by group 0, type 0");
 }
 
 TEST(AgainstImpostors, CountsAreBounded) {
