@@ -1,6 +1,6 @@
 # protocol.json, which the compiler writes into an object file. Without what sanitizers and link-time
 # optimisation would make of that.
-add_library(quillwork-protocol-json OBJECT protocol/protocol_json.cpp)
+add_library(quillwork-protocol-json OBJECT bindings/protocol_json.cpp)
 target_link_libraries(quillwork-protocol-json PRIVATE quillwork-options)
 target_compile_definitions(quillwork-protocol-json PRIVATE QUILLWORK_VERSION="${PROJECT_VERSION}")
 target_compile_options(quillwork-protocol-json PRIVATE -fno-sanitize=all
