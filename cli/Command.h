@@ -1,14 +1,15 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
 #include <map>
 #include <optional>
+#include <span>
 #include <stdexcept>
 #include <string>
-#include <vector>
+#include <string_view>
 
 #include "cli/Session.h"
+#include "protocol/operations.h"
 
 namespace quillwork::cli {
 
@@ -17,11 +18,11 @@ namespace quillwork::cli {
 struct Argument {
   enum class Kind { integer, real, text, onOff, flag };
 
-  std::string name;
+  std::string_view name;
   Kind kind = Kind::integer;
-  std::string description;
+  std::string_view description;
   /// What it is without being given; nothing where it has to be.
-  std::optional<std::string> absent;
+  std::optional<std::string_view> absent;
   double least = INT32_MIN;
   double most = INT32_MAX;
 };
@@ -29,16 +30,17 @@ struct Argument {
 /// What was given for the arguments of a command.
 class Values {
  public:
-  void set(const std::string& name, std::string text) { texts_[name] = std::move(text); }
-  [[nodiscard]] bool has(const std::string& name) const { return texts_.contains(name); }
+  void set(std::string_view name, std::string text) { texts_[name] = std::move(text); }
+  [[nodiscard]] bool has(std::string_view name) const { return texts_.contains(name); }
 
-  [[nodiscard]] std::int32_t integer(const std::string& name) const;
-  [[nodiscard]] double real(const std::string& name) const;
-  [[nodiscard]] const std::string& text(const std::string& name) const { return texts_.at(name); }
-  [[nodiscard]] bool isOn(const std::string& name) const { return text(name) == "on"; }
+  [[nodiscard]] std::int32_t integer(std::string_view name) const;
+  [[nodiscard]] double real(std::string_view name) const;
+  [[nodiscard]] const std::string& text(std::string_view name) const { return texts_.at(name); }
+  [[nodiscard]] bool isOn(std::string_view name) const { return text(name) == "on"; }
 
  private:
-  std::map<std::string, std::string> texts_;
+  /// The names are the commands' own, which last.
+  std::map<std::string_view, std::string> texts_;
 };
 
 /// What the receiver does not do; the connections are as before.
@@ -47,15 +49,16 @@ struct Refusal : std::runtime_error {
 };
 
 struct Command {
-  /// One word, or two where several commands belong together.
-  std::string name;
-  std::string description;
-  std::vector<Argument> arguments;
+  /// The first of two words, where several commands belong together; else empty.
+  std::string_view group;
+  std::string_view name;
+  std::string_view description;
+  operations::Values<Argument, 8> arguments;
   /// Throws client::Error, Refusal, or std::invalid_argument for what is wrong with the arguments.
-  std::function<void(Session& session, const Values& values)> run;
+  void (*run)(Session& session, const Values& values);
 };
 
 /// Every command that there is, in the order of the help.
-const std::vector<Command>& commands();
+std::span<const Command> commands();
 
 }  // namespace quillwork::cli

@@ -213,14 +213,16 @@ std::vector<std::string> completions(const std::string& line) {
   std::set<std::string> candidates;
   if (before.empty()) candidates.insert(std::begin(ownWords), std::end(ownWords));
   for (const Command& command : commands()) {
-    const std::size_t blank = command.name.find(' ');
+    const std::string group(command.group);
+    const std::string name(command.name);
+    const std::string whole = group.empty() ? name : fmt::format("{} {}", group, name);
     if (before.empty()) {
-      candidates.insert(command.name.substr(0, blank));
-    } else if (blank != std::string::npos && before == command.name.substr(0, blank)) {
-      candidates.insert(command.name.substr(blank + 1));
-    } else if (before == command.name || before.starts_with(command.name + " ")) {
+      candidates.insert(group.empty() ? name : group);
+    } else if (before == group) {
+      candidates.insert(name);
+    } else if (before == whole || before.starts_with(whole + " ")) {
       for (const Argument& argument : command.arguments) {
-        if (argument.name.starts_with("--")) candidates.insert(argument.name);
+        if (argument.name.starts_with("--")) candidates.emplace(argument.name);
         if (argument.kind == Argument::Kind::onOff) candidates.insert({"on", "off"});
       }
       candidates.insert("--json");

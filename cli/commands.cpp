@@ -1,10 +1,12 @@
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <chrono>
 #include <cstdio>
 #include <stdexcept>
+#include <string_view>
 #include <thread>
 #include <utility>
 
@@ -12,6 +14,8 @@
 #include "cli/Output.h"
 #include "cli/Replay.h"
 #include "cli/Trace.h"
+#include "client/Fields.h"
+#include "protocol/operations.h"
 
 namespace quillwork::cli {
 
@@ -42,7 +46,7 @@ void showRecord(const Session& session, const Record& record) {
 }
 
 /// A value that is neither a record nor a list.
-void showValue(const Session& session, const std::string& key, const Json& value) {
+void showValue(const Session& session, std::string_view key, const Json& value) {
   const auto text = [](const Json& json) {
     return json.dump(-1, ' ', false, Json::error_handler_t::replace);
   };
@@ -85,42 +89,77 @@ void showRectangle(const Session& session, const Rectangle& rectangle) {
   }
 }
 
-Argument integer(const std::string& name, const std::string& description,
-                 std::optional<std::string> absent = std::nullopt, double least = INT32_MIN,
-                 double most = INT32_MAX) {
-  return {name, Kind::integer, description, std::move(absent), least, most};
+constexpr Argument integer(std::string_view name, std::string_view description,
+                           std::optional<std::string_view> absent = {}, double least = INT32_MIN,
+                           double most = INT32_MAX) {
+  return {name, Kind::integer, description, absent, least, most};
 }
 
-Argument text(const std::string& name, const std::string& description,
-              std::optional<std::string> absent = std::nullopt) {
-  return {name, Kind::text, description, std::move(absent)};
+constexpr Argument text(std::string_view name, std::string_view description,
+                        std::optional<std::string_view> absent = {}) {
+  return {name, Kind::text, description, absent};
 }
 
-Argument onOff(const std::string& description) { return {"ON", Kind::onOff, description, {}}; }
-
-Argument flag(const std::string& name, const std::string& description) {
+constexpr Argument flag(std::string_view name, std::string_view description) {
   return {name, Kind::flag, description, "off"};
 }
 
-const Argument level = {
-    "LEVEL",      Kind::real, "for the reference receiver: sound 0 to 1, others -1 to 1",
-    std::nullopt, -1e9,       1e9};
-const Argument player = integer("PLAYER", "what 'media open' gave");
-const Argument service = integer("SERVICE", "the service; the current one without it", "-1");
+constexpr Argument level = {
+    "LEVEL", Kind::real, "for the reference receiver: sound 0 to 1, others -1 to 1", {}, -1e9, 1e9};
+constexpr Argument onOff = {"ON", Kind::onOff, "on or off", {}};
+constexpr Argument player = integer("PLAYER", "what 'media open' gave");
 
-std::vector<Argument> bounds() {
-  return {integer("X", "left edge, in pixels"), integer("Y", "upper edge"),
-          integer("WIDTH", "width"), integer("HEIGHT", "height")};
+constexpr Argument leftEdge = integer("X", "left edge, in pixels");
+constexpr Argument upperEdge = integer("Y", "upper edge");
+constexpr Argument width = integer("WIDTH", "width");
+constexpr Argument height = integer("HEIGHT", "height");
+
+/// The types of all rows of an operation, in words: "9 to 16" or "3 or 5".
+class TypesInWords {
+ public:
+  constexpr explicit TypesInWords(std::string_view operation) {
+    for (const operations::Request& row : operations::requests) {
+      if (row.name != operation) continue;
+      if (size_ > 0) add(" or ");
+      add(row.types.first);
+      if (row.types.last == row.types.first) continue;
+      add(" to ");
+      add(row.types.last);
+    }
+  }
+  [[nodiscard]] constexpr std::string_view text() const { return {text_.data(), size_}; }
+
+ private:
+  constexpr void add(std::string_view text) {
+    for (const char character : text) text_[size_++] = character;
+  }
+  constexpr void add(std::int32_t number) {
+    if (number >= 10) add(number / 10);
+    text_[size_++] = static_cast<char>('0' + number % 10);
+  }
+
+  std::array<char, 32> text_{};
+  std::size_t size_ = 0;
+};
+template <operations::Name operation>
+constexpr TypesInWords typesInWords{operation};
+
+/// An argument that says which of the operation's types is meant.
+template <operations::Name operation>
+constexpr Argument oneOfTypes(std::string_view name) {
+  double least = INT32_MAX;
+  double most = INT32_MIN;
+  for (const operations::Request& row : operations::requests) {
+    if (row.name != std::string_view(operation)) continue;
+    least = std::min<double>(least, row.types.first);
+    most = std::max<double>(most, row.types.last);
+  }
+  return integer(name, typesInWords<operation>.text(), {}, least, most);
 }
 
 Rectangle rectangle(const Values& values) {
   return {values.integer("X"), values.integer("Y"), values.integer("WIDTH"),
           values.integer("HEIGHT")};
-}
-
-std::vector<Argument> playerAnd(std::vector<Argument> others) {
-  others.insert(others.begin(), player);
-  return others;
 }
 
 /// "42 ff" or "42ff" as bytes.
@@ -166,17 +205,54 @@ struct Filter {
   }
 };
 
+/// What a section must have, as the options say it: where one is not given, nothing.
+struct Filters {
+  std::optional<Filter> positive;
+  std::optional<Filter> greater;
+  std::optional<Filter> less;
+  std::optional<Filter> exclusive;
+
+  explicit Filters(const Values& values)
+      : positive(read(values, "--filter")),
+        greater(read(values, "--greater")),
+        less(read(values, "--less")),
+        exclusive(read(values, "--xor")) {}
+
+  void set(SectionFilterChannel& channel) const {
+    if (positive) {
+      channel.set_positive_filter(positive->offset, positive->vectors[0], positive->vectors[1]);
+    }
+    if (greater) {
+      channel.set_greater_than_filter(greater->offset, greater->vectors[0], greater->vectors[1]);
+    }
+    if (less) channel.set_less_than_filter(less->offset, less->vectors[0], less->vectors[1]);
+    if (exclusive) {
+      channel.set_xor_filter(exclusive->offset, exclusive->vectors[0], exclusive->vectors[1],
+                             exclusive->vectors[2]);
+    }
+  }
+
+ private:
+  static std::optional<Filter> read(const Values& values, const std::string& option) {
+    const std::string& written = values.text(option);
+    return written.empty() ? std::optional<Filter>() : Filter(option, written);
+  }
+};
+
+void showSection(const Session& session, const std::vector<std::uint8_t>& bytes) {
+  if (session.settings().json) {
+    fmt::print("{}\n", Json{{"size", bytes.size()}, {"section", hex(bytes)}}.dump());
+  } else {
+    fmt::print("section of {} bytes\n", bytes.size());
+    printSection(bytes);
+  }
+  std::fflush(stdout);
+}
+
 void readSections(Session& session, const Values& values) {
   const int pid = values.integer("--pid");
   const int timeOut = values.integer("--timeout");
-  const auto filter = [&](const std::string& option) {
-    return values.text(option).empty() ? std::optional<Filter>()
-                                       : Filter(option, values.text(option));
-  };
-  const auto positive = filter("--filter");
-  const auto greater = filter("--greater");
-  const auto less = filter("--less");
-  const auto exclusive = filter("--xor");
+  const Filters filters(values);
   SectionFilterChannel& channel = session.sections();
   channel.stop();
   channel.set_pid(pid);
@@ -185,17 +261,7 @@ void readSections(Session& session, const Values& values) {
   channel.clear_less_than_filter();
   channel.clear_xor_filter();
   if (values.integer("--table-id") >= 0) channel.set_table_id(values.integer("--table-id"));
-  if (positive) {
-    channel.set_positive_filter(positive->offset, positive->vectors[0], positive->vectors[1]);
-  }
-  if (greater) {
-    channel.set_greater_than_filter(greater->offset, greater->vectors[0], greater->vectors[1]);
-  }
-  if (less) channel.set_less_than_filter(less->offset, less->vectors[0], less->vectors[1]);
-  if (exclusive) {
-    channel.set_xor_filter(exclusive->offset, exclusive->vectors[0], exclusive->vectors[1],
-                           exclusive->vectors[2]);
-  }
+  filters.set(channel);
   channel.set_time_out(timeOut);
   channel.start();
   for (int left = values.integer("--count"); left > 0; --left) {
@@ -203,13 +269,7 @@ void readSections(Session& session, const Values& values) {
     if (bytes.empty()) {
       throw Refusal(fmt::format("no section on PID {} within {} ms", pid, timeOut));
     }
-    if (session.settings().json) {
-      fmt::print("{}\n", Json{{"size", bytes.size()}, {"section", hex(bytes)}}.dump());
-    } else {
-      fmt::print("section of {} bytes\n", bytes.size());
-      printSection(bytes);
-    }
-    std::fflush(stdout);
+    showSection(session, bytes);
   }
   channel.stop();
 }
@@ -318,106 +378,6 @@ void listEvents(Session& session, const Values& values) {
   show(session, all);
 }
 
-std::vector<Command> serviceInformation() {
-  return {
-      {"services",
-       "list the services",
-       {},
-       [](Session& session, const Values&) { show(session, session.control().getServices()); }},
-      {"current-service",
-       "show the current service",
-       {},
-       [](Session& session, const Values&) {
-         showValue(session, "service", session.control().getCurrentService());
-       }},
-      {"description",
-       "show the description of the current service",
-       {},
-       [](Session& session, const Values&) {
-         showValue(session, "description", session.control().getServiceDescription());
-       }},
-      {"protected",
-       "tell whether the current service is protected",
-       {},
-       [](Session& session, const Values&) {
-         showValue(session, "protected", session.control().isProtectedService());
-       }},
-      {"events",
-       "list the events",
-       {integer("--service", "only the events of this service", "-1"),
-        flag("--present-following", "only the present and following ones")},
-       listEvents},
-      {"event",
-       "show the present event of the current service",
-       {},
-       [](Session& session, const Values&) {
-         showRecord(session, session.control().getProgramEvent());
-       }},
-      {"components",
-       "list the components of a service",
-       {service},
-       [](Session& session, const Values& values) {
-         show(session, session.control().getServiceComponents(values.integer("SERVICE")));
-       }},
-      {"pmts",
-       "list the program maps",
-       {integer("PROGRAM", "only the map of this program", "-1")},
-       [](Session& session, const Values& values) {
-         show(session, session.control().getPMTs(values.integer("PROGRAM")));
-       }},
-      {"network",
-       "show the network",
-       {},
-       [](Session& session, const Values&) {
-         showRecord(session, session.control().getNetwork());
-       }},
-      {"transport-stream",
-       "show the transport stream",
-       {},
-       [](Session& session, const Values&) {
-         showRecord(session, session.control().getTransportStream());
-       }},
-      {"ca-systems",
-       "list the conditional-access systems",
-       {},
-       [](Session& session, const Values&) {
-         showIdentifiers(session, session.control().getCASystemIds(), true);
-       }},
-      {"coding-format",
-       "show the coding of the texts",
-       {},
-       [](Session& session, const Values&) {
-         showValue(session, "coding_format", session.control().getSICodingFormat());
-       }},
-      {"descriptors event",
-       "list the descriptors of an event",
-       {integer("SERVICE", "the event's service"), integer("EVENT", "the event's identifier")},
-       [](Session& session, const Values& values) {
-         show(session, session.control().getProgramEventDescriptors(values.integer("SERVICE"),
-                                                                    values.integer("EVENT")));
-       }},
-      {"descriptors component",
-       "list the descriptors of a component",
-       {integer("COMPONENT", "the component, for the reference receiver its PID")},
-       [](Session& session, const Values& values) {
-         show(session,
-              session.control().getServiceComponentDescriptors(values.integer("COMPONENT")));
-       }},
-      {"descriptors transport-stream",
-       "list the descriptors of a transport stream",
-       {integer("STREAM", "its identifier; the current one without it", "-1")},
-       [](Session& session, const Values& values) {
-         show(session, session.control().getTransportStreamDescriptors(values.integer("STREAM")));
-       }},
-      {"descriptors network",
-       "list the descriptors of the network",
-       {},
-       [](Session& session, const Values&) {
-         show(session, session.control().getNetworkDescriptors());
-       }},
-  };
-}
-
 void trace(Session& session, const Values& values) {
   const std::string& record = values.text("--record");
   const std::string& read = values.text("--read");
@@ -435,265 +395,245 @@ void trace(Session& session, const Values& values) {
   Trace(session.settings().json, record).stand();
 }
 
-std::vector<Command> receiverCommands() {
-  return {
-      {"tuned",
-       "show the transport stream that is tuned to",
-       {},
-       [](Session& session, const Values&) {
-         showValue(session, "transport_stream", session.control().getCurrentTransportStreamID());
-       }},
-      {"ids",
-       "list identifiers of the tuner",
-       {integer("KIND", "which identifiers: 1, 2, 3 or 4", std::nullopt, 1, 4),
-        integer("KEY", "the key that the kinds 1, 3 and 4 need", "0")},
-       [](Session& session, const Values& values) {
-         showIdentifiers(session,
-                         session.control().getAllIDs(values.integer("KIND"), values.integer("KEY")),
-                         false);
-       }},
-      {"property",
-       "list, show or change properties",
-       {text("NAME", "the property; all of them without it", ""),
-        {"--set", Kind::text, "give it this value, also an empty one", ""},
-        flag("--remove", "remove it")},
-       changeProperty},
-      {"version",
-       "tell whether a version flag is set",
-       {integer("FLAG", "the flag")},
-       [](Session& session, const Values& values) {
-         showValue(session, "set", session.control().checkVersionFlag(values.integer("FLAG")));
-       }},
-      {"section",
-       "read sections through the section filter",
-       {integer("--pid", "PID, 0 to 8191", std::nullopt, 0, 8191),
-        integer("--table-id", "table id, 0 to 255; any without it", "-1", -1, 255),
-        text("--filter", "[OFFSET:]VALUE[/MASK] in hexadecimal: bytes that the section must have",
-             ""),
-        text("--greater", "the same: the section's bytes must be greater, as a number", ""),
-        text("--less", "the same: the section's bytes must be less, as a number", ""),
-        text("--xor",
-             "[OFFSET:]VALUE[/MASK[/DIFFERENT]]: equal outside of DIFFERENT, not equal inside", ""),
-        integer("--timeout", "milliseconds to wait for a section", "5000", 0, 3'600'000),
-        integer("--count", "how many sections", "1", 1, 1'000'000)},
-       readSections},
-      {"mount",
-       "mount a carousel and show its directory",
-       {text("LOCATOR", "for the reference receiver: dvb://[ONID].[TSID].SID[.TAG], hexadecimal"),
-        integer("--wait", "wait until so many downloads are complete", "0", 0),
-        integer("--timeout", "milliseconds to wait for each; without it for ever", "-1", -1)},
-       mountAndWait},
-      {"umount",
-       "unmount a carousel",
-       {text("LOCATOR", "what it was mounted with")},
-       [](Session& session, const Values& values) {
-         session.control().umountCarousel(values.text("LOCATOR"));
-       }},
-      {"trace",
-       "stand between the library and its clients, and print what they say, a line a record",
-       {text("--record", "keep it in this file, too", ""),
-        text("--read", "print what this file has kept, and end", ""),
-        text("--replay", "stand in the library's place and answer as this file has it", "")},
-       trace},
-      {"watch",
-       "print notifications as they come, complete downloads among them",
-       {integer("--count", "end after so many", "2147483647", 1),
-        integer("--timeout", "end when none has come for so many milliseconds", "-1", -1),
-        text("--answer", "what an application state is answered with: yes or no", "yes")},
-       watch},
-  };
+/// What was given for an argument, as the type that a client's operation wants.
+struct Given {
+  const Values& values;
+  std::string_view name;
+
+  operator std::int32_t() const { return values.integer(name); }
+  operator double() const { return values.real(name); }
+  operator bool() const { return values.isOn(name); }
+  operator const std::string&() const { return values.text(name); }
+};
+
+// Functions for the rows: a client's operation, and the arguments that it is called with.
+
+template <auto operation, operations::Name... arguments>
+auto call(Session& session, const Values& values) {
+  return (session.control().*operation)(Given{values, arguments}...);
 }
 
-std::vector<Command> videoCommands() {
-  std::vector<Command> list = {
-      {"video bounds",
-       "show the main video's bounds",
-       {},
-       [](Session& session, const Values&) {
-         showRectangle(session, session.control().getMainVideoBounds());
-       }},
-      {"video set-bounds", "set the main video's bounds", bounds(),
-       [](Session& session, const Values& values) {
-         session.control().setVideoBounds(rectangle(values));
-       }},
-      {"video reset",
-       "do what the receiver does when its client goes away",
-       {},
-       [](Session& session, const Values&) { session.control().videoPropertyAction(); }},
-      {"video language",
-       "show a language of the main video",
-       {integer("WHICH", "3 or 5", std::nullopt, 3, 5)},
-       [](Session& session, const Values& values) {
-         showValue(session, "language",
-                   session.control().getVideoLanguage(values.integer("WHICH")));
-       }},
-      {"video languages",
-       "list the languages of the main video",
-       {},
-       [](Session& session, const Values&) {
-         showTexts(session, session.control().getVideoLanguages());
-       }},
-      {"video select-language",
-       "select the language of the main video",
-       {text("LANGUAGE", "one of 'video languages'")},
-       [](Session& session, const Values& values) {
-         session.control().selectVideoLanguage(values.text("LANGUAGE"));
-       }},
-      {"video freeze",
-       "stop the main video's picture, or let it go on",
-       {onOff("on or off")},
-       [](Session& session, const Values& values) {
-         session.control().setVideoFreeze(values.isOn("ON"));
-       }},
-      {"video option",
-       "set the main video's option",
-       {onOff("on or off")},
-       [](Session& session, const Values& values) {
-         session.control().setVideoOption(values.isOn("ON"));
-       }},
-      {"video property",
-       "show a property of the main video",
-       {integer("NUMBER", "9 to 16", std::nullopt, 9, 16)},
-       [](Session& session, const Values& values) {
-         showValue(session, "value", session.control().getVideoProperty(values.integer("NUMBER")));
-       }},
-      {"video region", "set the region of the graphics", bounds(),
-       [](Session& session, const Values& values) {
-         session.control().updateGraphicsRegion(rectangle(values));
-       }},
-      {"video mute",
-       "turn the sound off, or on again",
-       {onOff("on or off")},
-       [](Session& session, const Values& values) {
-         session.control().setVideoMute(values.isOn("ON"));
-       }},
-  };
-  const std::pair<const char*, int> levels[] = {
-      {"sound", 0}, {"balance", 1}, {"bass", 2}, {"treble", 3}};
-  for (const auto& [name, selector] : levels) {
-    list.push_back({fmt::format("video {}", name),
-                    fmt::format("set the {} level", name),
-                    {level},
-                    [selector = selector](Session& session, const Values& values) {
-                      session.control().setVideoAudio(selector, values.real("LEVEL"));
-                    }});
-  }
-  return list;
+template <auto operation, operations::Name... arguments>
+void tell(Session& session, const Values& values) {
+  call<operation, arguments...>(session, values);
 }
 
-std::vector<Command> mediaCommands() {
-  using Level = void (ControlChannel::*)(std::int32_t, double);
-  std::vector<Command> list = {
-      {"media open",
-       "open a media player and show its number",
-       {text("LOCATOR", "for the reference receiver: a file, or dvb://[ONID].[TSID].SID")},
-       [](Session& session, const Values& values) {
-         const OpenedMedia media = session.control().open(values.text("LOCATOR"));
-         if (!media.opened) throw Refusal("'" + values.text("LOCATOR") + "' cannot be opened");
-         showValue(session, "player", media.player);
-       }},
-      {"media listen",
-       "ask to be told of a player's end",
-       {player},
-       [](Session& session, const Values& values) {
-         session.control().addMediaListener(values.integer("PLAYER"));
-       }},
-      {"media play",
-       "let a player play",
-       {player},
-       [](Session& session, const Values& values) {
-         showValue(session, "playing", session.control().play(values.integer("PLAYER")));
-       }},
-      {"media stop",
-       "stop a player",
-       {player},
-       [](Session& session, const Values& values) {
-         session.control().stop(values.integer("PLAYER"));
-       }},
-      {"media close",
-       "close a player",
-       {player},
-       [](Session& session, const Values& values) {
-         session.control().close(values.integer("PLAYER"));
-       }},
-      {"media duration",
-       "show how long a player's medium is",
-       {player},
-       [](Session& session, const Values& values) {
-         showValue(session, "duration", session.control().getDuration(values.integer("PLAYER")));
-       }},
-      {"media time",
-       "show where a player is",
-       {player},
-       [](Session& session, const Values& values) {
-         showValue(session, "time", session.control().getCurrentTime(values.integer("PLAYER")));
-       }},
-      {"media seek", "set where a player is",
-       playerAnd(
-           {integer("TIME", "milliseconds from the beginning"),
-            integer("MODE", "for the reference receiver: 0 exact, 1 nearest key picture", "0")}),
-       [](Session& session, const Values& values) {
-         showValue(session, "time",
-                   session.control().setCurrentTime(
-                       values.integer("PLAYER"), values.integer("TIME"), values.integer("MODE")));
-       }},
-      {"media bounds",
-       "show a player's bounds",
-       {player},
-       [](Session& session, const Values& values) {
-         showRectangle(session, session.control().getMediaBounds(values.integer("PLAYER")));
-       }},
-      {"media set-bounds", "set a player's bounds", playerAnd(bounds()),
-       [](Session& session, const Values& values) {
-         showValue(session, "result",
-                   session.control().setMediaBounds(values.integer("PLAYER"), rectangle(values)));
-       }},
-      {"media freeze", "stop a player's picture, or let it go on", playerAnd({onOff("on or off")}),
-       [](Session& session, const Values& values) {
-         session.control().setMediaFreeze(values.integer("PLAYER"), values.isOn("ON"));
-       }},
-      {"media mute", "turn a player's sound off, or on again", playerAnd({onOff("on or off")}),
-       [](Session& session, const Values& values) {
-         session.control().setMediaMute(values.integer("PLAYER"), values.isOn("ON"));
-       }},
-      {"media run",
-       "open, play to the end and close",
-       {text("LOCATOR", "as for 'media open'"),
-        integer("--timeout", "milliseconds to wait; without it for ever", "-1", -1)},
-       playToTheEnd},
-  };
-  const std::pair<const char*, Level> levels[] = {
-      {"sound", &ControlChannel::setMediaSoundLevel},
-      {"balance", &ControlChannel::setMediaBalanceLevel},
-      {"bass", &ControlChannel::setMediaBassLevel},
-      {"treble", &ControlChannel::setMediaTrebleLevel}};
-  for (const auto& [name, set] : levels) {
-    list.push_back({fmt::format("media {}", name), fmt::format("set a player's {} level", name),
-                    playerAnd({level}), [set = set](Session& session, const Values& values) {
-                      (session.control().*set)(values.integer("PLAYER"), values.real("LEVEL"));
-                    }});
-  }
-  return list;
+template <operations::Name key, auto operation, operations::Name... arguments>
+void showAnswer(Session& session, const Values& values) {
+  showValue(session, key, call<operation, arguments...>(session, values));
 }
+
+template <auto operation>
+void showRecordOf(Session& session, const Values& values) {
+  showRecord(session, call<operation>(session, values));
+}
+
+template <auto operation, operations::Name... arguments>
+void showList(Session& session, const Values& values) {
+  show(session, call<operation, arguments...>(session, values));
+}
+
+void listCASystems(Session& session, const Values&) {
+  showIdentifiers(session, session.control().getCASystemIds(), true);
+}
+
+void listIdentifiers(Session& session, const Values& values) {
+  showIdentifiers(session, call<&ControlChannel::getAllIDs, "KIND", "KEY">(session, values), false);
+}
+
+void listVideoLanguages(Session& session, const Values&) {
+  showTexts(session, session.control().getVideoLanguages());
+}
+
+template <auto operation>
+void setRectangle(Session& session, const Values& values) {
+  (session.control().*operation)(rectangle(values));
+}
+
+void showVideoBounds(Session& session, const Values&) {
+  showRectangle(session, session.control().getMainVideoBounds());
+}
+
+void showMediaBounds(Session& session, const Values& values) {
+  showRectangle(session, session.control().getMediaBounds(values.integer("PLAYER")));
+}
+
+void setMediaBounds(Session& session, const Values& values) {
+  showValue(session, "result",
+            session.control().setMediaBounds(values.integer("PLAYER"), rectangle(values)));
+}
+
+/// A level of the main video's sound: the row's type is the operation's selector.
+template <operations::Name row>
+void setVideoLevel(Session& session, const Values& values) {
+  session.control().setVideoAudio(rowOf<row>.types.first, values.real("LEVEL"));
+}
+
+void openMedia(Session& session, const Values& values) {
+  const OpenedMedia media = session.control().open(values.text("LOCATOR"));
+  if (!media.opened) throw Refusal("'" + values.text("LOCATOR") + "' cannot be opened");
+  showValue(session, "player", media.player);
+}
+
+// clang-format off
+
+/// In the order of the help.
+constexpr Command all[] = {
+    {"", "services", "list the services", {}, showList<&ControlChannel::getServices>},
+    {"", "current-service", "show the current service", {},
+     showAnswer<"service", &ControlChannel::getCurrentService>},
+    {"", "description", "show the description of the current service", {},
+     showAnswer<"description", &ControlChannel::getServiceDescription>},
+    {"", "protected", "tell whether the current service is protected", {},
+     showAnswer<"protected", &ControlChannel::isProtectedService>},
+    {"", "events", "list the events",
+     {integer("--service", "only the events of this service", "-1"),
+      flag("--present-following", "only the present and following ones")},
+     listEvents},
+    {"", "event", "show the present event of the current service", {},
+     showRecordOf<&ControlChannel::getProgramEvent>},
+    {"", "components", "list the components of a service",
+     {integer("SERVICE", "the service; the current one without it", "-1")},
+     showList<&ControlChannel::getServiceComponents, "SERVICE">},
+    {"", "pmts", "list the program maps",
+     {integer("PROGRAM", "only the map of this program", "-1")},
+     showList<&ControlChannel::getPMTs, "PROGRAM">},
+    {"", "network", "show the network", {}, showRecordOf<&ControlChannel::getNetwork>},
+    {"", "transport-stream", "show the transport stream", {},
+     showRecordOf<&ControlChannel::getTransportStream>},
+    {"", "ca-systems", "list the conditional-access systems", {}, listCASystems},
+    {"", "coding-format", "show the coding of the texts", {},
+     showAnswer<"coding_format", &ControlChannel::getSICodingFormat>},
+    {"descriptors", "event", "list the descriptors of an event",
+     {integer("SERVICE", "the event's service"), integer("EVENT", "the event's identifier")},
+     showList<&ControlChannel::getProgramEventDescriptors, "SERVICE", "EVENT">},
+    {"descriptors", "component", "list the descriptors of a component",
+     {integer("COMPONENT", "the component, for the reference receiver its PID")},
+     showList<&ControlChannel::getServiceComponentDescriptors, "COMPONENT">},
+    {"descriptors", "transport-stream", "list the descriptors of a transport stream",
+     {integer("STREAM", "its identifier; the current one without it", "-1")},
+     showList<&ControlChannel::getTransportStreamDescriptors, "STREAM">},
+    {"descriptors", "network", "list the descriptors of the network", {},
+     showList<&ControlChannel::getNetworkDescriptors>},
+
+    {"", "tuned", "show the transport stream that is tuned to", {},
+     showAnswer<"transport_stream", &ControlChannel::getCurrentTransportStreamID>},
+    {"", "ids", "list identifiers of the tuner",
+     {integer("KIND", "which identifiers: 1, 2, 3 or 4", {}, 1, 4),
+      integer("KEY", "the key that the kinds 1, 3 and 4 need", "0")},
+     listIdentifiers},
+    {"", "property", "list, show or change properties",
+     {text("NAME", "the property; all of them without it", ""),
+      text("--set", "give it this value, also an empty one", ""), flag("--remove", "remove it")},
+     changeProperty},
+    {"", "version", "tell whether a version flag is set", {integer("FLAG", "the flag")},
+     showAnswer<"set", &ControlChannel::checkVersionFlag, "FLAG">},
+    {"", "section", "read sections through the section filter",
+     {integer("--pid", "PID, 0 to 8191", {}, 0, 8191),
+      integer("--table-id", "table id, 0 to 255; any without it", "-1", -1, 255),
+      text("--filter", "[OFFSET:]VALUE[/MASK] in hexadecimal: bytes that the section must have",
+           ""),
+      text("--greater", "the same: the section's bytes must be greater, as a number", ""),
+      text("--less", "the same: the section's bytes must be less, as a number", ""),
+      text("--xor",
+           "[OFFSET:]VALUE[/MASK[/DIFFERENT]]: equal outside of DIFFERENT, not equal inside", ""),
+      integer("--timeout", "milliseconds to wait for a section", "5000", 0, 3'600'000),
+      integer("--count", "how many sections", "1", 1, 1'000'000)},
+     readSections},
+    {"", "mount", "mount a carousel and show its directory",
+     {text("LOCATOR", "for the reference receiver: dvb://[ONID].[TSID].SID[.TAG], hexadecimal"),
+      integer("--wait", "wait until so many downloads are complete", "0", 0),
+      integer("--timeout", "milliseconds to wait for each; without it for ever", "-1", -1)},
+     mountAndWait},
+    {"", "umount", "unmount a carousel", {text("LOCATOR", "what it was mounted with")},
+     tell<&ControlChannel::umountCarousel, "LOCATOR">},
+    {"", "trace", "stand between the library and its clients, and print what they say, a line a record",
+     {text("--record", "keep it in this file, too", ""),
+      text("--read", "print what this file has kept, and end", ""),
+      text("--replay", "stand in the library's place and answer as this file has it", "")},
+     trace},
+    {"", "watch", "print notifications as they come, complete downloads among them",
+     {integer("--count", "end after so many", "2147483647", 1),
+      integer("--timeout", "end when none has come for so many milliseconds", "-1", -1),
+      text("--answer", "what an application state is answered with: yes or no", "yes")},
+     watch},
+
+    {"video", "bounds", "show the main video's bounds", {}, showVideoBounds},
+    {"video", "set-bounds", "set the main video's bounds", {leftEdge, upperEdge, width, height},
+     setRectangle<&ControlChannel::setVideoBounds>},
+    {"video", "reset", "do what the receiver does when its client goes away", {},
+     tell<&ControlChannel::videoPropertyAction>},
+    {"video", "language", "show a language of the main video",
+     {oneOfTypes<"getVideoLanguage">("WHICH")},
+     showAnswer<"language", &ControlChannel::getVideoLanguage, "WHICH">},
+    {"video", "languages", "list the languages of the main video", {}, listVideoLanguages},
+    {"video", "select-language", "select the language of the main video",
+     {text("LANGUAGE", "one of 'video languages'")},
+     tell<&ControlChannel::selectVideoLanguage, "LANGUAGE">},
+    {"video", "freeze", "stop the main video's picture, or let it go on", {onOff},
+     tell<&ControlChannel::setVideoFreeze, "ON">},
+    {"video", "option", "set the main video's option", {onOff},
+     tell<&ControlChannel::setVideoOption, "ON">},
+    {"video", "property", "show a property of the main video",
+     {oneOfTypes<"getVideoProperty">("NUMBER")},
+     showAnswer<"value", &ControlChannel::getVideoProperty, "NUMBER">},
+    {"video", "region", "set the region of the graphics", {leftEdge, upperEdge, width, height},
+     setRectangle<&ControlChannel::updateGraphicsRegion>},
+    {"video", "mute", "turn the sound off, or on again", {onOff},
+     tell<&ControlChannel::setVideoMute, "ON">},
+    {"video", "sound", "set the sound level", {level}, setVideoLevel<"setVideoSoundLevel">},
+    {"video", "balance", "set the balance level", {level}, setVideoLevel<"setVideoBalanceLevel">},
+    {"video", "bass", "set the bass level", {level}, setVideoLevel<"setVideoBassLevel">},
+    {"video", "treble", "set the treble level", {level}, setVideoLevel<"setVideoTrebleLevel">},
+
+    {"media", "open", "open a media player and show its number",
+     {text("LOCATOR", "for the reference receiver: a file, or dvb://[ONID].[TSID].SID")},
+     openMedia},
+    {"media", "listen", "ask to be told of a player's end", {player},
+     tell<&ControlChannel::addMediaListener, "PLAYER">},
+    {"media", "play", "let a player play", {player},
+     showAnswer<"playing", &ControlChannel::play, "PLAYER">},
+    {"media", "stop", "stop a player", {player}, tell<&ControlChannel::stop, "PLAYER">},
+    {"media", "close", "close a player", {player}, tell<&ControlChannel::close, "PLAYER">},
+    {"media", "duration", "show how long a player's medium is", {player},
+     showAnswer<"duration", &ControlChannel::getDuration, "PLAYER">},
+    {"media", "time", "show where a player is", {player},
+     showAnswer<"time", &ControlChannel::getCurrentTime, "PLAYER">},
+    {"media", "seek", "set where a player is",
+     {player, integer("TIME", "milliseconds from the beginning"),
+      integer("MODE", "for the reference receiver: 0 exact, 1 nearest key picture", "0")},
+     showAnswer<"time", &ControlChannel::setCurrentTime, "PLAYER", "TIME", "MODE">},
+    {"media", "bounds", "show a player's bounds", {player}, showMediaBounds},
+    {"media", "set-bounds", "set a player's bounds", {player, leftEdge, upperEdge, width, height},
+     setMediaBounds},
+    {"media", "freeze", "stop a player's picture, or let it go on", {player, onOff},
+     tell<&ControlChannel::setMediaFreeze, "PLAYER", "ON">},
+    {"media", "mute", "turn a player's sound off, or on again", {player, onOff},
+     tell<&ControlChannel::setMediaMute, "PLAYER", "ON">},
+    {"media", "run", "open, play to the end and close",
+     {text("LOCATOR", "as for 'media open'"),
+      integer("--timeout", "milliseconds to wait; without it for ever", "-1", -1)},
+     playToTheEnd},
+    {"media", "sound", "set a player's sound level", {player, level},
+     tell<&ControlChannel::setMediaSoundLevel, "PLAYER", "LEVEL">},
+    {"media", "balance", "set a player's balance level", {player, level},
+     tell<&ControlChannel::setMediaBalanceLevel, "PLAYER", "LEVEL">},
+    {"media", "bass", "set a player's bass level", {player, level},
+     tell<&ControlChannel::setMediaBassLevel, "PLAYER", "LEVEL">},
+    {"media", "treble", "set a player's treble level", {player, level},
+     tell<&ControlChannel::setMediaTrebleLevel, "PLAYER", "LEVEL">},
+};
+
+// clang-format on
 
 }  // namespace
 
-std::int32_t Values::integer(const std::string& name) const {
+std::int32_t Values::integer(std::string_view name) const {
   return static_cast<std::int32_t>(std::stol(text(name)));
 }
 
-double Values::real(const std::string& name) const { return std::stod(text(name)); }
+double Values::real(std::string_view name) const { return std::stod(text(name)); }
 
-const std::vector<Command>& commands() {
-  static const std::vector<Command> all = [] {
-    std::vector<Command> list;
-    for (auto&& part :
-         {serviceInformation(), receiverCommands(), videoCommands(), mediaCommands()}) {
-      list.insert(list.end(), part.begin(), part.end());
-    }
-    return list;
-  }();
-  return all;
-}
+std::span<const Command> commands() { return all; }
 
 }  // namespace quillwork::cli

@@ -44,7 +44,7 @@ class CommandLine {
     std::unique_ptr<std::string> text = std::make_unique<std::string>();
   };
 
-  CLI::App& parentOf(const std::string& name);
+  CLI::App& parentOf(const Command& command);
   void add(const Command& command);
   static void check(const Argument& argument, CLI::Option& option);
   void choose(const Command& command, const std::vector<Written>& written);
@@ -74,34 +74,32 @@ CommandLine::CommandLine(Session::Settings& settings, bool isInShell) {
   for (const Command& command : commands()) add(command);
 }
 
-/// The application, or the command that the first of two words is.
-CLI::App& CommandLine::parentOf(const std::string& name) {
-  const std::size_t blank = name.find(' ');
-  if (blank == std::string::npos) return application_;
-  const std::string first = name.substr(0, blank);
+/// The application, or the command that the command's group is.
+CLI::App& CommandLine::parentOf(const Command& command) {
+  if (command.group.empty()) return application_;
   const auto known = application_.get_subcommands(
-      [&](const CLI::App* candidate) { return candidate->get_name() == first; });
+      [&](const CLI::App* candidate) { return candidate->get_name() == command.group; });
   if (!known.empty()) return *known.front();
-  CLI::App* const parent = application_.add_subcommand(first, "commands of this kind");
+  CLI::App* const parent =
+      application_.add_subcommand(std::string(command.group), "commands of this kind");
   parent->require_subcommand(1);
   parent->fallthrough();
   return *parent;
 }
 
 void CommandLine::add(const Command& command) {
-  CLI::App& parent = parentOf(command.name);
-  const std::size_t blank = command.name.find(' ');
-  CLI::App* const added = parent.add_subcommand(
-      blank == std::string::npos ? command.name : command.name.substr(blank + 1),
-      command.description);
+  CLI::App* const added =
+      parentOf(command).add_subcommand(std::string(command.name), std::string(command.description));
   added->fallthrough();
   auto written = std::make_shared<std::vector<Written>>();
   for (const Argument& argument : command.arguments) {
     Written entry{&argument, nullptr};
+    const std::string name(argument.name);
+    const std::string description(argument.description);
     if (argument.kind == Argument::Kind::flag) {
-      entry.option = added->add_flag(argument.name + "{on}", *entry.text, argument.description);
+      entry.option = added->add_flag(name + "{on}", *entry.text, description);
     } else {
-      entry.option = added->add_option(argument.name, *entry.text, argument.description);
+      entry.option = added->add_option(name, *entry.text, description);
       check(argument, *entry.option);
       if (!argument.absent) entry.option->required();
     }
@@ -141,7 +139,7 @@ void CommandLine::choose(const Command& command, const std::vector<Written>& wri
     if (isGiven) {
       values_.set(argument.name, *entry.text);
     } else if (argument.absent && !(isOptional && argument.name == "--set")) {
-      values_.set(argument.name, *argument.absent);
+      values_.set(argument.name, std::string(*argument.absent));
     }
   }
 }

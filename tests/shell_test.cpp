@@ -150,9 +150,9 @@ TEST(Completion, KnowsCommandsTheirSecondWordsAndOptions) {
 }
 
 TEST(CommandTable, HasNoNameTwiceAndExplainsEverything) {
-  std::set<std::string> names;
+  std::set<std::pair<std::string_view, std::string_view>> names;
   for (const Command& command : commands()) {
-    EXPECT_TRUE(names.insert(command.name).second) << command.name;
+    EXPECT_TRUE(names.insert({command.group, command.name}).second) << command.name;
     EXPECT_FALSE(command.description.empty()) << command.name;
     for (const Argument& argument : command.arguments) {
       EXPECT_FALSE(argument.description.empty()) << command.name << ' ' << argument.name;
