@@ -1,0 +1,161 @@
+// The commands of the command line against the protocol's table: together they ask every request of
+// both channels, so that a row without its operation and command is noticed.
+
+#include <gtest/gtest.h>
+
+#include <mutex>
+#include <set>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "cli/Command.h"
+#include "ipc/IpcDemuxServer.h"
+#include "ipc/IpcListener.h"
+#include "ipc/IpcServer.h"
+#include "protocol/operations.h"
+#include "support/DemuxRecorder.h"
+#include "support/RawClient.h"
+#include "support/StandardStreams.h"
+
+namespace {
+
+using namespace quillwork::cli;
+using quillwork::message;
+using quillwork::operations::Reply;
+using quillwork::operations::Request;
+using Names = std::set<std::string, std::less<>>;
+
+/// Answers each request in the form that its row has: with the request itself or an empty list.
+class Answerer : public quillwork::IpcListener {
+ public:
+  Answerer() { server_.start(); }
+
+  void update(message& record) override {
+    const Request* const row = rowFor(quillwork::operations::requests, record.group, record.type);
+    if (row == nullptr) return;
+    {
+      const std::lock_guard lock(mutex_);
+      names_.insert(row->name);
+    }
+    if (row->reply == Reply::none) return;
+    message answer = row->reply == Reply::record ? record : request(quillwork::LIST_HEADER, 0);
+    server_.sendMessage(answer);
+  }
+  void update(std::list<message>) override {}
+  void clientConnected() override {}
+  void clientDisconnected() override {}
+
+  /// The rows that have been asked.
+  Names names() {
+    const std::lock_guard lock(mutex_);
+    return names_;
+  }
+
+ private:
+  std::mutex mutex_;
+  Names names_;
+  quillwork::IpcServer server_{this, RawClient::control,
+                               static_cast<int>(std::string_view(RawClient::control).size())};
+};
+
+/// Something that the command takes for this argument.
+std::string sample(const Argument& argument) {
+  switch (argument.kind) {
+    case Argument::Kind::integer:
+      return std::to_string(argument.least > 0 ? static_cast<int>(argument.least) : 0);
+    case Argument::Kind::real:
+      return "0";
+    case Argument::Kind::text:
+      return "00";
+    default:
+      return "on";
+  }
+}
+
+/// Without options, once with and once without the arguments that may be absent, and then with each
+/// option. Nothing waits for what does not come.
+std::vector<Values> uses(const Command& command) {
+  Values shortest;
+  for (const Argument& argument : command.arguments) {
+    if (!argument.absent || argument.name == "--timeout") {
+      shortest.set(argument.name, sample(argument));
+    } else if (argument.name != "--set") {
+      shortest.set(argument.name, std::string(*argument.absent));
+    }
+  }
+  Values longest = shortest;
+  for (const Argument& argument : command.arguments) {
+    if (!argument.name.starts_with("--")) longest.set(argument.name, sample(argument));
+  }
+  std::vector<Values> all{shortest, longest};
+  for (const Argument& argument : command.arguments) {
+    if (!argument.name.starts_with("--")) continue;
+    all.push_back(longest);
+    all.back().set(argument.name, sample(argument));
+  }
+  return all;
+}
+
+/// The operation of a call as a CallLog has it.
+std::string operationOf(const std::string& call) { return call.substr(0, call.find('(')); }
+
+template <class Rows>
+Names namesOf(const Rows& rows) {
+  Names names;
+  for (const auto& row : rows) names.insert(row.name);
+  return names;
+}
+
+class EveryRequest : public testing::Test {
+ protected:
+  EveryRequest() {
+    recorder.section = [] { return DemuxRecorder::Bytes(16); };
+    sections.setListener(&recorder);
+    sections.start();
+  }
+  ~EveryRequest() override { sections.stop(); }
+
+  void runAllCommands(Session& session) {
+    const CaughtStream output(stdout);
+    for (const Command& command : commands()) {
+      for (const Values& values : uses(command)) {
+        try {
+          command.run(session, values);
+        } catch (const Refusal&) {
+          // What no receiver opens or mounts, and a trace beside a connection.
+        }
+      }
+    }
+  }
+
+  Answerer answerer;
+  DemuxRecorder recorder;
+  quillwork::IpcDemuxServer sections;
+};
+
+TEST_F(EveryRequest, IsAskedByACommand) {
+  Session session({});
+  runAllCommands(session);
+  // The shell's own word, and a command's when the library asks.
+  session.control().answerApplicationState(true);
+  // Answered, so that everything before has been taken.
+  EXPECT_FALSE(session.control().checkVersionFlag(1));
+  Names expected = namesOf(quillwork::operations::requests);
+  // What only programs send that encode records themselves: bytes for the middleware, and selectors
+  // of its own.
+  expected.erase("setVideoProperty");
+  expected.erase("setVideoAudio");
+  EXPECT_EQ(answerer.names(), expected);
+}
+
+TEST_F(EveryRequest, OfTheSectionFilterIsAskedByACommand) {
+  Session session({});
+  session.control();
+  runAllCommands(session);
+  Names seen;
+  for (const std::string& call : recorder.log.take()) seen.insert(operationOf(call));
+  EXPECT_EQ(seen, namesOf(quillwork::operations::sectionFilterRequests));
+}
+
+}  // namespace
