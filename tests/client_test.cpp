@@ -6,12 +6,14 @@
 
 #include <cstring>
 #include <functional>
+#include <set>
 #include <thread>
 
 #include "client/ControlChannel.h"
 #include "client/SectionFilterChannel.h"
 #include "protocol/IpcServerManager.h"
 #include "protocol/message.h"
+#include "protocol/operations.h"
 #include "support/ApplicationStateWait.h"
 #include "support/AskEverything.h"
 #include "support/DemuxRecorder.h"
@@ -210,7 +212,12 @@ TEST_F(AgainstTheLibrary, NotificationsReachWhoeverWaitsForThem) {
   manager->sendDsmCCCommand({1, 2.5, 3, "short"});
   const std::string longText = std::string(1920, 'a') + std::string(1920, 'b');
   manager->sendDsmCCCommand({1, 2.5, 3, longText});
-  const auto next = [&] { return channel.waitForNotification(patience).value(); };
+  std::set<std::size_t> kinds;
+  const auto next = [&] {
+    const Notification notification = channel.waitForNotification(patience).value();
+    kinds.insert(notification.index());
+    return notification;
+  };
   EXPECT_EQ(std::get<EndOfMedia>(next()).player, 7);
   EXPECT_EQ(std::get<GraphicsSettingsChanged>(next()).second.height, 8);
   EXPECT_EQ(std::get<DownloadComplete>(next()).second, "b");
@@ -226,6 +233,7 @@ TEST_F(AgainstTheLibrary, NotificationsReachWhoeverWaitsForThem) {
   awaitApplicationStateWait();
   channel.answerApplicationState(true);
   caller.join();
+  EXPECT_EQ(kinds.size(), std::size(quillwork::operations::notifications));
 }
 
 TEST_F(AgainstTheLibrary, NotificationsBetweenTheRepliesGoToTheCallback) {
@@ -249,6 +257,14 @@ TEST_F(AgainstTheLibrary, TheSectionFiltersOperations) {
   SectionFilterChannel sections;
   askEverything(sections);
   EXPECT_EQ(recorder.log.take(), everySectionFilterCall);
+}
+
+TEST(AskEverything, AsksEveryRequestOfTheSectionFilter) {
+  ASSERT_EQ(everySectionFilterCall.size(), std::size(quillwork::operations::sectionFilterRequests));
+  for (std::size_t code = 0; code < everySectionFilterCall.size(); ++code) {
+    const std::string name = quillwork::operations::sectionFilterRequests[code].name;
+    EXPECT_EQ(everySectionFilterCall[code].substr(0, name.size() + 1), name + '(');
+  }
 }
 
 /// A server that sends what the test says, whatever it is asked.

@@ -11,6 +11,7 @@
 #include <thread>
 
 #include "ipc/IpcDemuxServer.h"
+#include "protocol/operations.h"
 #include "support/DemuxRecorder.h"
 #include "support/RawClient.h"
 #include "support/Sockets.h"
@@ -37,6 +38,7 @@ struct Request {
 };
 const std::vector<Request> requests = {
     {word(0), "start()"},
+    {word(1), "stop()"},
     {word(2) + word(17), "set_pid(17)"},
     {word(3) + word(66), "set_table_id(66)"},
     {word(4) + word(1) + vectorOf("ab") + vectorOf("c"), "set_positive_filter(1, {61 62}, {63})"},
@@ -51,6 +53,14 @@ const std::vector<Request> requests = {
     {word(12), "clear_xor_filter()"},
     {word(13), "read_section()"},
 };
+
+TEST(SectionFilterRequests, AreOnesOfEachRowInItsOrder) {
+  ASSERT_EQ(requests.size(), std::size(operations::sectionFilterRequests));
+  for (std::size_t code = 0; code < requests.size(); ++code) {
+    const std::string name = operations::sectionFilterRequests[code].name;
+    EXPECT_EQ(requests[code].call.substr(0, name.size() + 1), name + '(');
+  }
+}
 
 class HostileSectionFilter : public testing::Test {
  protected:
