@@ -2,8 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <set>
+
 #include "protocol/IpcServerManager.h"
 #include "protocol/message.h"
+#include "protocol/operations.h"
 #include "support/Golden.h"
 #include "support/GoldenListener.h"
 #include "support/Manager.h"
@@ -108,6 +111,11 @@ TEST_F(Dispatch, OtherUnknownTypesAreDroppedWithoutAWord) {
 TEST_F(Dispatch, AnEmptyRegistryAnswersWithNothing) {
   manager->removeIpcServerListener(&listener);
   RawClient client;
+  std::set<const operations::Request*> asked;
+  const auto ask = [&](const message& record) {
+    asked.insert(rowFor(operations::requests, record.group, record.type));
+    return client.ask(record);
+  };
   for (const auto& [group, type] : std::initializer_list<std::pair<int, int>>{{VIDEO, 4},
                                                                               {SYSTEM_PROPERTY, 1},
                                                                               {TUNER, 2},
@@ -123,24 +131,24 @@ TEST_F(Dispatch, AnEmptyRegistryAnswersWithNothing) {
                                                                               {SI, 16}}) {
     message expected = request(group, type);
     expected.reserved = 77;
-    const message answer = client.ask(expected);
+    const message answer = ask(expected);
     expected.group = LIST_HEADER;
     expected.type = 0;
     EXPECT_EQ(bytesOf(answer), bytesOf(expected)) << group << ' ' << type;
   }
-  EXPECT_EQ(client.ask(request(VIDEO, 9))[3], -1);
-  EXPECT_EQ(client.ask(request(TUNER, 0))[3], -1);
-  EXPECT_EQ(client.ask(request(SI, 7))[3], -1);
-  EXPECT_EQ(client.ask(request(MEDIA, 1))[4], -1);
-  EXPECT_EQ(client.ask(request(MEDIA, 2))[4], -1);
-  EXPECT_EQ(client.ask(request(MEDIA, 3))[4], -1);
-  EXPECT_EQ(client.ask(request(MEDIA, 8))[4], -1);
+  EXPECT_EQ(ask(request(VIDEO, 9))[3], -1);
+  EXPECT_EQ(ask(request(TUNER, 0))[3], -1);
+  EXPECT_EQ(ask(request(SI, 7))[3], -1);
+  EXPECT_EQ(ask(request(MEDIA, 1))[4], -1);
+  EXPECT_EQ(ask(request(MEDIA, 2))[4], -1);
+  EXPECT_EQ(ask(request(MEDIA, 3))[4], -1);
+  EXPECT_EQ(ask(request(MEDIA, 8))[4], -1);
   for (const auto& [group, type, position] :
        std::initializer_list<std::tuple<int, int, std::size_t>>{
            {SI, 5, 12}, {MEDIA, 0, 16}, {MEDIA, 5, 16}, {VERSION, 1, 12}}) {
-    message asked = request(group, type);
-    putBoolean(asked, position, true);
-    EXPECT_FALSE(getBoolean(client.ask(asked), position)) << group << ' ' << type;
+    message record = request(group, type);
+    putBoolean(record, position, true);
+    EXPECT_FALSE(getBoolean(ask(record), position)) << group << ' ' << type;
   }
   for (const auto& [group, type, position] :
        std::initializer_list<std::tuple<int, int, std::size_t>>{{VIDEO, 3, 12},
@@ -149,17 +157,23 @@ TEST_F(Dispatch, AnEmptyRegistryAnswersWithNothing) {
                                                                 {CAROUSEL, 0, 267},
                                                                 {SI, 0, 12},
                                                                 {SI, 8, 12}}) {
-    message asked = request(group, type);
-    putShortString(asked, position, "not the answer");
-    EXPECT_EQ(getString(client.ask(asked), position), "") << group << ' ' << type;
+    message record = request(group, type);
+    putShortString(record, position, "not the answer");
+    EXPECT_EQ(getString(ask(record), position), "") << group << ' ' << type;
   }
-  EXPECT_EQ(client.ask(request(SI, 14))[3], -1);
-  EXPECT_EQ(client.ask(request(SI, 12))[4], -1);
+  EXPECT_EQ(ask(request(SI, 14))[3], -1);
+  EXPECT_EQ(ask(request(SI, 12))[4], -1);
   // An event without lists: null references and nothing behind the record.
-  const message event = client.ask(request(SI, 2));
+  const message event = ask(request(SI, 2));
   EXPECT_EQ(event[4], -1);
   for (std::size_t index = 209; index < 215; ++index) EXPECT_EQ(event[index], 0);
-  EXPECT_EQ(client.ask(request(SI, 7))[3], -1);
+  for (const int group : {VIDEO, MEDIA}) {
+    const message bounds = request(group, group == VIDEO ? 1 : 9);
+    EXPECT_EQ(bytesOf(ask(bounds)), bytesOf(bounds));
+  }
+  for (const operations::Request& row : operations::requests) {
+    EXPECT_EQ(asked.contains(&row), row.reply != operations::Reply::none) << row.name;
+  }
 }
 
 TEST_F(Dispatch, ATextOfTheReplyIsCutTo254Characters) {
