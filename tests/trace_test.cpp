@@ -18,6 +18,7 @@
 
 #include "cli/ControlDecoder.h"
 #include "cli/SectionDecoder.h"
+#include "protocol/operations.h"
 #include "support/Golden.h"
 #include "support/Program.h"
 #include "support/RawClient.h"
@@ -110,6 +111,46 @@ TEST(Trace, NotificationsAreDecodedBetweenARequestAndItsReply) {
   EXPECT_EQ(lines[1].fields, (Json{{"player", 7}}));
   EXPECT_EQ(lines[3].fields, (Json{{"state", 3}}));
   EXPECT_EQ(lines[6].fields["text"], "goal");
+}
+
+/// The operations that the parts of a channel's golden files are decoded as.
+template <class Decoder>
+std::set<std::string> operationsIn(const std::string& directory) {
+  std::set<std::string> names;
+  for (const Golden& golden : Golden::readAll(GOLDEN_DIRECTORY "/" + directory)) {
+    if (golden.name.starts_with("raw-")) continue;
+    Decoder decoder;
+    Lines lines;
+    for (const Golden::Part& part : golden.parts) {
+      feed(lines, decoder, part.fromClient ? Direction::toLibrary : Direction::toClient,
+           part.bytes);
+    }
+    for (const TraceLine& line : lines) {
+      EXPECT_TRUE(line.kind == "notification" || line.kind == "list" || line.kind == "request" ||
+                  line.kind == "reply")
+          << golden.name << ": " << show(line);
+      names.insert(line.operation);
+    }
+  }
+  return names;
+}
+
+template <class Rows>
+std::set<std::string> namesOf(const Rows& rows) {
+  std::set<std::string> names;
+  for (const auto& row : rows) names.insert(row.name);
+  return names;
+}
+
+TEST(Trace, EveryGoldenNotificationIsDecoded) {
+  std::set<std::string> expected = namesOf(quillwork::operations::notifications);
+  expected.insert("answerApplicationState");
+  EXPECT_EQ(operationsIn<ControlDecoder>("notifications"), expected);
+}
+
+TEST(Trace, EveryGoldenSectionFilterRequestIsDecoded) {
+  EXPECT_EQ(operationsIn<SectionDecoder>("section-filter"),
+            namesOf(quillwork::operations::sectionFilterRequests));
 }
 
 TEST(Trace, WhatTheLibraryDropsIsShownWithWhatItPrints) {
