@@ -17,7 +17,7 @@ import unittest
 from pathlib import Path
 from typing import Any, Callable, Type
 
-from peer import PROTOCOL, Peer, record, take, word
+from peer import PATIENCE, PROTOCOL, Peer, record, take, word
 from quillwork_ipc import (
     AnswerTooLarge,
     ApplicationStateQuestion,
@@ -52,11 +52,11 @@ NAMES = {
 }
 
 
-def client(connection: socket.socket, time_limit: float = 60.0) -> Client:
+def client(connection: socket.socket, time_limit: float = PATIENCE) -> Client:
     return Client(connection=connection, protocol=PROTOCOL, time_limit=time_limit)
 
 
-def async_client(connection: socket.socket, time_limit: float = 60.0) -> AsyncClient:
+def async_client(connection: socket.socket, time_limit: float = PATIENCE) -> AsyncClient:
     return AsyncClient(connection=connection, protocol=PROTOCOL, time_limit=time_limit)
 
 
@@ -154,7 +154,9 @@ class Arguments(unittest.TestCase):
 
     def test_a_vector_is_too_long(self) -> None:
         with Peer(await_end) as connection:
-            with SectionFilter(connection=connection, protocol=PROTOCOL) as sections:
+            with SectionFilter(
+                connection=connection, protocol=PROTOCOL, time_limit=PATIENCE
+            ) as sections:
                 with self.assertRaises(TextTooLong):
                     sections.set_positive_filter(0, bytes((16 << 20) + 1), b"")
                 sections.stop()
@@ -230,7 +232,7 @@ class TimeLimits(unittest.TestCase):
         with Peer(play) as connection, client(connection) as channel:
             self.assertEqual(list(channel.notifications(0.1)), [])
             goes_on.set()
-            self.assertEqual(channel.next_notification(60), MediaEnded(3))
+            self.assertEqual(channel.next_notification(PATIENCE), MediaEnded(3))
             self.assertIsNone(channel.next_notification(0))
 
         goes_on.clear()
@@ -347,7 +349,9 @@ class Answers(unittest.TestCase):
 
         for size, kind in (((1 << 20) + 1, AnswerTooLarge), (-1, UnexpectedAnswer)):
             with Peer(play(word(size))) as connection:
-                with SectionFilter(connection=connection, protocol=PROTOCOL) as sections:
+                with SectionFilter(
+                    connection=connection, protocol=PROTOCOL, time_limit=PATIENCE
+                ) as sections:
                     with self.assertRaises(kind):
                         sections.read_section()
 
@@ -357,7 +361,9 @@ class Answers(unittest.TestCase):
             await_end(connection)
 
         with Peer(play) as connection:
-            with SectionFilter(connection=connection, protocol=PROTOCOL) as sections:
+            with SectionFilter(
+                connection=connection, protocol=PROTOCOL, time_limit=PATIENCE
+            ) as sections:
                 with self.assertRaises(UnexpectedAnswer):
                     sections.read_section()
 

@@ -10,7 +10,7 @@ from typing import Any, Callable, Dict, List, Optional
 
 import golden
 from golden import Golden, Value
-from peer import PROTOCOL, Peer, record, take, word
+from peer import PATIENCE, PROTOCOL, Peer, record, take, word
 from quillwork_ipc import (
     ApplicationStateQuestion,
     AsyncClient,
@@ -239,13 +239,15 @@ class GoldenFiles(unittest.TestCase):
         return answer
 
     def ask(self, case: Case, connection: socket.socket) -> Any:
-        with Client(connection=connection, protocol=PROTOCOL) as client:
+        with Client(connection=connection, protocol=PROTOCOL, time_limit=PATIENCE) as client:
             answer = case.call(client)
             self.assertEqual(client.next_notification(), MediaEnded(7))
             return answer
 
     async def ask_async(self, case: Case, connection: socket.socket) -> Any:
-        async with AsyncClient(connection=connection, protocol=PROTOCOL) as client:
+        async with AsyncClient(
+            connection=connection, protocol=PROTOCOL, time_limit=PATIENCE
+        ) as client:
             answer = await case.call(client)
             self.assertEqual(await client.next_notification(), MediaEnded(7))
             return answer
@@ -284,7 +286,9 @@ class GoldenFiles(unittest.TestCase):
             answers.extend(take(connection, PROTOCOL.record_size) for _ in file.sent())
             self.assertEqual(connection.recv(1), b"", "an answer that the file has not")
 
-        with Peer(play) as connection, Client(connection=connection, protocol=PROTOCOL) as client:
+        with Peer(play) as connection, Client(
+            connection=connection, protocol=PROTOCOL, time_limit=PATIENCE
+        ) as client:
             heard = client.next_notification()
             self.assertEqual(heard, notification(file))
             if isinstance(heard, ApplicationStateQuestion):
@@ -313,12 +317,16 @@ class GoldenFiles(unittest.TestCase):
             self.assertEqual(connection.recv(1), b"", "more than the request")
 
         async def ask(connection: socket.socket) -> Any:
-            async with AsyncSectionFilter(connection=connection, protocol=PROTOCOL) as sections:
+            async with AsyncSectionFilter(
+                connection=connection, protocol=PROTOCOL, time_limit=PATIENCE
+            ) as sections:
                 return await getattr(sections, file.calls[0])(**arguments)
 
         section = file.results.get("section")
         with Peer(play) as connection:
-            with SectionFilter(connection=connection, protocol=PROTOCOL) as sections:
+            with SectionFilter(
+                connection=connection, protocol=PROTOCOL, time_limit=PATIENCE
+            ) as sections:
                 self.assertEqual(getattr(sections, file.calls[0])(**arguments), section)
         with Peer(play) as connection:
             self.assertEqual(asyncio.run(ask(connection)), section)

@@ -8,6 +8,9 @@ from typing import Callable, Optional
 
 from quillwork_ipc import Protocol
 
+# Of what must come, in seconds: a busy machine fails no test.
+PATIENCE = 600.0
+
 
 class Peer:
     """A pair of sockets. A client gets `client`; `play` runs with the other one in a thread, which
