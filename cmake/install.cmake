@@ -1,5 +1,5 @@
-# What `cmake --install` puts where, for CMake and pkg-config to find, in three parts: the library, what
-# one builds with it, and the programs. CPack makes a Debian package of each.
+# What `cmake --install` puts where, for CMake and pkg-config to find, in four parts: the library, what
+# one builds with it, the programs, and the client for Python. CPack makes a Debian package of each.
 include(CMakePackageConfigHelpers)
 
 set(package_directory ${CMAKE_INSTALL_LIBDIR}/cmake/quillwork-ipc)
@@ -59,6 +59,25 @@ if(QUILLWORK_TOOLS)
     FILES packaging/bash-completion/quillwork-client
     DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
     COMPONENT tools)
+  # Where Debian's Python looks for packages that are no version's own.
+  set(QUILLWORK_PYTHON_DIRECTORY lib/python3/dist-packages
+      CACHE STRING "Where the Python package is installed, below the prefix")
+  install(
+    DIRECTORY bindings/python/quillwork_ipc
+    DESTINATION ${QUILLWORK_PYTHON_DIRECTORY}
+    COMPONENT python
+    FILES_MATCHING
+    PATTERN "*.py"
+    PATTERN "py.typed"
+    PATTERN "__pycache__" EXCLUDE)
+  install(
+    FILES ${QUILLWORK_PROTOCOL_JSON}
+    DESTINATION ${QUILLWORK_PYTHON_DIRECTORY}/quillwork_ipc
+    COMPONENT python)
+  install(
+    PROGRAMS bindings/python/examples/guide.py
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/python3-quillwork-ipc/examples
+    COMPONENT python)
 endif()
 
 install(
@@ -99,7 +118,7 @@ set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_COMPONENTS_ALL runtime development)
 if(QUILLWORK_TOOLS)
-  list(APPEND CPACK_COMPONENTS_ALL tools)
+  list(APPEND CPACK_COMPONENTS_ALL tools python)
 endif()
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_STRIP_FILES ON)
@@ -121,4 +140,11 @@ set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION utils)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "libquillwork-ipc0 (= ${PROJECT_VERSION})")
 set(CPACK_COMPONENT_TOOLS_DESCRIPTION
     "${PROJECT_DESCRIPTION}\nThe reference receiver and the command-line client.")
+set(CPACK_DEBIAN_PYTHON_PACKAGE_NAME python3-quillwork-ipc)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_SECTION python)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_ARCHITECTURE all)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_SHLIBDEPS OFF)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS "python3 (>= 3.9)")
+set(CPACK_COMPONENT_PYTHON_DESCRIPTION
+    "${PROJECT_DESCRIPTION}\nA client for Python, and a programme guide as an example.")
 include(CPack)
