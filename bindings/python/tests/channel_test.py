@@ -15,7 +15,7 @@ import threading
 import time
 import unittest
 from pathlib import Path
-from typing import Any, Callable, Type
+from typing import Any, Callable, List, Type
 
 from peer import PATIENCE, PROTOCOL, Peer, record, take, word
 from quillwork_ipc import (
@@ -31,6 +31,7 @@ from quillwork_ipc import (
     MediaEnded,
     Protocol,
     ProtocolNotFound,
+    Rectangle,
     SectionFilter,
     TextTooLong,
     TimedOut,
@@ -124,6 +125,22 @@ class Arguments(unittest.TestCase):
                 ask(channel)
             # The channel is as good as before.
             channel.set_video_freeze(True)
+
+    def test_values_that_the_golden_files_have_as_zero(self) -> None:
+        sent: List[bytes] = []
+
+        def play(connection: socket.socket) -> None:
+            sent.extend(take(connection, RECORD) for _ in range(3))
+
+        with Peer(play) as connection, client(connection) as channel:
+            channel.set_video_option(True)
+            channel.set_media_mute(0, True)
+            channel.update_graphics_region(Rectangle(1, 2, 3, 4))
+        region = b"".join(word(number) for number in (1, 2, 3, 4))
+        self.assertEqual(
+            sent,
+            [record(0, 8, (12, b"\1")), record(8, 13, (16, b"\1")), record(0, 18, (12, region))],
+        )
 
     def test_a_text_fills_its_place(self) -> None:
         def play(connection: socket.socket) -> None:
