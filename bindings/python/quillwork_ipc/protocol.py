@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import codecs
 import json
 import os
 import struct
@@ -10,7 +11,7 @@ from dataclasses import dataclass
 from pathlib import Path
 from typing import Any, Dict, Iterator, Mapping, Optional, Tuple, Union
 
-from .errors import BadArgument, ProtocolNotFound, TextTooLong
+from .errors import BadArgument, ProtocolNotFound, TextTooLong, UnexpectedAnswer
 
 FORMAT = 1
 # The library ends the connection behind a longer one.
@@ -132,6 +133,11 @@ class Protocol:
         charset: str = "utf-8",
         errors: str = "surrogateescape",
     ) -> None:
+        try:
+            codecs.lookup(charset)
+            codecs.lookup_error(errors)
+        except LookupError as error:
+            raise BadArgument(str(error)) from error
         self.charset = charset
         self.errors = errors
         data = self._load(path)
@@ -232,7 +238,10 @@ class Protocol:
         return integer_at(record, self.type_position)
 
     def text(self, data: bytes) -> str:
-        return data.decode(self.charset, self.errors)
+        try:
+            return data.decode(self.charset, self.errors)
+        except UnicodeError as error:
+            raise UnexpectedAnswer(f"a text that is no {self.charset}: {error}") from error
 
     def encode(self, group: int, type: int, content: Content, values: Mapping[str, Value]) -> bytes:
         """A record with the values of its fields, by their names."""
@@ -240,21 +249,25 @@ class Protocol:
         record[self.group_position : self.group_position + 4] = integer(group)
         record[self.type_position : self.type_position + 4] = integer(type)
         for field in content.fields:
-            data = self._field(field, values[field.name])
-            record[field.position : field.position + len(data)] = data
+            # What a newer table has besides stays zero.
+            if field.name in values:
+                data = self._field(field, values[field.name])
+                record[field.position : field.position + len(data)] = data
         return bytes(record)
 
     def _field(self, field: Field, value: Value) -> bytes:
         if field.kind == "boolean":
             return b"\1" if value else b"\0"
-        if isinstance(value, str):
+        if field.kind not in _NUMBERS:
             return self._text_field(field, value)
         try:
             return _NUMBERS[field.kind].pack(value)
         except (struct.error, OverflowError):
             raise BadArgument(f"{field.name}: {value!r} is no {field.kind}") from None
 
-    def _text_field(self, field: Field, value: str) -> bytes:
+    def _text_field(self, field: Field, value: Value) -> bytes:
+        if not isinstance(value, str):
+            raise BadArgument(f"{field.name}: {value!r} is no text")
         try:
             data = value.encode(self.charset, self.errors)
         except UnicodeError as error:

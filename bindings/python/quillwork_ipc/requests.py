@@ -4,6 +4,7 @@
 
 from __future__ import annotations
 
+import inspect
 from dataclasses import dataclass
 from typing import (
     Any,
@@ -76,6 +77,12 @@ def _many(
 
 def _value(name: str) -> Callable[[Values], Any]:
     return lambda values: values[name]
+
+
+def _record(kind: Callable[..., T]) -> Callable[[Values], T]:
+    """Values as a record: what a newer table has besides is left out."""
+    names = list(inspect.signature(kind).parameters)
+    return lambda values: kind(**{name: values[name] for name in names})
 
 
 def _rectangle(values: Values) -> Rectangle:
@@ -190,7 +197,7 @@ def get_system_property(name: str) -> Request[str]:
 
 def get_system_properties() -> Request[List[SystemProperty]]:
     """All properties."""
-    return _many("getSystemProperties", lambda values: SystemProperty(**values))
+    return _many("getSystemProperties", _record(SystemProperty))
 
 
 def set_system_property(name: str, value: str) -> Request[None]:
@@ -251,12 +258,12 @@ def get_si_coding_format() -> Request[str]:
 
 def get_program_events() -> Request[List[ProgramEvent]]:
     """All events."""
-    return _many("getProgramEvents", lambda values: ProgramEvent(**values))
+    return _many("getProgramEvents", _record(ProgramEvent))
 
 
 def get_program_event() -> Request[ProgramEvent]:
     """The present event of the current service."""
-    return _one("getProgramEvent", lambda values: ProgramEvent(**values))
+    return _one("getProgramEvent", _record(ProgramEvent))
 
 
 def get_program_event_descriptors(
@@ -278,7 +285,7 @@ def is_protected_service() -> Request[bool]:
 
 def get_services() -> Request[List[Service]]:
     """The services."""
-    return _many("getServices", lambda values: Service(**values))
+    return _many("getServices", _record(Service))
 
 
 def get_current_service() -> Request[int]:
@@ -293,9 +300,7 @@ def get_service_description() -> Request[str]:
 
 def get_service_components(service_id: int) -> Request[List[ServiceComponent]]:
     """A service's components."""
-    return _many(
-        "getServiceComponents", lambda values: ServiceComponent(**values), serviceId=service_id
-    )
+    return _many("getServiceComponents", _record(ServiceComponent), serviceId=service_id)
 
 
 def get_service_component_descriptors(component: int) -> Request[List[Descriptor]]:
@@ -305,7 +310,7 @@ def get_service_component_descriptors(component: int) -> Request[List[Descriptor
 
 def get_transport_stream() -> Request[TransportStream]:
     """The transport stream."""
-    return _one("getTransportStream", lambda values: TransportStream(**values))
+    return _one("getTransportStream", _record(TransportStream))
 
 
 def get_transport_stream_descriptors(transport_stream: int) -> Request[List[Descriptor]]:
@@ -315,7 +320,7 @@ def get_transport_stream_descriptors(transport_stream: int) -> Request[List[Desc
 
 def get_network() -> Request[Network]:
     """The network."""
-    return _one("getNetwork", lambda values: Network(**values))
+    return _one("getNetwork", _record(Network))
 
 
 def get_network_descriptors() -> Request[List[Descriptor]]:
@@ -325,7 +330,7 @@ def get_network_descriptors() -> Request[List[Descriptor]]:
 
 def get_pmts(program: int) -> Request[List[ProgramMap]]:
     """Program maps."""
-    return _many("getPMTs", lambda values: ProgramMap(**values), program=program)
+    return _many("getPMTs", _record(ProgramMap), program=program)
 
 
 # Media players. A player is a number that open_media() gives.
@@ -333,7 +338,7 @@ def get_pmts(program: int) -> Request[List[ProgramMap]]:
 
 def open_media(locator: str) -> Request[OpenedMedia]:
     """Opens a media player."""
-    return _one("open", lambda values: OpenedMedia(**values), locator=locator)
+    return _one("open", _record(OpenedMedia), locator=locator)
 
 
 def get_duration(player: int) -> Request[int]:

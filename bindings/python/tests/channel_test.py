@@ -29,6 +29,7 @@ from quillwork_ipc import (
     ConnectionLost,
     Error,
     MediaEnded,
+    Network,
     Protocol,
     ProtocolNotFound,
     Rectangle,
@@ -178,6 +179,33 @@ class Arguments(unittest.TestCase):
                     sections.set_positive_filter(0, bytes((16 << 20) + 1), b"")
                 sections.stop()
 
+    def test_a_number_is_no_text_and_a_text_no_number(self) -> None:
+        self.check(BadArgument, lambda c: c.get_duration("1"))  # type: ignore[arg-type]
+        self.check(BadArgument, lambda c: c.get_system_property(1))  # type: ignore[arg-type]
+
+    def test_the_texts_have_another_coding(self) -> None:
+        def play(connection: socket.socket) -> None:
+            request = bytearray(take(connection, RECORD))
+            self.assertEqual(request[12:14], b"\xe9\0")
+            request[267:522] = request[12:267]
+            connection.sendall(request)
+            request[267:269] = b"\xe9\x81"
+            take(connection, RECORD)
+            connection.sendall(request)
+            await_end(connection)
+
+        with Peer(play) as connection:
+            western = Protocol(charset="cp1252", errors="strict")
+            with Client(connection=connection, protocol=western) as channel:
+                with self.assertRaises(BadArgument):
+                    channel.get_system_property("日")
+                self.assertEqual(channel.get_system_property("é"), "é")
+                with self.assertRaises(UnexpectedAnswer):
+                    channel.get_system_property("é")
+        for coding in ({"charset": "nonsense"}, {"errors": "nonsense"}):
+            with self.assertRaises(BadArgument):
+                Protocol(**coding)
+
     def test_texts_that_are_no_utf8_come_back_as_they_were(self) -> None:
         def play(connection: socket.socket) -> None:
             request = bytearray(take(connection, RECORD))
@@ -311,6 +339,8 @@ class Answers(unittest.TestCase):
         self.check(
             UnexpectedAnswer, lambda c: c.get_network_descriptors(), record(7, 1), descriptor
         )
+        texts = record(6, 2, (824, word(-1)), (848, word(1)))
+        self.check(UnexpectedAnswer, lambda c: c.get_program_event(), texts)
         texts = record(6, 2, (824, word(1)), (848, word(1)))
         self.check(AnswerTooLarge, lambda c: c.get_program_event(), texts, word((16 << 20) + 1))
         self.check(UnexpectedAnswer, lambda c: c.get_program_event(), texts, word(-1))
@@ -548,6 +578,21 @@ class Tables(unittest.TestCase):
                 path.write_text(text, encoding="utf-8")
                 with self.assertRaisesRegex(ProtocolNotFound, str(path)):
                     Protocol(path)
+
+    def test_a_newer_one_has_more_fields(self) -> None:
+        table = json.loads(Path(os.environ["QUILLWORK_PROTOCOL"]).read_text(encoding="utf-8"))
+        for row in table["control"]["requests"]:
+            more = {"name": "more", "kind": "integer", "position": 1900}
+            row["request"]["fields"].append(more)
+            row["answer"]["fields"].append(more)
+        with tempfile.TemporaryDirectory() as directory:
+            path = Path(directory) / "protocol.json"
+            path.write_text(json.dumps(table), encoding="utf-8")
+            newer = Protocol(path)
+        network = record(6, 14, (12, word(5)), (16, b"name"), (1900, word(9)))
+        with Peer(answering(network)) as connection:
+            with Client(connection=connection, protocol=newer) as channel:
+                self.assertEqual(channel.get_network(), Network(5, "name"))
 
     def test_it_is_looked_for_beside_the_package(self) -> None:
         package = Path(inspect.getfile(Protocol)).parent
