@@ -12,7 +12,6 @@ from typing import (
     AsyncIterator,
     Callable,
     Coroutine,
-    List,
     Optional,
     Type,
     TypeVar,
@@ -41,7 +40,8 @@ class _Link(asyncio.Protocol):
 
     def __init__(self, incoming: Incoming) -> None:
         self._incoming = incoming
-        self._waiting: List[asyncio.Future[None]] = []
+        # Set at the next thing that happens, and then replaced.
+        self._news = asyncio.Event()
         self._is_full = False
         self._failure: Optional[Error] = None
         self.lost: asyncio.Future[None] = asyncio.get_running_loop().create_future()
@@ -89,19 +89,11 @@ class _Link(asyncio.Protocol):
     async def until(self, is_done: Callable[[], bool]) -> None:
         while not is_done():
             self.check()
-            news: asyncio.Future[None] = asyncio.get_running_loop().create_future()
-            self._waiting.append(news)
-            try:
-                await news
-            finally:
-                if news in self._waiting:
-                    self._waiting.remove(news)
+            await self._news.wait()
 
     def _tell(self) -> None:
-        waiting, self._waiting = self._waiting, []
-        for each in waiting:
-            if not each.done():
-                each.set_result(None)
+        self._news.set()
+        self._news = asyncio.Event()
 
 
 class AsyncChannel:

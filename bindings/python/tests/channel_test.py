@@ -14,6 +14,7 @@ import tempfile
 import threading
 import time
 import unittest
+import unittest.mock
 from pathlib import Path
 from typing import Any, Callable, List, Type
 
@@ -237,6 +238,28 @@ class TimeLimits(unittest.TestCase):
         with Peer(drip) as connection:
             asyncio.run(ask(connection))
 
+    def test_it_holds_while_there_is_always_more_to_read(self) -> None:
+        def flood(connection: socket.socket) -> None:
+            take(connection, RECORD)
+            connection.sendall(record(7, 1 << 20))
+            elements = record(6, 4) * 100
+            try:
+                while True:
+                    connection.sendall(elements)
+            except OSError:
+                pass  # The client has given up.
+
+        async def ask(connection: socket.socket) -> None:
+            async with async_client(connection, 0.2) as channel:
+                with self.assertRaises(TimedOut):
+                    await channel.get_ca_system_ids()
+
+        with Peer(flood) as connection, client(connection, 0.2) as channel:
+            with self.assertRaises(TimedOut):
+                channel.get_ca_system_ids()
+        with Peer(flood) as connection:
+            asyncio.run(ask(connection))
+
     def test_it_holds_for_a_request_that_nobody_reads(self) -> None:
         # The peer plays nothing until the client has given up.
         given_up = threading.Event()
@@ -385,6 +408,10 @@ class Answers(unittest.TestCase):
             UnexpectedAnswer, lambda c: c.get_services(), record(7, 2), record(9, 4), record(8, 16)
         )
 
+    def test_nobody_takes_the_notifications(self) -> None:
+        with unittest.mock.patch("quillwork_ipc.incoming.MAX_WAITING", 3):
+            self.check(AnswerTooLarge, lambda c: c.get_services(), record(8, 16) * 4)
+
     def test_a_section_is_too_long(self) -> None:
         def play(answer: bytes) -> Callable[[socket.socket], None]:
             def answered(connection: socket.socket) -> None:
@@ -476,6 +503,24 @@ class Ends(unittest.TestCase):
             self.assertEqual(heard, [MediaEnded(1)])
         with Peer(play) as connection:
             asyncio.run(hear(connection))
+
+    def test_what_was_sent_in_an_event_loop_survives_the_end(self) -> None:
+        count = 100
+        sent = []
+
+        def play(connection: socket.socket) -> None:
+            while connection.recv(1, socket.MSG_PEEK):
+                sent.append(take(connection, RECORD))
+
+        async def send(connection: socket.socket) -> None:
+            connection.setsockopt(socket.SOL_SOCKET, socket.SO_SNDBUF, 4096)
+            async with async_client(connection) as channel:
+                for _ in range(count):
+                    await channel.set_video_freeze(True)
+
+        with Peer(play) as connection:
+            asyncio.run(send(connection))
+        self.assertEqual(len(sent), count)
 
     def test_a_request_is_given_up_in_an_event_loop(self) -> None:
         asked = threading.Event()

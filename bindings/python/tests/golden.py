@@ -9,8 +9,9 @@ from typing import Dict, Iterator, List, Optional, Union
 
 DIRECTORY = Path(__file__).resolve().parents[3] / "tests" / "golden"
 RECORD_SIZE = 1960
-# What a word that says "a list follows" has from a wide host, and from a 32-bit one.
-REFERENCES = (1, 0xBFFF1234)
+# What a host has in a word that says "a list follows", and in the bytes that no line names. Those
+# are the request's: zeros from this client, others from the one that the files have.
+HOSTS = {"wide": (1, 0x00), "32-bit": (0xBFFF1234, 0xA5)}
 
 Value = Union[int, float, bytes]
 
@@ -57,8 +58,13 @@ class Part:
             self.data[position : position + len(data)] = data
             self.named += range(position, position + len(data))
 
-    def bytes(self, reference: int = REFERENCES[0]) -> bytes:
+    def bytes(self, host: str = "wide") -> bytes:
+        reference, fill = HOSTS[host]
         data = bytearray(self.data)
+        if self.is_record:
+            data[:] = bytes([fill]) * RECORD_SIZE
+            for position in self.named:
+                data[position] = self.data[position]
         for position in self.references:
             data[position : position + 4] = reference.to_bytes(4, "little")
         return bytes(data)
@@ -75,8 +81,8 @@ class Golden:
     def sent(self) -> List[Part]:
         return [part for part in self.parts if part.is_sent]
 
-    def received(self, reference: int = REFERENCES[0]) -> bytes:
-        return b"".join(part.bytes(reference) for part in self.parts if not part.is_sent)
+    def received(self, host: str = "wide") -> bytes:
+        return b"".join(part.bytes(host) for part in self.parts if not part.is_sent)
 
 
 def read(path: Path) -> Golden:

@@ -222,14 +222,14 @@ class GoldenFiles(unittest.TestCase):
                 self.assertEqual(sent[position], wanted.data[position], f"byte {position}")
 
     def exchange(
-        self, case: Case, file: Golden, reference: int, ask: Callable[[socket.socket], Any]
+        self, case: Case, file: Golden, host: str, ask: Callable[[socket.socket], Any]
     ) -> Any:
         sent = []
 
         def play(connection: socket.socket) -> None:
             sent.append(take(connection, PROTOCOL.record_size))
             # A notification can always come between a request and its reply.
-            for piece in pieces(record(8, 16, (12, word(7))) + file.received(reference)):
+            for piece in pieces(record(8, 16, (12, word(7))) + file.received(host)):
                 connection.sendall(piece)
             self.assertEqual(connection.recv(1), b"", "more than one record")
 
@@ -255,18 +255,18 @@ class GoldenFiles(unittest.TestCase):
     def test_requests(self) -> None:
         table = cases()
         for file in golden.files():
-            for reference in golden.REFERENCES:
-                with self.subTest(file=file.name, reference=reference):
+            for host in golden.HOSTS:
+                with self.subTest(file=file.name, host=host):
                     self.assertIn(file.name, table, "a file that no call belongs to")
                     case = table[file.name]
                     blocking = self.exchange(
-                        case, file, reference, lambda connection: self.ask(case, connection)
+                        case, file, host, lambda connection: self.ask(case, connection)
                     )
                     self.assertEqual(blocking, case.answer)
                     waiting = self.exchange(
                         case,
                         file,
-                        reference,
+                        host,
                         lambda connection: asyncio.run(self.ask_async(case, connection)),
                     )
                     self.assertEqual(waiting, case.answer)
