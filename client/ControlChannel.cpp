@@ -407,10 +407,10 @@ std::string ControlChannel::getServiceDescription() {
 }
 
 std::vector<ServiceComponent> ControlChannel::getServiceComponents(std::int32_t service) {
-  constexpr const Request& row = rowOf<"getServiceComponents">;
-  return askList<ServiceComponent>(row, {service}, [](const message& record) {
-    return ServiceComponent{integers<6>(record, row.answer)};
-  });
+  return askList<ServiceComponent>(
+      rowOf<"getServiceComponents">, {service}, [](const message& record) {
+        return ServiceComponent{integers<6>(record, rowOf<"getServiceComponents">.answer)};
+      });
 }
 
 std::vector<Descriptor> ControlChannel::getServiceComponentDescriptors(std::int32_t component) {
@@ -441,9 +441,8 @@ std::vector<Descriptor> ControlChannel::getNetworkDescriptors() {
 }
 
 std::vector<ProgramMap> ControlChannel::getPMTs(std::int32_t program) {
-  constexpr const Request& row = rowOf<"getPMTs">;
-  return askList<ProgramMap>(row, {program}, [](const message& record) {
-    return ProgramMap{integers<4>(record, row.answer)};
+  return askList<ProgramMap>(rowOf<"getPMTs">, {program}, [](const message& record) {
+    return ProgramMap{integers<4>(record, rowOf<"getPMTs">.answer)};
   });
 }
 

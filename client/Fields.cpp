@@ -23,10 +23,10 @@ std::size_t maxLength(const Field& field) {
 }
 
 void write(message& record, const Field& field, std::string_view text) {
-  const std::size_t most = maxLength(field);
-  if (text.size() > most) {
+  const std::size_t max = maxLength(field);
+  if (text.size() > max) {
     throw Error("'" + std::string(text.substr(0, 20)) + "...' is longer than the protocol's " +
-                std::to_string(most) + " characters");
+                std::to_string(max) + " characters");
   }
   putBytes(record, field.position, text.data(), text.size());
 }

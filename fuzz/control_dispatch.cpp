@@ -188,8 +188,8 @@ void takeOperation(Input& input, message& record) {
   if (isAnyOther(row.types)) {
     record.type = input.take<std::int8_t>();
   } else if (row.types.last > row.types.first) {
-    record.type +=
-        static_cast<std::int32_t>(input.takeBelow(static_cast<std::size_t>(row.types.last)));
+    const std::int32_t count = row.types.last - row.types.first + 1;
+    record.type += static_cast<std::int32_t>(input.takeBelow(static_cast<std::size_t>(count)));
   }
 }
 

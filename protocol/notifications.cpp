@@ -19,8 +19,8 @@ namespace quillwork {
 
 namespace {
 
-template <operations::Kind kind, class Value>
-void putField(message& record, std::size_t position, const Value& value) {
+template <operations::Kind kind, std::size_t position, class Value>
+void putField(message& record, const Value& value) {
   using operations::Kind;
   if constexpr (kind == Kind::shortText) {
     putShortString(record, position, value);
@@ -43,7 +43,7 @@ message makeRecord(const Values&... values) {
   record.group = row.group;
   if constexpr (!isAnyOther(row.types)) record.type = row.types.first;
   [&]<std::size_t... index>(std::index_sequence<index...>) {
-    (putField<row.content.fields[index].kind>(record, row.content.fields[index].position, values),
+    (putField<row.content.fields[index].kind, row.content.fields[index].position>(record, values),
      ...);
   }
   (std::index_sequence_for<Values...>());

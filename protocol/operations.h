@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -15,8 +16,8 @@
 /// library, the trace, the fuzzers and protocol.json read these rows; docs/protocol.md describes
 /// them for people.
 ///
-/// For the compiler alone: whoever looks a row or a field up by its name does so in a constant
-/// expression, and no name reaches the shared library.
+/// The library looks rows and fields up by their names in constant expressions alone, so that no
+/// name reaches the shared object.
 namespace quillwork::operations {
 
 /// How a field's bytes are read.
@@ -525,12 +526,17 @@ constexpr auto rowFor(const Rows& rows, std::int32_t group, std::int32_t type)
 
 // What holds for every row.
 
-/// All fields lie within the record, and no two share a byte.
+/// All fields and words lie within the record, and no two fields share a byte.
 constexpr bool isSound(const Content& content) {
+  if (content.recordPosition + content.recordSize > sizeof(message)) return false;
+  for (const Trailing& list : content.trailing) {
+    if (std::max(list.count, list.presence) + sizeof(std::int32_t) > sizeof(message)) return false;
+  }
   for (std::size_t index = 0; index < content.fields.size(); ++index) {
     const Field& one = content.fields[index];
-    if (one.position < typePosition || one.position + sizeOf(one.kind) > sizeof(message))
+    if (one.position < typePosition || one.position + sizeOf(one.kind) > sizeof(message)) {
       return false;
+    }
     for (std::size_t next = index + 1; next < content.fields.size(); ++next) {
       const Field& other = content.fields[next];
       if (one.position < other.position + sizeOf(other.kind) &&
@@ -542,20 +548,48 @@ constexpr bool isSound(const Content& content) {
   return true;
 }
 
+constexpr bool isSame(const Content& one, const Content& other) {
+  const auto sameField = [](const Field& left, const Field& right) {
+    return std::string_view(left.name) == right.name && left.kind == right.kind &&
+           left.position == right.position;
+  };
+  const auto sameList = [](const Trailing& left, const Trailing& right) {
+    return left.count == right.count && left.presence == right.presence;
+  };
+  return std::ranges::equal(one.fields, other.fields, sameField) &&
+         std::ranges::equal(one.trailing, other.trailing, sameList) &&
+         one.recordPosition == other.recordPosition && one.recordSize == other.recordSize;
+}
+
+constexpr bool overlap(const Types& one, const Types& other) {
+  if (isAnyOther(one) || isAnyOther(other)) return isAnyOther(one) && isAnyOther(other);
+  return one.first <= other.last && other.first <= one.last;
+}
+
+/// No two rows have a type in common, and rows of one name differ in their types alone.
+constexpr bool areCompatible(const Request& one, const Request& other) {
+  if (one.group == other.group && overlap(one.types, other.types)) return false;
+  if (std::string_view(one.name) != other.name) return true;
+  return one.group == other.group && one.reply == other.reply &&
+         one.elementType == other.elementType && isSame(one.request, other.request) &&
+         isSame(one.answer, other.answer);
+}
+
 constexpr bool areSound() {
-  for (const Request& row : requests) {
+  for (std::size_t index = 0; index < std::size(requests); ++index) {
+    const Request& row = requests[index];
     if (!isSound(row.request) || !isSound(row.answer)) return false;
     if (row.reply == Reply::none && row.answer.fields.size() != 0) return false;
-    if (rowFor(requests, row.group, row.types.first) != &row && !isAnyOther(row.types))
-      return false;
+    for (std::size_t next = index + 1; next < std::size(requests); ++next) {
+      if (!areCompatible(row, requests[next])) return false;
+    }
   }
-  for (const Notification& row : notifications) {
-    if (!isSound(row.content)) return false;
-  }
-  return true;
+  return std::ranges::all_of(notifications,
+                             [](const Notification& row) { return isSound(row.content); });
 }
-static_assert(areSound(),
-              "a row has a field outside of its record, two fields in one place, an "
-              "answer without a reply, or the types of another row");
+static_assert(
+    areSound(),
+    "a row has a field outside of its record, two fields in one place, an answer without a "
+    "reply, the types of another row, or another row's name for something else");
 
 }  // namespace quillwork::operations

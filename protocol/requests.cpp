@@ -53,11 +53,27 @@ void reportUnknown(const char* text, std::int32_t number) {
   printLine(stderr, {text, digits});
 }
 
-/// Where a row's answer, or the element of its list, goes in the record: a domain record as a
-/// whole, a single value into the last field.
-constexpr Field placeOf(const Content& answer) {
-  if (answer.recordSize > 0) return {answer.record, Kind::integer, answer.recordPosition};
-  return answer.fields[answer.fields.size() - 1];
+/// The field for a row's answer, or for the element of its list, that is a single value: the last
+/// one, behind the player that open() gives.
+constexpr Field lastField(const Content& answer) { return answer.fields[answer.fields.size() - 1]; }
+
+/// Where an answer goes in its record: a domain record as a whole, or a single value.
+constexpr std::size_t positionOf(const Content& answer) {
+  return answer.recordSize > 0 ? answer.recordPosition : lastField(answer).position;
+}
+
+/// Whether an answer of this type is what the row says.
+template <class Answer>
+constexpr bool fits(const Content& answer) {
+  if constexpr (std::is_same_v<Answer, program_event> || std::is_same_v<Answer, descriptor>) {
+    return answer.trailing.size() > 0;
+  } else if constexpr (std::is_class_v<Answer> && isPlainRecord<Answer>) {
+    return answer.recordSize == sizeof(Answer);
+  } else if constexpr (std::is_same_v<Answer, std::string>) {
+    return lastField(answer).kind == Kind::shortText;
+  } else {
+    return lastField(answer).kind == Kind::integer || lastField(answer).kind == Kind::boolean;
+  }
 }
 
 template <std::size_t place>
@@ -88,10 +104,9 @@ void write(message& record, const descriptor& element) {
 template <std::size_t place>
 void write(message& record, const program_event& event) {
   putBytes(record, place, &event, programEventReferences);
-  std::size_t position = place + programEventReferences;
-  forEachList(event, [&](const auto* list) {
-    wordAt(record, position) = referenceWord(list);
-    position += sizeof(std::int32_t);
+  std::size_t list = 0;
+  forEachList(event, [&](const auto* elements) {
+    wordAt(record, place + operations::eventReference(list++)) = referenceWord(elements);
   });
 }
 
@@ -155,6 +170,17 @@ struct IpcServerManager::Requests {
 
   // The request's fields are the operation's arguments, in their order.
 
+  /// Whether a field of this kind is read as an argument of this type.
+  template <class Plain>
+  static constexpr bool isReadAs(Kind kind) {
+    if constexpr (std::is_same_v<Plain, bool>) return kind == Kind::boolean;
+    if constexpr (std::is_same_v<Plain, double>) return kind == Kind::real64;
+    if constexpr (std::is_same_v<Plain, std::string>) {
+      return kind == Kind::shortText || kind == Kind::longText;
+    }
+    return kind == Kind::integer;
+  }
+
   /// One argument. A reference is the record's own word, into which the listener answers.
   template <class Parameter, std::size_t position>
   static decltype(auto) argument(message& record) {
@@ -175,7 +201,12 @@ struct IpcServerManager::Requests {
 
   template <std::size_t row, class Answer, class... Parameters>
   static Answer ask(Manager& manager, message& record, Answer (Manager::*query)(Parameters...)) {
+    static_assert(sizeof...(Parameters) == requestOf<row>.fields.size(),
+                  "the row has other fields than the operation has arguments");
     return [&]<std::size_t... index>(std::index_sequence<index...>) {
+      static_assert(
+          (isReadAs<std::remove_cvref_t<Parameters>>(requestOf<row>.fields[index].kind) && ...),
+          "a field is of another kind than its argument");
       return std::invoke(query, manager,
                          argument<Parameters, requestOf<row>.fields[index].position>(record)...);
     }
@@ -190,23 +221,40 @@ struct IpcServerManager::Requests {
   /// Asks, and answers in the row's form.
   template <std::size_t row, auto query>
   static void perform(Manager& manager, message& record) {
-    constexpr const operations::Request& request = operations::requests[row];
-    using Answer = decltype(ask<row>(manager, record, query));
-    if constexpr (std::is_void_v<Answer>) {
+    constexpr Reply reply = operations::requests[row].reply;
+    if constexpr (reply == Reply::list || reply == Reply::listFirst) {
+      performList<row>(manager, record, ask<row>(manager, record, query));
+    } else if constexpr (std::is_void_v<decltype(ask<row>(manager, record, query))>) {
       ask<row>(manager, record, query);
-      if constexpr (request.reply == Reply::record) manager.server->sendMessage(record);
+      if constexpr (reply == Reply::record) manager.server->sendMessage(record);
     } else {
-      constexpr Field place = placeOf(request.answer);
-      if constexpr (request.reply != Reply::record) {
-        sendList<place.position>(*manager.server, record, ask<row>(manager, record, query),
-                                 request.group, request.elementType);
-      } else if constexpr (place.kind == Kind::boolean) {
-        putBoolean(record, place.position, ask<row>(manager, record, query) != 0);
+      performOne<row>(manager, record, ask<row>(manager, record, query));
+    }
+  }
+
+  template <std::size_t row, class Element>
+  static void performList(Manager& manager, message& record, std::list<Element>&& elements) {
+    constexpr const operations::Request& request = operations::requests[row];
+    static_assert(fits<Element>(request.answer), "the row has another element");
+    static_assert((request.reply == Reply::listFirst) == std::is_same_v<Element, program_event>,
+                  "the lists behind events come last, and no others do");
+    sendList<positionOf(request.answer)>(*manager.server, record, std::move(elements),
+                                         request.group, request.elementType);
+  }
+
+  template <std::size_t row, class Answer>
+  static void performOne(Manager& manager, message& record, const Answer& result) {
+    constexpr const operations::Request& request = operations::requests[row];
+    static_assert(request.reply == Reply::record, "the row does not send the answer");
+    static_assert(fits<Answer>(request.answer), "the row has another answer");
+    if constexpr (std::is_integral_v<Answer>) {
+      if constexpr (lastField(request.answer).kind == Kind::boolean) {
+        putBoolean(record, positionOf(request.answer), result != 0);
         manager.server->sendMessage(record);
-      } else {
-        answer<place.position>(manager, record, ask<row>(manager, record, query));
+        return;
       }
     }
+    answer<positionOf(request.answer)>(manager, record, result);
   }
 
   template <std::size_t place, class Answer>
@@ -279,9 +327,10 @@ struct IpcServerManager::Requests {
   template <std::size_t row, auto operation, class Parameter>
   static constexpr Handler handlerFor(void (Listener::*)(Parameter)) {
     using Plain = std::remove_cvref_t<Parameter>;
-    if constexpr (isPlainRecord<Plain>) {
+    if constexpr (std::is_class_v<Plain> && isPlainRecord<Plain>) {
       return broadcast<operation, Plain, operations::requestRecordPosition<Plain>>;
     } else {
+      static_assert(isReadAs<Plain>(requestOf<row>.fields[0].kind));
       return broadcast<operation, Plain, requestOf<row>.fields[0].position>;
     }
   }
@@ -298,7 +347,14 @@ struct IpcServerManager::Requests {
   static const Binding bindings[];
 
   static constexpr std::size_t groups = VERSION + 1;
-  static constexpr std::size_t types = 19;
+  /// One more than the highest type of a row.
+  static constexpr std::size_t types = [] {
+    std::int32_t highest = 0;
+    for (const operations::Request& row : operations::requests) {
+      if (!isAnyOther(row.types)) highest = std::max(highest, row.types.last);
+    }
+    return static_cast<std::size_t>(highest) + 1;
+  }();
   /// By group and type the number of the binding, counted from 1; the last column answers any other
   /// type. Numbers instead of handlers: a quarter of the bytes, and none for the dynamic linker.
   using Index = std::array<std::array<std::uint8_t, types + 1>, groups>;
