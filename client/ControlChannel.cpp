@@ -75,10 +75,11 @@ bool isCommandPart(const message& record) {
   return record.group == notificationOf<"sendDsmCCCommand">.group;
 }
 
-/// Whether a request of this type reaches the operation.
-bool isCommandOf(const Request& row, std::int32_t type) {
+/// Throws Error for a type whose requests do not reach the operation.
+void requireTypeOf(const Request& row, std::int32_t type) {
   const Request* const reached = rowFor(operations::requests, row.group, type);
-  return reached != nullptr && std::string_view(reached->name) == row.name;
+  if (reached != nullptr && std::string_view(reached->name) == row.name) return;
+  throw Error(std::string(row.name) + " cannot be asked for " + std::to_string(type));
 }
 
 /// A notification of one record; nothing for other records.
@@ -295,9 +296,7 @@ Rectangle ControlChannel::getMainVideoBounds(const Rectangle& given) {
 }
 
 std::string ControlChannel::getVideoLanguage(std::int32_t command) {
-  if (!isCommandOf(rowOf<"getVideoLanguage">, command)) {
-    throw Error("a language has the command 3 or 5");
-  }
+  requireTypeOf(rowOf<"getVideoLanguage">, command);
   return askText(rowOf<"getVideoLanguage">, {command});
 }
 
@@ -308,9 +307,7 @@ std::vector<std::string> ControlChannel::getVideoLanguages() {
 }
 
 std::int32_t ControlChannel::getVideoProperty(std::int32_t command) {
-  if (!isCommandOf(rowOf<"getVideoProperty">, command)) {
-    throw Error("a video property has a command from 9 to 16");
-  }
+  requireTypeOf(rowOf<"getVideoProperty">, command);
   return askInteger(rowOf<"getVideoProperty">, {command});
 }
 
@@ -345,9 +342,7 @@ std::int32_t ControlChannel::getCurrentTransportStreamID() {
 }
 
 std::vector<std::int32_t> ControlChannel::getAllIDs(std::int32_t kind, std::int32_t argument) {
-  if (!isCommandOf(rowOf<"getAllIDs">, kind)) {
-    throw Error("identifier lists have a kind other than 0");
-  }
+  requireTypeOf(rowOf<"getAllIDs">, kind);
   return askIntegers(rowOf<"getAllIDs">, {kind, argument});
 }
 

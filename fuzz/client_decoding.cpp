@@ -38,11 +38,15 @@ struct Call {
   void (*perform)(ControlChannel& channel);
 };
 
+constexpr std::int32_t typeOf(std::string_view name) { return requests[request(name)].types.first; }
+
 constexpr Call calls[] = {
     {request("getMainVideoBounds"), [](auto& channel) { channel.getMainVideoBounds(); }},
-    {request("getVideoLanguage"), [](auto& channel) { channel.getVideoLanguage(3); }},
+    {request("getVideoLanguage"),
+     [](auto& channel) { channel.getVideoLanguage(typeOf("getVideoLanguage")); }},
     {request("getVideoLanguages"), [](auto& channel) { channel.getVideoLanguages(); }},
-    {request("getVideoProperty"), [](auto& channel) { channel.getVideoProperty(9); }},
+    {request("getVideoProperty"),
+     [](auto& channel) { channel.getVideoProperty(typeOf("getVideoProperty")); }},
     {request("getSystemProperty"), [](auto& channel) { channel.getSystemProperty("name"); }},
     {request("getSystemProperties"), [](auto& channel) { channel.getSystemProperties(); }},
     {request("getCurrentTransportStreamID"),
