@@ -53,22 +53,6 @@ class Listener final : public RecordingListener {
 
 // The listeners' answers.
 
-const char* const numberOperations[] = {"getVideoProperty",
-                                        "getCurrentTransportStreamID",
-                                        "getVirtualChannelNumber",
-                                        "getCurrentService",
-                                        "isProtectedService",
-                                        "open",
-                                        "open.player",
-                                        "getDuration",
-                                        "getCurrentTime",
-                                        "setCurrentTime",
-                                        "play",
-                                        "setMediaBounds",
-                                        "checkVersionFlag"};
-const char* const textOperations[] = {"getVideoLanguage",  "getSystemProperty",
-                                      "getChannelName",    "mountCarousel",
-                                      "getSICodingFormat", "getServiceDescription"};
 const char* const descriptorOperations[] = {
     "getNetworkDescriptors", "getTransportStreamDescriptors", "getServiceDescriptors",
     "getProgramEventDescriptors", "getServiceComponentDescriptors"};
@@ -142,9 +126,12 @@ program_event makeEvent(const EventPlan& plan) {
 
 void takeAnswers(Input& input, RecordingListener& listener) {
   const std::int32_t number = takeNumber(input);
-  for (const char* const operation : numberOperations) listener.numbers[operation] = number;
   const std::string text = input.takeText();
-  for (const char* const operation : textOperations) listener.texts[operation] = text;
+  for (const operations::Request& row : operations::requests) {
+    listener.numbers[row.name] = number;
+    listener.texts[row.name] = text;
+  }
+  listener.numbers["open.player"] = number;
   listener.languages.assign(takeCount(input), text);
   const std::list<int> identifiers(takeCount(input), number);
   listener.identifiers = {{"getAllIDs", identifiers}, {"getCASystemIds", identifiers}};
