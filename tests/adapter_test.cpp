@@ -16,6 +16,7 @@
 #include "protocol/IpcServerManager.h"
 #include "protocol/ReplyLists.h"
 #include "protocol/message.h"
+#include "protocol/operations.h"
 #include "support/Adapter.h"
 #include "support/FakeHost.h"
 #include "support/OwnProcess.h"
@@ -310,6 +311,23 @@ TEST_F(Adapter, WithoutADemultiplexerRequestsAreIgnoredAndASectionHasTheCountZer
   client.send(word(13));
   EXPECT_EQ(client.receive(4), word(0));
   EXPECT_TRUE(calls().empty());
+}
+
+TEST_F(Adapter, EveryRequestReachesAFacade) {
+  start();
+  host.events.emplace_back();
+  const RawClient client;
+  for (const operations::Request& row : operations::requests) {
+    // Answered by the manager, and dropped by the adapter.
+    const std::string_view name = row.name;
+    if (name == "answerApplicationState" || name == "setVideoProperty" || name == "setVideoAudio")
+      continue;
+    client.send(request(row.group, isAnyOther(row.types) ? 1 : row.types.first));
+    client.send(request(VERSION, 99));
+    while (client.receiveRecord().type != 99) {
+    }
+    EXPECT_GT(calls().size(), 1U) << name;
+  }
 }
 
 // Service information.
