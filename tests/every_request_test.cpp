@@ -1,8 +1,12 @@
-// The commands of the command line against the protocol's table: together they ask every request of
-// both channels, so that a row without its operation and command is noticed.
+// What has to be there for every row of the protocol's table: a command, and so an operation of the
+// client library, that asks it, and words on the receiver's page for the integers of its answer.
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <fstream>
+#include <iterator>
+#include <map>
 #include <mutex>
 #include <set>
 #include <string>
@@ -107,6 +111,12 @@ Names namesOf(const Rows& rows) {
   return names;
 }
 
+/// Names what is in one of the two only: the sets are too long to be printed.
+void expectSame(const Names& seen, const Names& expected) {
+  for (const std::string& name : expected) EXPECT_TRUE(seen.contains(name)) << name;
+  for (const std::string& name : seen) EXPECT_TRUE(expected.contains(name)) << name;
+}
+
 class EveryRequest : public testing::Test {
  protected:
   EveryRequest() {
@@ -146,7 +156,7 @@ TEST_F(EveryRequest, IsAskedByACommand) {
   // of its own.
   expected.erase("setVideoProperty");
   expected.erase("setVideoAudio");
-  EXPECT_EQ(answerer.names(), expected);
+  expectSame(answerer.names(), expected);
 }
 
 TEST_F(EveryRequest, OfTheSectionFilterIsAskedByACommand) {
@@ -155,7 +165,34 @@ TEST_F(EveryRequest, OfTheSectionFilterIsAskedByACommand) {
   runAllCommands(session);
   Names seen;
   for (const std::string& call : recorder.log.take()) seen.insert(operationOf(call));
-  EXPECT_EQ(seen, namesOf(quillwork::operations::sectionFilterRequests));
+  expectSame(seen, namesOf(quillwork::operations::sectionFilterRequests));
+}
+
+/// Whether the answer, or an element of its list, is numbers of the middleware's own.
+bool isAnsweredWithIntegers(const Request& row) {
+  return std::string_view(row.answer.record).empty() &&
+         std::any_of(row.answer.fields.begin(), row.answer.fields.end(),
+                     [](const quillwork::operations::Field& field) {
+                       return field.kind == quillwork::operations::Kind::integer;
+                     });
+}
+
+TEST(ReceiverPage, SaysWhatTheReceiverAnswersWithIntegers) {
+  std::ifstream file(RECEIVER_PAGE);
+  const std::string page((std::istreambuf_iterator<char>(file)), {});
+  // What the page has by other words than the request's name.
+  const std::map<std::string_view, std::string_view> words = {
+      {"getVideoProperty", "properties 9, 10"},
+      {"getMainVideoBounds", "bounds in pixels"},
+      {"getMediaBounds", "bounds in pixels"},
+  };
+  for (const Request& row : quillwork::operations::requests) {
+    if (!isAnsweredWithIntegers(row)) continue;
+    const auto found = words.find(row.name);
+    const std::string wanted =
+        found == words.end() ? '`' + std::string(row.name) + '`' : std::string(found->second);
+    EXPECT_NE(page.find(wanted), std::string::npos) << wanted;
+  }
 }
 
 }  // namespace
