@@ -82,6 +82,12 @@ void requireTypeOf(const Request& row, std::int32_t type) {
   throw Error(std::string(row.name) + " cannot be asked for " + std::to_string(type));
 }
 
+/// Whether a command of so many records has more text than the client takes: empty parts count,
+/// too, or a server could send them for ever.
+bool tooManyParts(std::int32_t parts) {
+  return static_cast<std::size_t>(parts) > maxText / operations::maxTextPart;
+}
+
 /// A notification of one record; nothing for other records.
 std::optional<Notification> readNotification(const message& record) {
   const operations::Notification* const row =
@@ -144,6 +150,7 @@ std::optional<Notification> ControlChannel::takeNotification(const message& reco
   if (record.group != LIST_HEADER || record.type < 2) return readNotification(record);
   element = receiveRecord();
   if (!isCommandPart(*element)) return std::nullopt;
+  if (tooManyParts(record.type)) throw Error(channel_.path() + ": a command is too long");
   return receiveDsmCCCommand(static_cast<std::size_t>(record.type), *element);
 }
 
@@ -264,8 +271,7 @@ std::optional<Notification> ControlChannel::takeNotification() {
   std::memcpy(&record, first.data(), sizeof record);
   if (record.group == LIST_HEADER) {
     const std::size_t parts = boundedCount(channel_.path(), record.type);
-    if (parts > maxText / operations::maxTextPart)
-      throw Error(channel_.path() + ": a command is too long");
+    if (tooManyParts(record.type)) throw Error(channel_.path() + ": a command is too long");
     if (channel_.arrived((parts + 1) * sizeof(message)).empty()) return std::nullopt;
   }
   // It is all there, so that nothing waits.

@@ -374,7 +374,7 @@ TEST(AgainstImpostors, ABrokenCommandIsNamed) {
   EXPECT_EQ(
       complaintAbout(bytesOf(request(LIST_HEADER, INT32_MAX)) + bytesOf(request(DSMCC_COMMAND, 1)),
                      service),
-      prefix + "the receiver has closed the connection");
+      prefix + "a command is too long");
   EXPECT_EQ(complaintAbout(bytesOf(request(SI, 7)),
                            [](ControlChannel& channel) {
                              channel.videoPropertyAction();
