@@ -8,6 +8,7 @@
 #include <nlohmann/json.hpp>
 
 #include "receiver/Text.h"
+#include "support/Patience.h"
 #include "support/Program.h"
 
 namespace {
@@ -28,7 +29,7 @@ Result run(Words words) {
 }
 
 Result client(Words words) {
-  words.insert(words.begin(), CLIENT);
+  words.insert(words.begin(), {CLIENT, "--time-limit", patiently});
   return run(std::move(words));
 }
 
@@ -187,7 +188,7 @@ class Watched : public testing::Test {
   /// Types in stream events until the client has connected and shows one: those before are lost.
   void SetUp() override {
     ASSERT_TRUE(host.awaitOutput("broadcast time")) << host.errors();
-    watcher = std::make_unique<Program>(Words{CLIENT, "watch"});
+    watcher = std::make_unique<Program>(Words{CLIENT, "--time-limit", patiently, "watch"});
     std::string answers;
     while (watcher->output().empty()) {
       host.say("event 7 hello world");

@@ -17,6 +17,7 @@
 #include <sstream>
 #include <thread>
 
+#include "support/Patience.h"
 #include "support/Program.h"
 
 namespace {
@@ -47,7 +48,7 @@ Result run(const Words& words, const std::string& input = "") {
 }
 
 std::string client(Words words) {
-  words.insert(words.begin(), CLIENT);
+  words.insert(words.begin(), {CLIENT, "--time-limit", patiently});
   const Result result = run(words);
   EXPECT_EQ(result.status, 0) << result.errors;
   return result.output;
@@ -55,7 +56,7 @@ std::string client(Words words) {
 
 /// What the commands print that are given to one client, each on a line.
 Words shell(const std::string& commands) {
-  const Result result = run({CLIENT, "shell"}, commands + "quit\n");
+  const Result result = run({CLIENT, "--time-limit", patiently, "shell"}, commands + "quit\n");
   EXPECT_EQ(result.status, 0);
   EXPECT_EQ(result.errors, "");
   return lines(result.output);
@@ -91,7 +92,7 @@ class WholeSample : public testing::Test {
   }
   /// A client that watches, and is known to be connected.
   std::unique_ptr<Program> watch(Words more = {}) {
-    Words words = {CLIENT, "watch"};
+    Words words = {CLIENT, "--time-limit", patiently, "watch"};
     words.insert(words.end(), more.begin(), more.end());
     auto watcher = std::make_unique<Program>(words);
     while (watcher->output().empty()) {
@@ -158,7 +159,7 @@ TEST_F(WholeSample, AMediaPlayerFromItsOpeningToItsEnd) {
                            "media listen 1\n"
                            "media seek 1 39000\n"
                            "media play 1\n"
-                           "watch --count 1 --timeout 60000\n"
+                           "watch --count 1 --timeout 300000\n"
                            "media stop 1\n"
                            "media time 1\n"
                            "media close 1\n"
@@ -192,11 +193,11 @@ TEST_F(WholeSample, AProgrammeOfTheStreamIsPlayed) {
 
 TEST_F(WholeSample, WhatCannotBeOpenedIsSaid) {
   for (const char* const locator : {"/dev/shm/none", "/dev/shm", "dvb://..999", ""}) {
-    const Result result = run({CLIENT, "media", "open", locator});
+    const Result result = run({CLIENT, "--time-limit", patiently, "media", "open", locator});
     EXPECT_NE(result.status, 0);
     EXPECT_EQ(result.errors, std::string("quillwork-client: '") + locator + "' cannot be opened\n");
   }
-  const Result result = run({CLIENT, "mount", "dvb://..999"});
+  const Result result = run({CLIENT, "--time-limit", patiently, "mount", "dvb://..999"});
   EXPECT_EQ(result.errors, "quillwork-client: 'dvb://..999' cannot be mounted\n");
 }
 
@@ -220,7 +221,8 @@ TEST_F(WholeSample, PropertiesSurviveAKill) {
 
 TEST_F(WholeSample, ACarouselIsMountedChangesAndIsUnmounted) {
   const std::string place = "dvb://ff20.2001.3e9.40";
-  Program mounting({CLIENT, "mount", place, "--wait", "3", "--timeout", "60000"});
+  Program mounting(
+      {CLIENT, "--time-limit", patiently, "mount", place, "--wait", "3", "--timeout", patiently});
   // What is complete already comes at once, and both versions when it is broadcast once more.
   ASSERT_TRUE(mounting.awaitOutput("download-complete")) << mounting.errors();
   host->say("retune");
@@ -269,7 +271,7 @@ TEST_F(WholeSample, AWatchingClientAnswersAnApplicationState) {
 }
 
 TEST_F(WholeSample, AnApplicationStateIsAnsweredEitherWayInTheShell) {
-  Program shell({CLIENT, "shell"});
+  Program shell({CLIENT, "--time-limit", patiently, "shell"});
   shell.say("tuned");
   ASSERT_TRUE(shell.awaitOutput("8193\n"));
   for (const std::string answer : {"no", "yes", "no"}) {
@@ -290,7 +292,7 @@ TEST_F(WholeSample, AnApplicationStateIsAnsweredEitherWayInTheShell) {
 }
 
 TEST_F(WholeSample, TheShellGoesOnAfterWhatIsWrong) {
-  const Result result = run({CLIENT, "shell"},
+  const Result result = run({CLIENT, "--time-limit", patiently, "shell"},
                             "# a comment\n\ntuned --json\nnonsense\nids\nmedia open 'no such'\n"
                             "answer maybe\nproperty \"unclosed\ntuned\nquit\n");
   EXPECT_EQ(result.output, "{\"transport_stream\":8193}\n8193\n");
@@ -304,8 +306,8 @@ TEST_F(WholeSample, TheShellGoesOnAfterWhatIsWrong) {
 TEST_F(WholeSample, FiltersOfEveryKindOnTheRunningStream) {
   // The sections of all services' events, by the service's number in them.
   const auto services = [this](const std::string& option, const std::string& value) {
-    Program reader({CLIENT, "section", "--pid", "18", "--table-id", "78", option, value,
-                    "--timeout", "60000", "--count", "4", "--json"});
+    Program reader({CLIENT, "--time-limit", patiently, "section", "--pid", "18", "--table-id", "78",
+                    option, value, "--timeout", patiently, "--count", "4", "--json"});
     while (lines(reader.output()).size() < 4) playAgain();
     EXPECT_EQ(reader.wait(), 0) << reader.errors();
     std::set<std::string> found;
@@ -398,7 +400,7 @@ TEST(Window, ShowsTheVideosAtTheirBoundsBelowTheGraphics) {
   }
   Program host({receiverProgram(), "--display", "--loop", SAMPLE});
   ASSERT_TRUE(host.awaitOutput("serving\n")) << host.errors();
-  Program shell({CLIENT, "shell"});
+  Program shell({CLIENT, "--time-limit", patiently, "shell"});
   for (const char* const line :
        {"media open /dev/shm/red.avi", "media open /dev/shm/blue.avi",
         "media set-bounds 1 100 50 400 300", "media set-bounds 2 300 150 300 300", "media play 1",
@@ -491,7 +493,7 @@ TEST(Receiver, PlaysItsStandardInput) {
   std::ifstream file(TABLES, std::ios::binary);
   const std::string bytes((std::istreambuf_iterator<char>(file)), {});
   host.give(bytes);
-  while (run({CLIENT, "tuned"}).output != "8193\n") {
+  while (run({CLIENT, "--time-limit", patiently, "tuned"}).output != "8193\n") {
   }
   while (Json::parse(client({"services", "--json"})).size() < 5) {
   }
