@@ -170,6 +170,8 @@ std::string formOf(const Request& row) {
   return "list (" + std::to_string(row.group) + ", " + type + ")";
 }
 
+std::string quoted(const char* name) { return "`" + std::string(name) + "`"; }
+
 TEST(ProtocolTable, ThePageHasEachRequestWithItsReply) {
   const Page page;
   std::map<const Request*, std::set<std::int32_t>> seen;
@@ -183,8 +185,8 @@ TEST(ProtocolTable, ThePageHasEachRequestWithItsReply) {
         const Request* const row = rowFor(operations::requests, group, type);
         ASSERT_NE(row, nullptr) << "the page has group " << group << ", type " << cells[0];
         EXPECT_EQ(isAnyOther(row->types), !types) << heading << ", type " << cells[0];
-        EXPECT_EQ(cells[2].substr(0, cells[2].find(':')).substr(0, formOf(*row).size()),
-                  formOf(*row))
+        EXPECT_NE(cells[1].find(quoted(row->name)), std::string::npos) << cells[0] << row->name;
+        EXPECT_EQ(cells[3].substr(0, formOf(*row).size()), formOf(*row))
             << heading << ", type " << cells[0];
         seen[row].insert(type);
       }
@@ -201,14 +203,14 @@ TEST(ProtocolTable, ThePageHasEachRequestWithItsReply) {
 
 TEST(ProtocolTable, ThePageHasEachNotification) {
   const Page page;
-  std::set<std::string> seen;
-  for (const Page::Cells& cells : page.rowsUnder("Notifications")) seen.insert(cells[0]);
+  std::map<std::string, std::string> seen;
+  for (const Page::Cells& cells : page.rowsUnder("Notifications")) seen[cells[0]] = cells[1];
   for (const auto& row : operations::notifications) {
     const bool isFixed = !isAnyOther(row.types);
     const std::string type = isFixed                      ? std::to_string(row.types.first)
                              : row.group == DSMCC_COMMAND ? "code"
                                                           : "state";
-    EXPECT_TRUE(seen.contains(std::to_string(row.group) + ", " + type)) << row.name;
+    EXPECT_EQ(seen[std::to_string(row.group) + ", " + type], quoted(row.name));
   }
   // With the table's heading.
   EXPECT_EQ(seen.size(), std::size(operations::notifications) + 1);
@@ -216,9 +218,9 @@ TEST(ProtocolTable, ThePageHasEachNotification) {
 
 TEST(ProtocolTable, ThePageHasEachCodeOfTheSectionFilterWithItsArguments) {
   const Page page;
-  std::map<std::string, std::string> seen;
+  std::map<std::string, Page::Cells> seen;
   for (const Page::Cells& cells : page.rowsUnder("Section-filter channel")) {
-    if (cells.size() == 3) seen[cells[0]] = cells[2];
+    if (cells.size() == 4) seen[cells[0]] = cells;
   }
   for (std::size_t code = 0; code < std::size(operations::sectionFilterRequests); ++code) {
     const auto& row = operations::sectionFilterRequests[code];
@@ -226,7 +228,8 @@ TEST(ProtocolTable, ThePageHasEachCodeOfTheSectionFilterWithItsArguments) {
     for (std::size_t vector = 0; vector < row.vectors.size(); ++vector) arguments += "; vector";
     const auto found = seen.find(std::to_string(code));
     ASSERT_NE(found, seen.end()) << row.name;
-    EXPECT_EQ(found->second, arguments) << row.name;
+    EXPECT_EQ(found->second[1], quoted(row.name));
+    EXPECT_EQ(found->second[3], arguments) << row.name;
   }
   EXPECT_EQ(seen.size(), std::size(operations::sectionFilterRequests) + 1);
 }
