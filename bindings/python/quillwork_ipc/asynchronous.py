@@ -212,12 +212,18 @@ class AsyncClient(AsyncChannel):
                 return None
         return waiting.popleft()
 
-    async def notifications(self) -> AsyncIterator[Notification]:
-        """The notifications as they come. With several tasks each goes to one of them."""
+    async def notifications(
+        self, time_limit: Optional[float] = None
+    ) -> AsyncIterator[Notification]:
+        """The notifications as they come, until none has come for `time_limit` seconds.
+
+        With several tasks each notification goes to one of them.
+        """
         while True:
-            notification = await self.next_notification()
-            if notification is not None:
-                yield notification
+            notification = await self.next_notification(time_limit)
+            if notification is None:
+                return
+            yield notification
 
     async def answer_application_state(
         self, question: ApplicationStateQuestion, answer: bool
