@@ -23,27 +23,32 @@
 namespace quillwork::cli {
 namespace {
 
-/// Listens at a path where nobody else does, and leaves nothing there.
+/// Listens at a path where nobody else does, and leaves nothing of its own there.
 class OwnPath {
  public:
-  explicit OwnPath(std::string path) : path_(std::move(path)) {
-    if (isServed(path_)) throw Refusal(path_ + ": another receiver serves there");
-    // What one that has gone has left.
-    if (unlink(path_.c_str()) != 0 && errno != ENOENT) {
-      throw Refusal(path_ + ": " + std::strerror(errno));
-    }
-    listening_ = listenAt(path_);
-  }
+  explicit OwnPath(std::string path) : path_(std::move(path)), listening_(clear(path_)) {}
   ~OwnPath() { remove(); }
   OwnPath(const OwnPath&) = delete;
   OwnPath& operator=(const OwnPath&) = delete;
 
-  void remove() const { unlink(path_.c_str()); }
+  /// A receiver that has bound the path anew keeps it.
+  void remove() const {
+    if (listening_.isAtItsPath()) unlink(path_.c_str());
+  }
   [[nodiscard]] int listening() const { return listening_.number(); }
 
  private:
+  /// Takes away what a receiver that has gone has left.
+  static const std::string& clear(const std::string& path) {
+    if (isServed(path)) throw Refusal(path + ": another receiver serves there");
+    if (unlink(path.c_str()) != 0 && errno != ENOENT) {
+      throw Refusal(path + ": " + std::strerror(errno));
+    }
+    return path;
+  }
+
   std::string path_;
-  Descriptor listening_;
+  BoundSocket listening_;
 };
 
 /// False when the client takes no more.

@@ -1,5 +1,6 @@
 #include "cli/Trace.h"
 
+#include <fcntl.h>
 #include <fmt/format.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -41,7 +42,7 @@ class TakenPath {
   explicit TakenPath(std::string path) : path_(std::move(path)), moved_(path_ + ".traced") {
     take();
     try {
-      listening_ = listenAt(path_);
+      listening_.emplace(path_);
     } catch (const Refusal&) {
       giveBack();
       throw;
@@ -51,29 +52,41 @@ class TakenPath {
   TakenPath(const TakenPath&) = delete;
   TakenPath& operator=(const TakenPath&) = delete;
 
-  /// In one step: at no time is there nothing at the path.
-  void giveBack() const { static_cast<void>(rename(moved_.c_str(), path_.c_str())); }
+  /// In one step: at no time is there nothing at the path. A library that has bound the path anew
+  /// keeps it: the socket that was moved is then the one of a library that has gone.
+  void giveBack() const {
+    const unsigned int flags = listening_ && listening_->isAtItsPath() ? 0 : RENAME_NOREPLACE;
+    if (renameat2(AT_FDCWD, moved_.c_str(), AT_FDCWD, path_.c_str(), flags) != 0) {
+      unlink(moved_.c_str());
+    }
+  }
 
-  [[nodiscard]] int listening() const { return listening_.number(); }
+  [[nodiscard]] int listening() const { return listening_->number(); }
   [[nodiscard]] const std::string& moved() const { return moved_; }
 
  private:
   void take() {
     if (access(moved_.c_str(), F_OK) != 0) {
-      if (rename(path_.c_str(), moved_.c_str()) != 0) refuse(path_);
+      move();
       return;
     }
-    // A trace is there, or one was killed; then the library's socket is still where that one put
-    // it.
-    if (connectTo(path_).number() != -1) {
-      throw Refusal(path_ + ": another trace stands there already");
+    if (!isServed(path_)) {
+      // A trace was killed: the library's socket is still where that one put it.
+      if (unlink(path_.c_str()) != 0 && errno != ENOENT) refuse(path_);
+      return;
     }
-    if (unlink(path_.c_str()) != 0 && errno != ENOENT) refuse(path_);
+    if (isServed(moved_)) throw Refusal(path_ + ": another trace stands there already");
+    // The library behind a trace that was killed has gone, too, and another one has begun.
+    move();
+  }
+
+  void move() const {
+    if (rename(path_.c_str(), moved_.c_str()) != 0) refuse(path_);
   }
 
   std::string path_;
   std::string moved_;
-  Descriptor listening_;
+  std::optional<BoundSocket> listening_;
 };
 
 /// Passes on what comes, until its end, which is passed on, too. Whether the sender has ended it:

@@ -1,9 +1,11 @@
 #include "cli/sockets.h"
 
 #include <sys/socket.h>
+#include <sys/stat.h>
 
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 #include "cli/Command.h"
 #include "ipc/UnixAddress.h"
@@ -37,14 +39,20 @@ bool isServed(const std::string& path) {
   return error == 0 || error == EAGAIN;
 }
 
-Descriptor listenAt(const std::string& path) {
-  Descriptor listening = makeSocket();
-  const sockaddr_un address = unixAddress(path);
-  if (bind(listening.number(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
-      listen(listening.number(), 1) != 0) {
-    throw Refusal(path + ": " + std::strerror(errno));
+BoundSocket::BoundSocket(std::string path) : path_(std::move(path)), socket_(makeSocket()) {
+  const sockaddr_un address = unixAddress(path_);
+  struct stat file {};
+  if (bind(number(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
+      listen(number(), 1) != 0 || lstat(path_.c_str(), &file) != 0) {
+    throw Refusal(path_ + ": " + std::strerror(errno));
   }
-  return listening;
+  device_ = file.st_dev;
+  inode_ = file.st_ino;
+}
+
+bool BoundSocket::isAtItsPath() const {
+  struct stat file {};
+  return lstat(path_.c_str(), &file) == 0 && file.st_dev == device_ && file.st_ino == inode_;
 }
 
 }  // namespace quillwork::cli

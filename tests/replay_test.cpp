@@ -237,6 +237,24 @@ TEST(Replay, SocketsThatSomebodyServesAreLeftToThem) {
   unlink(RawClient::sectionFilter);
 }
 
+TEST(Replay, AReceiverThatHasBoundASocketAnewKeepsIt) {
+  Recorded().add(control, connected).write();
+  Served replay;
+  const int listening = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  ASSERT_EQ(unlink(RawClient::control), 0);
+  ASSERT_EQ(listenAt(listening, RawClient::control), 0);
+  EXPECT_EQ(replay.end(), 0);
+  EXPECT_FALSE(std::filesystem::exists(RawClient::sectionFilter));
+  const RawClient client;
+  client.send("q");
+  const int connection = accept4(listening, nullptr, nullptr, SOCK_CLOEXEC);
+  char byte = 0;
+  EXPECT_EQ(recv(connection, &byte, 1, MSG_WAITALL), 1);
+  close(connection);
+  close(listening);
+  unlink(RawClient::control);
+}
+
 TEST(Replay, WhatCannotBeReplayedIsRefused) {
   const auto errors = [](std::vector<std::string> words) {
     words.insert(words.begin(), {CLIENT, "trace"});

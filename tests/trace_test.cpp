@@ -427,11 +427,7 @@ class Between : public testing::Test {
   /// One of its sockets.
   class Server {
    public:
-    explicit Server(const char* path)
-        : path_(path), listening_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-      unlink(path);
-      EXPECT_EQ(listenAt(listening_, path), 0);
-    }
+    explicit Server(const char* path) : path_(path) { begin(); }
     ~Server() {
       end();
       close(listening_);
@@ -452,10 +448,32 @@ class Between : public testing::Test {
     void end() {
       if (connection_ != -1) close(std::exchange(connection_, -1));
     }
+    /// Ends and begins anew, as a library does: whatever is at the path goes.
+    void restart() {
+      end();
+      close(listening_);
+      begin();
+    }
+    /// Whether a client that connects to the path arrives here.
+    [[nodiscard]] bool isReached() {
+      const RawClient client(path_);
+      client.send("q");
+      accept();
+      char byte = 0;
+      const bool isReached = recv(connection_, &byte, 1, MSG_WAITALL) == 1 && byte == 'q';
+      end();
+      return isReached;
+    }
 
    private:
+    void begin() {
+      listening_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+      unlink(path_);
+      EXPECT_EQ(listenAt(listening_, path_), 0);
+    }
+
     const char* path_;
-    int listening_;
+    int listening_ = -1;
     int connection_ = -1;
   };
 
@@ -463,10 +481,20 @@ class Between : public testing::Test {
   Server sections{RawClient::sectionFilter};
   Program trace{{CLIENT, "trace", "--record", recording}};
 
-  void SetUp() override {
-    while (trace.errors().find("between the library") == std::string::npos) {
+  void SetUp() override { awaitPlace(trace); }
+
+  static void awaitPlace(const Program& program) {
+    while (program.errors().find("between the library") == std::string::npos) {
       std::this_thread::yield();
     }
+  }
+
+  /// Clients reach the library at both paths, and nothing of a trace is left.
+  void expectGivenBack() {
+    EXPECT_FALSE(std::filesystem::exists(std::string(RawClient::control) + ".traced"));
+    EXPECT_FALSE(std::filesystem::exists(std::string(RawClient::sectionFilter) + ".traced"));
+    EXPECT_TRUE(control.isReached());
+    EXPECT_TRUE(sections.isReached());
   }
 
   /// What is printed so far, without times.
@@ -572,6 +600,45 @@ TEST_F(Between, ATraceThatEndsEndsTheConnections) {
   EXPECT_EQ(entries[4]["kind"], "unanswered");
   EXPECT_EQ(entries[4]["request"], entries[1]["request"]);
   EXPECT_GE(entries[4]["after_ns"].get<std::int64_t>(), 0);
+}
+
+TEST_F(Between, ALibraryThatHasBegunAnewKeepsItsSocket) {
+  control.restart();
+  trace.signal(SIGTERM);
+  EXPECT_EQ(trace.wait(), 0) << trace.errors();
+  expectGivenBack();
+}
+
+TEST_F(Between, ASocketThatWasRemovedIsPutBack) {
+  ASSERT_EQ(unlink(RawClient::control), 0);
+  trace.signal(SIGTERM);
+  EXPECT_EQ(trace.wait(), 0) << trace.errors();
+  expectGivenBack();
+}
+
+TEST_F(Between, ItTakesThePlaceOfANewLibraryAfterATraceThatWasKilled) {
+  trace.signal(SIGKILL);
+  trace.wait();
+  control.restart();
+  sections.restart();
+  Program second({CLIENT, "trace"});
+  awaitPlace(second);
+  // By which the trace has seen that somebody serves there.
+  for (Server* const server : {&control, &sections}) {
+    server->accept();
+    server->end();
+  }
+  {
+    const RawClient client;
+    control.accept();
+    client.send(bytesOf(request(quillwork::SI, 7)));
+    control.take(1960);
+    EXPECT_TRUE(second.awaitOutput("getCurrentService"));
+    control.end();
+  }
+  second.signal(SIGTERM);
+  EXPECT_EQ(second.wait(), 0) << second.errors();
+  expectGivenBack();
 }
 
 class Standing : public testing::Test {
