@@ -1,12 +1,11 @@
 #include "cli/Recording.h"
 
-#include <fmt/format.h>
-
 #include <cerrno>
 #include <cstring>
 #include <utility>
 
 #include "cli/Command.h"
+#include "cli/EndingSignals.h"
 
 namespace quillwork::cli {
 namespace {
@@ -38,7 +37,7 @@ void Recording::write(const TraceChunk& chunk, std::string_view bytes) {
   file_.write(reinterpret_cast<const char*>(&chunk), sizeof chunk);
   file_ << bytes << std::flush;
   if (file_) return;
-  fmt::print(stderr, "quillwork-client: {}: cannot be written any more\n", path_);
+  say("{}: cannot be written any more", path_);
   file_.close();
 }
 

@@ -1,12 +1,10 @@
 #include "cli/Replay.h"
 
-#include <fmt/format.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <memory>
 #include <optional>
@@ -90,8 +88,7 @@ class ReplayClient {
     const std::string* const answer =
         line.kind == "undecoded" ? nullptr : script_.answer(line.bytes, position_);
     if (answer != nullptr) return send(*answer);
-    fmt::print(stderr, "quillwork-client: not in the recording, the connection is ended: {}\n",
-               describe(line));
+    say("not in the recording, the connection is ended: {}", describe(line));
     return false;
   }
 
@@ -170,17 +167,22 @@ Replay::Replay(const std::string& recording) {
 }
 
 void Replay::serve() {
-  const EndingSignals ending;
+  EndingSignals ending;
   const OwnPath control(client::ControlChannel::defaultPath);
   const OwnPath sections(client::SectionFilterChannel::defaultPath);
   // The threads end with the process.
-  std::thread([&] { serve(TraceChannel::control, control.listening()); }).detach();
-  std::thread([&] { serve(TraceChannel::sectionFilter, sections.listening()); }).detach();
-  fmt::print(stderr, "quillwork-client: answers as recorded\n");
+  const auto begin = [&](auto part) {
+    std::thread([&ending, part] { ending.guard(part); }).detach();
+  };
+  ending.guard([&] {
+    begin([&] { serve(TraceChannel::control, control.listening()); });
+    begin([&] { serve(TraceChannel::sectionFilter, sections.listening()); });
+    say("answers as recorded");
+  });
   ending.wait();
   control.remove();
   sections.remove();
-  _exit(0);
+  _exit(ending.exitStatus());
 }
 
 void Replay::serve(TraceChannel channel, int listening) const {

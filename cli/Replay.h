@@ -53,8 +53,8 @@ class Replay {
   /// Throws Refusal for what is no recording.
   explicit Replay(const std::string& recording);
 
-  /// Serves clients at both sockets until SIGINT or SIGTERM, which end the process. Throws Refusal
-  /// when somebody else serves there.
+  /// Serves clients at both sockets until one of the EndingSignals, which ends the process. Throws
+  /// Refusal when somebody else serves there.
   void serve();
 
  private:

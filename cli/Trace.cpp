@@ -162,6 +162,8 @@ std::string words(TraceChannel channel, const TraceLine& line) {
 struct Trace::State {
   bool json = false;
   std::optional<Recording> recording;
+  /// Of a trace that stands between the two.
+  EndingSignals* ending = nullptr;
   std::array<ChannelTrace, 2> channels{ChannelTrace(TraceChannel::control),
                                        ChannelTrace(TraceChannel::sectionFilter)};
   std::mutex mutex;
@@ -187,8 +189,10 @@ void Trace::noteLocked(TraceChannel channel, TraceEvent event, std::string_view 
   if (event != TraceEvent::connected && !state_->of(channel).isConnected()) return;
   const TraceChunk chunk{now().count(), channel, event, 0,
                          static_cast<std::uint32_t>(bytes.size())};
-  if (state_->recording) state_->recording->write(chunk, bytes);
-  show(chunk, bytes);
+  state_->ending->guard([&] {
+    if (state_->recording) state_->recording->write(chunk, bytes);
+    if (!state_->ending->hasFailed()) show(chunk, bytes);
+  });
   state_->noted.notify_one();
 }
 
@@ -222,15 +226,18 @@ void Trace::watch() {
     } else {
       state_->noted.wait(lock);
     }
+    if (state_->ending->hasFailed()) return;
     showStalled(now());
   }
 }
 
 void Trace::print(TraceChannel channel, const std::vector<TraceLine>& lines) const {
   for (const TraceLine& line : lines) {
-    fmt::print("{}\n", state_->json ? json(channel, line) : words(channel, line));
+    const std::string text = (state_->json ? json(channel, line) : words(channel, line)) + '\n';
+    if (std::fwrite(text.data(), 1, text.size(), stdout) != text.size())
+      refuse("the output cannot be written");
   }
-  std::fflush(stdout);
+  if (std::fflush(stdout) != 0) refuse("the output cannot be written");
 }
 
 void Trace::pass(TraceChannel channel, int client, int library) {
@@ -258,10 +265,10 @@ void Trace::pass(TraceChannel channel, int client, int library) {
 void Trace::serve(TraceChannel channel, int listening, const std::string& path) {
   for (;;) {
     const Descriptor client(accept4(listening, nullptr, nullptr, SOCK_CLOEXEC));
-    if (client.number() == -1) return;
+    if (client.number() == -1) refuse(path);
     const Descriptor library = connectTo(path);
     if (library.number() == -1) {
-      fmt::print(stderr, "quillwork-client: {}: {}\n", path, std::strerror(errno));
+      say("{}: {}", path, std::strerror(errno));
     } else {
       pass(channel, client.number(), library.number());
     }
@@ -273,24 +280,27 @@ void Trace::endConnections() {
 }
 
 void Trace::stand() {
-  const EndingSignals ending;
+  EndingSignals ending;
+  state_->ending = &ending;
   const TakenPath control(client::ControlChannel::defaultPath);
   const TakenPath sections(client::SectionFilterChannel::defaultPath);
   // The threads end with the process.
-  std::thread([&] { serve(TraceChannel::control, control.listening(), control.moved()); }).detach();
-  std::thread([&] {
-    serve(TraceChannel::sectionFilter, sections.listening(), sections.moved());
-  }).detach();
-  std::thread([this] { watch(); }).detach();
-  fmt::print(stderr, "quillwork-client: between the library and its next client\n");
+  const auto begin = [&](auto part) {
+    std::thread([&ending, part] { ending.guard(part); }).detach();
+  };
+  ending.guard([&] {
+    begin([&] { serve(TraceChannel::control, control.listening(), control.moved()); });
+    begin([&] { serve(TraceChannel::sectionFilter, sections.listening(), sections.moved()); });
+    begin([&] { watch(); });
+    say("between the library and its next client");
+  });
   ending.wait();
   control.giveBack();
   sections.giveBack();
   // No line is cut short; who is connected loses the connection.
   const std::scoped_lock lock(state_->mutex);
   endConnections();
-  std::fflush(stdout);
-  _exit(0);
+  _exit(ending.exitStatus());
 }
 
 void Trace::read(const std::string& path) {

@@ -23,10 +23,11 @@ class Trace {
   Trace(const Trace&) = delete;
   Trace& operator=(const Trace&) = delete;
 
-  /// Takes the place of the library's sockets, so that the next client connects here, until SIGINT
-  /// or SIGTERM; then puts them back. Throws Refusal when there are none.
+  /// Takes the place of the library's sockets, so that the next client connects here, until one of
+  /// the EndingSignals, or until the output cannot be written; then puts them back and ends the
+  /// process. Throws Refusal when there are none.
   void stand();
-  /// Shows a recording. Throws Refusal for what is none.
+  /// Shows a recording. Throws Refusal for what is none, and when the output cannot be written.
   void read(const std::string& path);
 
  private:
@@ -39,10 +40,11 @@ class Trace {
   void serve(TraceChannel channel, int listening, const std::string& path);
   void pass(TraceChannel channel, int client, int library);
   void endConnections();
-  /// Says what has stalled, for as long as the process lives.
+  /// Says what has stalled, for as long as the process lives or until it has failed.
   void watch();
   [[nodiscard]] ChannelTrace* nextToStall() const;
   void showStalled(TraceTime now);
+  /// Throws Refusal when the output cannot be written.
   void print(TraceChannel channel, const std::vector<TraceLine>& lines) const;
 
   std::unique_ptr<State> state_;

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -600,6 +601,50 @@ TEST_F(Between, ATraceThatEndsEndsTheConnections) {
   EXPECT_EQ(entries[4]["kind"], "unanswered");
   EXPECT_EQ(entries[4]["request"], entries[1]["request"]);
   EXPECT_GE(entries[4]["after_ns"].get<std::int64_t>(), 0);
+}
+
+TEST_F(Between, AnOutputThatCannotBeWrittenEndsItInOrder) {
+  // One line is longer than what a stream keeps, and than the limit.
+  const rlimit limit{400, 400};
+  ASSERT_EQ(prlimit(trace.process(), RLIMIT_FSIZE, &limit, nullptr), 0);
+  {
+    const RawClient client(RawClient::sectionFilter);
+    sections.accept();
+    client.send(word(13));
+    sections.take(4);
+    const std::string section = word(8000) + std::string(8000, 's');
+    sections.send(section);
+    EXPECT_EQ(trace.wait(), 1);
+  }
+  sections.end();
+  EXPECT_EQ(trace.errors(),
+            "quillwork-client: between the library and its next client\n"
+            "quillwork-client: /dev/shm/recording: cannot be written any more\n"
+            "quillwork-client: the output cannot be written: File too large\n");
+  expectGivenBack();
+}
+
+TEST_F(Between, AHangUpAndAQuitEndItInOrderAndAClosedPipeDoesNot) {
+  trace.signal(SIGPIPE);
+  trace.signal(SIGXFSZ);
+  {
+    const RawClient client;
+    control.accept();
+    client.send(bytesOf(request(quillwork::SI, 7)));
+    EXPECT_TRUE(trace.awaitOutput("getCurrentService"));
+  }
+  control.end();
+  trace.signal(SIGQUIT);
+  EXPECT_EQ(trace.wait(), 0) << trace.errors();
+  expectGivenBack();
+  // The tests may have been begun with it ignored.
+  const auto before = std::signal(SIGHUP, SIG_DFL);
+  Program second({CLIENT, "trace"});
+  std::signal(SIGHUP, before);
+  awaitPlace(second);
+  second.signal(SIGHUP);
+  EXPECT_EQ(second.wait(), 0) << second.errors();
+  expectGivenBack();
 }
 
 TEST_F(Between, ALibraryThatHasBegunAnewKeepsItsSocket) {
