@@ -1,6 +1,7 @@
 #include "cli/Recording.h"
 
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <utility>
 
@@ -16,14 +17,19 @@ constexpr std::string_view firstSignature = "quillwork-trace 1\n";
 static_assert(signature.size() == firstSignature.size());
 
 constexpr std::uint32_t maxChunk = 1U << 20U;
+/// Differences and sums of times before it fit into 64 bits.
+constexpr std::chrono::nanoseconds endOfTime =
+    std::chrono::sys_days(std::chrono::year{2201} / 1 / 1).time_since_epoch();
 
 [[noreturn]] void refuse(const std::string& path) {
   throw Refusal(path + ": " + std::strerror(errno));
 }
 
+[[noreturn]] void refuseCut(const std::string& path) { throw Refusal(path + ": cut short"); }
+
 bool isDamaged(const TraceChunk& chunk) {
   return chunk.channel > TraceChannel::sectionFilter || chunk.event > TraceEvent::endedByTrace ||
-         chunk.size > maxChunk;
+         chunk.size > maxChunk || chunk.time < 0 || chunk.time >= endOfTime.count();
 }
 
 }  // namespace
@@ -54,10 +60,10 @@ void Recording::read(const std::string& path, const Take& take) {
   while (file.read(reinterpret_cast<char*>(&chunk), sizeof chunk)) {
     if (isDamaged(chunk)) throw Refusal(path + ": a damaged recording");
     bytes.resize(chunk.size);
-    if (!file.read(bytes.data(), static_cast<std::streamsize>(bytes.size()))) break;
+    if (!file.read(bytes.data(), static_cast<std::streamsize>(bytes.size()))) refuseCut(path);
     take(chunk, bytes);
   }
-  if (file.gcount() != 0) throw Refusal(path + ": cut short");
+  if (file.gcount() != 0) refuseCut(path);
 }
 
 }  // namespace quillwork::cli

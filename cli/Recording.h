@@ -22,7 +22,7 @@ enum class TraceEvent : std::uint8_t {
 
 /// How a recording holds a chunk, little-endian; its bytes follow.
 struct TraceChunk {
-  std::int64_t time;  ///< nanoseconds since the beginning of 1970, UTC
+  std::int64_t time;  ///< nanoseconds since the beginning of 1970, UTC; not after 2200
   TraceChannel channel;
   TraceEvent event;
   std::uint16_t reserved;

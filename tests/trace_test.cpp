@@ -777,9 +777,26 @@ TEST(Trace, SaysWhatIsWrong) {
   std::ofstream("/dev/shm/cut") << "quillwork-trace 1\n1234567";
   EXPECT_EQ(errors({CLIENT, "trace", "--read", "/dev/shm/cut"}),
             "quillwork-client: /dev/shm/cut: cut short\n");
-  std::ofstream("/dev/shm/damaged") << "quillwork-trace 1\n" << std::string(16, 'x');
-  EXPECT_EQ(errors({CLIENT, "trace", "--read", "/dev/shm/damaged"}),
-            "quillwork-client: /dev/shm/damaged: a damaged recording\n");
+  // A chunk's header, and none of its bytes.
+  const std::string cut = std::string(12, '\0') + word(5);
+  std::ofstream("/dev/shm/cut") << "quillwork-trace 2\n" << cut;
+  for (const char* const option : {"--read", "--replay"}) {
+    EXPECT_EQ(errors({CLIENT, "trace", option, "/dev/shm/cut"}),
+              "quillwork-client: /dev/shm/cut: cut short\n");
+  }
+  // The first nanoseconds of 2201 and before 1970, and the last that there are.
+  const auto chunkAt = [](std::int64_t time) {
+    return std::string(reinterpret_cast<const char*>(&time), sizeof time) + std::string(8, '\0');
+  };
+  for (const std::string& chunk : {std::string(16, 'x'), chunkAt(-1), chunkAt(INT64_MIN),
+                                   chunkAt(7'289'654'400'000'000'000), chunkAt(INT64_MAX)}) {
+    std::ofstream("/dev/shm/damaged") << "quillwork-trace 2\n" << chunk;
+    EXPECT_EQ(errors({CLIENT, "trace", "--read", "/dev/shm/damaged"}),
+              "quillwork-client: /dev/shm/damaged: a damaged recording\n");
+  }
+  std::ofstream("/dev/shm/sound") << "quillwork-trace 2\n" << chunkAt(7'289'654'399'999'999'999);
+  Program sound({CLIENT, "trace", "--read", "/dev/shm/sound"});
+  EXPECT_EQ(sound.wait(), 0) << sound.errors();
 }
 
 }  // namespace
