@@ -115,6 +115,7 @@ void ControlDecoder::takeRequest(const message& record) {
     const auto index = static_cast<std::size_t>(row - std::begin(operations::requests));
     addRequest(row->name, readFields(record, row->request), row->reply != Reply::none,
                {index, record.type});
+    if (row->group == APPLICATION_STATE) answerQuestion();
     return;
   }
   Json fields = kindOf(record);
@@ -139,6 +140,7 @@ void ControlDecoder::takeRecord(std::string_view item) {
     takeHeader(record);
   } else if (const auto* const row = find(operations::notifications, record)) {
     add(Direction::toClient, "notification", row->name, readFields(record, row->content));
+    if (row->group == APPLICATION_STATE) addQuestion(row->name);
   } else {
     takeReply(record);
   }

@@ -60,9 +60,8 @@ std::optional<TraceTime> TraceDecoder::nextStall() const {
 std::vector<TraceLine> TraceDecoder::end(Direction direction, TraceTime time) {
   now_ = time;
   if (mustReport(side(direction))) addIncomplete(direction, time);
-  if (direction == Direction::toClient) {
-    for (const Request& request : std::exchange(waiting_, {})) addUnanswered(request);
-  }
+  auto& open = direction == Direction::toClient ? waiting_ : questions_;
+  for (const Request& request : std::exchange(open, {})) addUnanswered(direction, request);
   return std::exchange(lines_, {});
 }
 
@@ -95,10 +94,10 @@ void TraceDecoder::addIncomplete(Direction direction, TraceTime time) {
   explain(direction, line.fields);
 }
 
-void TraceDecoder::addUnanswered(const Request& request) {
+void TraceDecoder::addUnanswered(Direction direction, const Request& request) {
   TraceLine& line = lines_.emplace_back();
   line.time = now_;
-  line.direction = Direction::toClient;
+  line.direction = direction;
   line.kind = "unanswered";
   line.operation = request.operation;
   line.request = request.number;
@@ -159,7 +158,7 @@ void TraceDecoder::addRequest(std::string operation, Json fields, bool hasReply,
 
 TraceDecoder::Request TraceDecoder::answer(std::size_t index) {
   for (; index > 0; --index) {
-    addUnanswered(waiting_.front());
+    addUnanswered(Direction::toClient, waiting_.front());
     waiting_.pop_front();
   }
   Request request = std::move(waiting_.front());
@@ -167,10 +166,23 @@ TraceDecoder::Request TraceDecoder::answer(std::size_t index) {
   return request;
 }
 
+void TraceDecoder::addQuestion(std::string operation) {
+  if (questions_.size() == maxUnanswered) {
+    giveUp(Direction::toClient, operation, {{"unanswered", maxUnanswered}});
+    return;
+  }
+  questions_.push_back({std::move(operation), now_});
+}
+
+void TraceDecoder::answerQuestion() {
+  if (!questions_.empty()) questions_.pop_front();
+}
+
 void TraceDecoder::giveUp(Direction direction, const std::string& operation, Json fields) {
   add(direction, "undecoded", operation, std::move(fields));
   isGivenUp_ = true;
   waiting_.clear();
+  questions_.clear();
 }
 
 }  // namespace quillwork::cli

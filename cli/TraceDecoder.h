@@ -25,7 +25,7 @@ class TraceDecoder {
   static constexpr std::size_t maxUnit = 64U << 20U;
   /// The elements of one list.
   static constexpr std::int32_t maxElements = 1 << 20;
-  /// Requests without a reply yet.
+  /// Requests without a reply yet, and likewise questions.
   static constexpr std::size_t maxUnanswered = 1U << 16U;
   /// How long the rest of an item may take.
   static constexpr std::chrono::seconds patience{1};
@@ -39,7 +39,7 @@ class TraceDecoder {
   std::vector<TraceLine> stalled(TraceTime now);
   /// When stalled() has something to say, unless something comes before.
   [[nodiscard]] std::optional<TraceTime> nextStall() const;
-  /// One direction has ended: what is incomplete stays so, and the library that has ended answers
+  /// One direction has ended: what is incomplete stays so, and the side that has ended answers
   /// nothing more.
   std::vector<TraceLine> end(Direction direction, TraceTime time);
   /// Both have.
@@ -94,6 +94,10 @@ class TraceDecoder {
   }
   /// The reply begins to the waiting request of that index: those before it get none any more.
   Request answer(std::size_t index);
+  /// The library's last notification asks the client something.
+  void addQuestion(std::string operation);
+  /// The oldest question has its answer; where none is open, it answers nothing.
+  void answerQuestion();
   [[nodiscard]] TraceTime now() const { return now_; }
   [[nodiscard]] bool isGivenUp() const { return isGivenUp_; }
   /// Ends the decoding; the fields say why.
@@ -117,10 +121,11 @@ class TraceDecoder {
   Side& side(Direction direction) { return sides_[static_cast<std::size_t>(direction)]; }
   [[nodiscard]] bool mustReport(const Side& side) const;
   void addIncomplete(Direction direction, TraceTime time);
-  void addUnanswered(const Request& request);
+  void addUnanswered(Direction direction, const Request& request);
 
   std::array<Side, 2> sides_;
   std::deque<Request> waiting_;
+  std::deque<Request> questions_;
   std::size_t requests_ = 0;
   bool isGivenUp_ = false;
   std::uint64_t undecoded_ = 0;

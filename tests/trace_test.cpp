@@ -420,6 +420,31 @@ TEST(Trace, AReplyTellsHowLongItTookAndARequestWithoutOneIsUnanswered) {
   EXPECT_EQ(lines[1].after, 1ms);
 }
 
+TEST(Trace, AnApplicationStateThatTheClientDoesNotAnswerIsUnanswered) {
+  using namespace std::chrono_literals;
+  const std::string state = bytesOf(request(quillwork::APPLICATION_STATE, 3));
+  const std::string answer = bytesOf(request(quillwork::APPLICATION_STATE, 0));
+  ControlDecoder decoder;
+  // An answer that nobody asked for answers nothing.
+  decoder.feed(Direction::toLibrary, answer, 1ms);
+  decoder.feed(Direction::toClient, state, 10ms);
+  decoder.feed(Direction::toClient, state, 20ms);
+  decoder.feed(Direction::toLibrary, answer, 30ms);
+  // The client may still answer a library that sends nothing more.
+  EXPECT_TRUE(decoder.end(Direction::toClient, 40ms).empty());
+  const Lines lines = decoder.end(Direction::toLibrary, 50ms);
+  EXPECT_EQ(show(lines), std::vector<std::string>{"> unanswered setApplicationState {}"});
+  EXPECT_EQ(lines[0].after, 30ms);
+  EXPECT_TRUE(decoder.finish(60ms).empty());
+
+  ControlDecoder asked;
+  for (std::size_t index = 0; index < ControlDecoder::maxUnanswered; ++index) {
+    asked.feed(Direction::toClient, state);
+  }
+  EXPECT_EQ(show(asked.feed(Direction::toClient, state)).back(),
+            R"(< undecoded setApplicationState {"unanswered":65536})");
+}
+
 /// A library of raw bytes at both sockets, with a trace before it.
 class Between : public testing::Test {
  protected:
