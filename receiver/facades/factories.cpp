@@ -3,6 +3,8 @@
 #include <map>
 #include <string>
 
+#include "facade/PropertyFacade.h"
+#include "facade/VideoFacade.h"
 #include "receiver/Host.h"
 #include "receiver/Time.h"
 #include "receiver/facades/Carousels.h"
