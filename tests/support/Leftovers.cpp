@@ -14,6 +14,8 @@
 #include <thread>
 #include <vector>
 
+#include "support/Patience.h"
+
 namespace {
 
 using Names = std::vector<std::string>;
@@ -72,10 +74,10 @@ class LeftoverWatch : public testing::EmptyTestEventListener {
   }
 
   void OnTestEnd(const testing::TestInfo&) override {
-    // The end of a thread, and what a server closes after its client, tell nobody. Counted in
-    // pauses, so that the time grows where the machine is busy.
-    for (int pauses = 0; pauses < maxPauses && !isAsExpected(); ++pauses) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    // The end of a thread, and what a server closes after its client, tell nobody. A server first
+    // works through the requests that its client left in the socket.
+    for (auto waited = pause * 0; waited < patience && !isAsExpected(); waited += pause) {
+      std::this_thread::sleep_for(pause);
     }
     const Names files = added(filesBefore_, openFiles());
     const Names numbers = added(threadsBefore_, threads());
@@ -99,7 +101,7 @@ class LeftoverWatch : public testing::EmptyTestEventListener {
            isExpected(added(threadsBefore_, threads()), expectedLeftovers.threads);
   }
 
-  static constexpr int maxPauses = 1000;
+  static constexpr std::chrono::milliseconds pause{10};
 
   Names filesBefore_;
   Names threadsBefore_;
