@@ -76,7 +76,8 @@ class LeftoverWatch : public testing::EmptyTestEventListener {
   void OnTestEnd(const testing::TestInfo&) override {
     // The end of a thread, and what a server closes after its client, tell nobody. A server first
     // works through the requests that its client left in the socket.
-    for (auto waited = pause * 0; waited < patience && !isAsExpected(); waited += pause) {
+    for (std::chrono::milliseconds waited{}; waited < patience && !isAsExpected();
+         waited += pause) {
       std::this_thread::sleep_for(pause);
     }
     const Names files = added(filesBefore_, openFiles());
