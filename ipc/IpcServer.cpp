@@ -221,6 +221,23 @@ bool IpcServer::SendGuard::sendMessage(const void* data, unsigned int length) {
   return sendBytes(data, length, "Can't send raw message");
 }
 
+bool IpcServer::SendGuard::sendMessages(const message* records, std::size_t count) {
+  const auto* const bytes = reinterpret_cast<const unsigned char*>(records);
+  const std::size_t size = count * sizeof(message);
+  std::size_t sent = 0;
+  if (!senders_.isClosed()) {
+    const ssize_t taken = send(client_, bytes, size, MSG_NOSIGNAL);
+    if (taken > 0) sent = static_cast<std::size_t>(taken);
+  }
+  bool succeeded = true;
+  while (sent < size) {
+    const auto rest = static_cast<unsigned int>(sizeof(message) - sent % sizeof(message));
+    succeeded = sendBytes(bytes + sent, rest, "Can't send message") && succeeded;
+    sent += rest;
+  }
+  return succeeded;
+}
+
 bool IpcServer::SendGuard::sendBytes(const void* data, unsigned int length, const char* complaint) {
   if (senders_.isClosed()) {
     // A stop does not wait for the rest of a long reply to fail piece by piece.

@@ -2,6 +2,8 @@
 
 #include <pthread.h>
 
+#include <cstddef>
+
 #include "ipc/Gate.h"
 #include "ipc/IpcListener.h"
 #include "ipc/Mutex.h"
@@ -93,6 +95,15 @@ class QUILLWORK_SCOPED_CAPABILITY IpcServer::SendGuard {
   /// follows it in the sequence fails without a word.
   bool sendMessage(message& record);
   bool sendMessage(const void* data, unsigned int length);
+
+  /// Sends `count` records that lie one behind the other, at most `maxPiece`, in one piece. What
+  /// the stream does not take of it follows record by record, beginning with the rest of the one
+  /// that was cut; each that fails prints its own line. Returns whether all bytes were taken.
+  bool sendMessages(const message* records, std::size_t count);
+
+  /// A piece of so many records stays in one buffer of the kernel: a receive of one record never
+  /// comes up short.
+  static constexpr std::size_t maxPiece = 16;
 
  private:
   bool sendBytes(const void* data, unsigned int length, const char* complaint);

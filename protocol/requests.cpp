@@ -136,27 +136,69 @@ void sendTrailing(IpcServer::SendGuard& guard, descriptor& element) {
   freeLists(element);
 }
 
-void sendHeader(IpcServer::SendGuard& guard, message& record, std::size_t count) {
-  record.group = LIST_HEADER;
-  record.type = static_cast<std::int32_t>(count);
-  guard.sendMessage(record);
-}
+/// The records of a list on their way to the client. They gather in a piece, which leaves in one
+/// send when it is full or when raw bytes follow.
+class Pieces {
+ public:
+  Pieces(IpcServer::SendGuard& guard, const message& request) : guard_(guard), request_(request) {}
+
+  /// The next record, with what the one before it holds in the words that the caller does not
+  /// write.
+  message& next() {
+    if (count_ == std::size(records_)) send();
+    message& record = records_[count_];
+    // A list's elements all write the same words, so that a record of the piece before holds the
+    // others already.
+    if (count_ == filled_) {
+      record = filled_ == 0 ? request_ : records_[filled_ - 1];
+      ++filled_;
+    }
+    last_ = count_++;
+    return record;
+  }
+
+  void send() {
+    if (count_ > 0) guard_.sendMessages(records_, std::exchange(count_, 0));
+  }
+
+  /// The record that next() gave out last.
+  [[nodiscard]] const message& last() const { return records_[last_]; }
+
+ private:
+  IpcServer::SendGuard& guard_;
+  const message& request_;
+  message records_[IpcServer::SendGuard::maxPiece];
+  std::size_t count_ = 0;
+  std::size_t filled_ = 0;
+  std::size_t last_ = 0;
+};
 
 /// Sends a list: a header with the count, then a record for each element. The lists behind a
-/// descriptor come with it, those of events behind the last one.
+/// descriptor come with it, those of events behind the last one. The pieces are on the stack here,
+/// and in no function that calls the host.
 template <std::size_t place, class Element>
-void sendList(IpcServer& server, message& record, std::list<Element>&& list, message_group group,
-              std::int32_t type) {
+[[gnu::noinline]] void sendList(IpcServer& server, message& record, std::list<Element>&& list,
+                                message_group group, std::int32_t type) {
   OwnedRecords<Element> elements(std::move(list));
   IpcServer::SendGuard guard(server);
-  sendHeader(guard, record, elements->size());
+  Pieces pieces(guard, record);
+  message& header = pieces.next();
+  header.group = LIST_HEADER;
+  header.type = static_cast<std::int32_t>(elements->size());
   for (Element& element : *elements) {
-    record.group = group;
-    if (type >= 0) record.type = type;
-    write<place>(record, element);
-    guard.sendMessage(record);
-    if constexpr (std::is_same_v<Element, descriptor>) sendTrailing(guard, element);
+    message& next = pieces.next();
+    next.group = group;
+    if (type >= 0) next.type = type;
+    write<place>(next, element);
+    if constexpr (std::is_same_v<Element, descriptor>) {
+      if (element.data == nullptr || element.data->empty()) continue;
+      pieces.send();
+      sendTrailing(guard, element);
+    }
   }
+  pieces.send();
+  // What a later request leaves out is as if the list had been sent from here.
+  record = pieces.last();
   if constexpr (std::is_same_v<Element, program_event>) {
     for (program_event& event : *elements) sendTrailing(guard, event);
   }
