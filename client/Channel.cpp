@@ -16,12 +16,12 @@
 namespace quillwork::client {
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
 /// Whether the descriptor is ready, or has failed, before the deadline.
-bool waitFor(int descriptor, short events, Clock::time_point deadline) {
+bool isReady(int descriptor, short events, std::chrono::steady_clock::time_point deadline) {
   for (;;) {
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
+    const auto left =
+        std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now())
+            .count();
     pollfd waiting{descriptor, events, 0};
     const int ready = poll(&waiting, 1, static_cast<int>(std::clamp<long long>(left, 0, INT_MAX)));
     if (ready > 0) return true;
@@ -39,7 +39,7 @@ Channel::Channel(std::string path, std::chrono::milliseconds timeLimit)
   const sockaddr_un address = unixAddress(path_);
   if (socket_ != -1 &&
       connect(socket_, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) {
-    limitReceives();
+    fcntl(socket_, F_SETFL, fcntl(socket_, F_GETFL) & ~O_NONBLOCK);
     return;
   }
   const int error = errno;
@@ -49,20 +49,9 @@ Channel::Channel(std::string path, std::chrono::milliseconds timeLimit)
   throw Error(path_ + ": " + (nobody ? "no receiver is running" : std::strerror(error)));
 }
 
-/// From here on a receive that may wait waits for timeLimit_.
-void Channel::limitReceives() const {
-  const auto microseconds = std::chrono::microseconds(timeLimit_).count();
-  timeval limit{};
-  limit.tv_sec = static_cast<time_t>(microseconds / 1'000'000);
-  limit.tv_usec = static_cast<suseconds_t>(microseconds % 1'000'000);
-  setsockopt(socket_, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
-  fcntl(socket_, F_SETFL, fcntl(socket_, F_GETFL) & ~O_NONBLOCK);
-}
-
 Channel::~Channel() { close(socket_); }
 
 void Channel::send(const void* data, std::size_t size) const {
-  const auto deadline = Clock::now() + timeLimit_;
   const auto* bytes = static_cast<const char*>(data);
   while (size > 0) {
     const ssize_t sent = ::send(socket_, bytes, size, MSG_NOSIGNAL | MSG_DONTWAIT);
@@ -71,52 +60,71 @@ void Channel::send(const void* data, std::size_t size) const {
       size -= static_cast<std::size_t>(sent);
     } else if (errno != EAGAIN && errno != EINTR) {
       throw Error(path_ + ": the receiver has closed the connection");
-    } else if (!waitFor(socket_, POLLOUT, deadline)) {
+    } else if (!isReady(socket_, POLLOUT, deadline_)) {
       throw TimeOut(path_ + ": the receiver does not take the request");
     }
   }
 }
 
-void Channel::receive(void* data, std::size_t size, std::chrono::milliseconds timeLimit) {
+void Channel::begin(std::chrono::milliseconds timeLimit) {
+  operationLimit_ = timeLimit;
+  deadline_ = Clock::now() + timeLimit;
+}
+
+void Channel::receive(void* data, std::size_t size) {
   // An empty list's bytes: there may be nowhere to put them.
   if (size == 0) return;
-  if (arrivedSize() < size) {
-    const auto deadline = Clock::now() + timeLimit;
-    const auto wait = [&] {
-      if (waitFor(socket_, POLLIN, deadline)) return;
-      throw TimeOut(path_ + ": no answer within " + std::to_string(timeLimit.count()) + " ms" +
-                    (arrivedSize() == 0 ? "" : ", the reply was cut short"));
-    };
-    // The first wait is the socket's own, which spares a call; its limit is timeLimit_.
-    const bool hasOwnLimit = timeLimit == timeLimit_ && timeLimit.count() > 0;
-    if (!fetch(size, hasOwnLimit ? 0 : MSG_DONTWAIT)) {
-      do wait();
-      while (!fetch(size, MSG_DONTWAIT));
-    }
-  }
+  need(size);
   std::memcpy(data, buffer_.data() + begin_, size);
   begin_ += size;
+}
+
+const void* Channel::next(std::size_t size) {
+  // Behind bytes and texts of any number what has arrived lies anywhere.
+  if (begin_ % alignof(std::int32_t) != 0 && arrivedSize() >= size) makeRoom(0);
+  need(size);
+  const void* const at = buffer_.data() + begin_;
+  begin_ += size;
+  return at;
+}
+
+bool Channel::waitFor(std::size_t wanted) {
+  if (arrivedSize() == 0) takeInTime(wanted);
+  return arrivedSize() > 0;
 }
 
 std::span<const std::uint8_t> Channel::arrived(std::size_t wanted) {
   while (arrivedSize() < wanted) {
     const std::size_t before = arrivedSize();
-    if (!fetch(wanted, MSG_DONTWAIT) && arrivedSize() == before) return {};
+    if (!take(wanted, MSG_DONTWAIT) && arrivedSize() == before) return {};
   }
   return std::span(buffer_).subspan(begin_, arrivedSize());
 }
 
-// One receive. What is expected for certain is taken along in large pieces; what may come behind it
-// stays in the socket, so that whoever waits for the descriptor hears of it.
-bool Channel::fetch(std::size_t wanted, int flags) {
-  constexpr std::size_t largestPiece = 65'536;
+/// Receives until so many bytes are there.
+void Channel::need(std::size_t size) {
+  if (arrivedSize() >= size || takeInTime(size)) return;
+  throw TimeOut(path_ + ": no answer within " + std::to_string(operationLimit_.count()) + " ms" +
+                (arrivedSize() == 0 ? "" : ", the reply was cut short"));
+}
+
+/// Moves what has arrived to the buffer's beginning, and makes room for more behind it.
+void Channel::makeRoom(std::size_t size) {
   if (begin_ > 0) {
     std::memmove(buffer_.data(), buffer_.data() + begin_, arrivedSize());
     end_ -= begin_;
     begin_ = 0;
   }
-  const std::size_t room = std::min(std::max(wanted - end_, expected_), largestPiece);
-  if (buffer_.size() < end_ + room) buffer_.resize(end_ + room);
+  if (buffer_.size() < end_ + size) buffer_.resize(end_ + size);
+}
+
+/// One receive; whether as much as wanted has arrived. What is expected for certain is taken along
+/// in large pieces; what may come behind it stays in the socket, so that whoever waits for the
+/// descriptor hears of it.
+bool Channel::take(std::size_t wanted, int flags) {
+  constexpr std::size_t largestPiece = 65'536;
+  const std::size_t room = std::min(std::max(wanted - arrivedSize(), expected_), largestPiece);
+  makeRoom(room);
   const ssize_t size = recv(socket_, buffer_.data() + end_, room, flags);
   if (size > 0) {
     end_ += static_cast<std::size_t>(size);
@@ -128,9 +136,34 @@ bool Channel::fetch(std::size_t wanted, int flags) {
   return end_ >= wanted;
 }
 
-bool Channel::waitForData(std::chrono::milliseconds time) const {
-  if (arrivedSize() > 0) return true;
-  return waitFor(socket_, POLLIN, Clock::now() + time);
+/// Receives as much as wanted, or what comes until the operation's end; whether it was as much. The
+/// wait is the socket's own, so that what comes in time costs one call. The socket keeps the limit
+/// that it was given once, as long as that ends before the operation does and not long before.
+bool Channel::takeInTime(std::size_t wanted) {
+  const auto left = [this] { return deadline_ - Clock::now(); };
+  auto time = left();
+  if (receiveLimit_ > time || receiveLimit_ < time / 2) {
+    if (take(wanted, MSG_DONTWAIT)) return true;
+    time = left();
+    if (time > Clock::duration::zero()) limitReceives(time - time / 64);
+  }
+  while (time > Clock::duration::zero()) {
+    if (time < receiveLimit_ && !isReady(socket_, POLLIN, deadline_)) return false;
+    if (take(wanted, time < receiveLimit_ ? MSG_DONTWAIT : MSG_WAITALL)) return true;
+    time = left();
+  }
+  return false;
+}
+
+/// From here on a receive that waits for all of its bytes waits so long at most.
+void Channel::limitReceives(Clock::duration limit) {
+  const auto microseconds =
+      std::max<std::int64_t>(1, std::chrono::ceil<std::chrono::microseconds>(limit).count());
+  timeval value{};
+  value.tv_sec = static_cast<time_t>(microseconds / 1'000'000);
+  value.tv_usec = static_cast<suseconds_t>(microseconds % 1'000'000);
+  setsockopt(socket_, SOL_SOCKET, SO_RCVTIMEO, &value, sizeof value);
+  receiveLimit_ = limit;
 }
 
 }  // namespace quillwork::client

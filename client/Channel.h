@@ -20,9 +20,9 @@ struct TimeOut : Error {
   using Error::Error;
 };
 
-/// A connection to one of the library's sockets. Every operation ends after the time limit at the
-/// latest and throws Error when the peer is not there, has gone, or does not answer. One thread at
-/// a time.
+/// A connection to one of the library's sockets. Every operation ends after its time limit as a
+/// whole, however the peer spreads what it sends, and throws Error when the peer is not there, has
+/// gone, or does not answer. One thread at a time.
 class Channel {
  public:
   Channel(std::string path, std::chrono::milliseconds timeLimit);
@@ -30,12 +30,20 @@ class Channel {
   Channel(const Channel&) = delete;
   Channel& operator=(const Channel&) = delete;
 
+  /// Begins an operation: all that follows has to be done within the time.
+  void begin(std::chrono::milliseconds timeLimit);
+  void begin() { begin(timeLimit_); }
+
   void send(const void* data, std::size_t size) const;
   /// Exactly so many bytes.
-  void receive(void* data, std::size_t size) { receive(data, size, timeLimit_); }
-  void receive(void* data, std::size_t size, std::chrono::milliseconds timeLimit);
-  /// Whether something has arrived within the time.
-  [[nodiscard]] bool waitForData(std::chrono::milliseconds time) const;
+  void receive(void* data, std::size_t size);
+  /// So many bytes where they have arrived, aligned for words. They are there until more is
+  /// received.
+  const void* next(std::size_t size);
+
+  /// Whether something has arrived within the operation's time; `wanted`, at least 1, is what the
+  /// caller will receive first.
+  [[nodiscard]] bool waitFor(std::size_t wanted);
 
   /// So many bytes, as soon as they have arrived, and until then nothing, at once; receive() begins
   /// with them. Throws Error when the receiver has closed the connection before.
@@ -50,13 +58,23 @@ class Channel {
   [[nodiscard]] std::chrono::milliseconds timeLimit() const { return timeLimit_; }
 
  private:
-  void limitReceives() const;
-  bool fetch(std::size_t wanted, int flags);
+  using Clock = std::chrono::steady_clock;
+
+  void need(std::size_t size);
+  void makeRoom(std::size_t size);
+  bool take(std::size_t wanted, int flags);
+  bool takeInTime(std::size_t wanted);
+  void limitReceives(Clock::duration limit);
   [[nodiscard]] std::size_t arrivedSize() const { return end_ - begin_; }
 
   std::string path_;
   std::chrono::milliseconds timeLimit_;
   int socket_;
+  /// Of the operation under way.
+  std::chrono::milliseconds operationLimit_{};
+  Clock::time_point deadline_;
+  /// What a receive waits for at most by itself; 0 until it was set.
+  Clock::duration receiveLimit_{};
   /// What has arrived and was not received yet lies from begin_ to end_.
   std::vector<std::uint8_t> buffer_;
   std::size_t begin_ = 0;

@@ -18,6 +18,7 @@ using operations::Request;
 // Bounds on what a reply can make the client allocate.
 constexpr std::size_t maxText = 16U << 20U;
 constexpr std::size_t maxElements = 1U << 20U;
+constexpr std::size_t maxReply = 64U << 20U;
 
 template <operations::Name name>
 constexpr const operations::Notification& notificationOf =
@@ -112,15 +113,23 @@ std::optional<Notification> readNotification(const message& record) {
 
 }  // namespace
 
-void ControlChannel::tell(const Request& row, Values values) {
-  const message request = makeRequest(row, values);
+void ControlChannel::tell(const Request& row, Values values) { send(makeRequest(row, values)); }
+
+void ControlChannel::send(const message& request) {
+  kept_ = 0;
+  channel_.begin();
   channel_.send(&request, sizeof request);
 }
 
-message ControlChannel::receiveRecord() {
-  message record{};
-  channel_.receive(&record, sizeof record);
-  return record;
+/// The next record, which is there until more is received.
+const message& ControlChannel::receiveRecord() {
+  return *static_cast<const message*>(channel_.next(sizeof(message)));
+}
+
+/// Counts what a reply makes the client keep: no reply may fill the memory.
+void ControlChannel::keep(std::size_t bytes) {
+  kept_ += bytes;
+  if (kept_ > maxReply) throw Error(channel_.path() + ": a reply is too long");
 }
 
 Notification ControlChannel::receiveDsmCCCommand(std::size_t parts, message part) {
@@ -165,7 +174,7 @@ ControlChannel::Reply ControlChannel::receiveReply() {
 
 message ControlChannel::ask(const Request& row, Values values) {
   const message request = makeRequest(row, values);
-  channel_.send(&request, sizeof request);
+  send(request);
   const message record = receiveReply().record;
   if (record.group == request.group && record.type == request.type) return record;
   throw Error(channel_.path() + ": " + row.name + " was answered with " + describe(record));
@@ -194,8 +203,11 @@ std::vector<Element> ControlChannel::askList(const Request& row, Values values, 
   std::vector<Element> elements;
   const std::size_t count = boundedCount(channel_.path(), reply.record.type);
   channel_.expect((count - std::min<std::size_t>(count, reply.element ? 1 : 0)) * sizeof(message));
+  // No more than a piece of the list for a header that promises too much.
+  elements.reserve(std::min<std::size_t>(count, 1024));
   for (std::size_t index = 0; index < count; ++index) {
-    const message record = index == 0 && reply.element ? *reply.element : receiveRecord();
+    const message& record = index == 0 && reply.element ? *reply.element : receiveRecord();
+    keep(sizeof(Element));
     if (record.group != row.group) {
       throw Error(channel_.path() + ": the list of " + row.name + " is broken off by " +
                   describe(record));
@@ -212,6 +224,7 @@ std::vector<std::int32_t> ControlChannel::askIntegers(const Request& row, Values
 }
 
 std::vector<std::uint8_t> ControlChannel::receiveBytes(std::size_t size) {
+  keep(size);
   std::vector<std::uint8_t> bytes(size);
   channel_.receive(bytes.data(), size);
   return bytes;
@@ -229,6 +242,7 @@ std::string ControlChannel::receiveText() {
   if (length > maxText) {
     throw Error(channel_.path() + ": a text of " + std::to_string(length) + " bytes");
   }
+  keep(sizeof(std::string) + length);
   std::string text(length, '\0');
   channel_.receive(text.data(), length);
   return text;
@@ -257,7 +271,10 @@ std::vector<Descriptor> ControlChannel::askDescriptors(const Request& row, Value
 }
 
 std::optional<Notification> ControlChannel::waitForNotification(std::chrono::milliseconds time) {
-  if (!channel_.waitForData(time)) return std::nullopt;
+  channel_.begin(time);
+  if (!channel_.waitFor(sizeof(message))) return std::nullopt;
+  // The rest of what has begun to come has the time of any operation.
+  channel_.begin();
   const message record = receiveRecord();
   std::optional<message> element;
   if (auto notification = takeNotification(record, element)) return notification;
@@ -370,6 +387,7 @@ std::string ControlChannel::getSICodingFormat() { return askText(rowOf<"getSICod
 std::vector<ProgramEvent> ControlChannel::getProgramEvents() {
   std::vector<message> records;
   auto events = askList<ProgramEvent>(rowOf<"getProgramEvents">, {}, [&](const message& record) {
+    keep(sizeof record);
     records.push_back(record);
     return readEvent(record);
   });

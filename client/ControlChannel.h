@@ -131,6 +131,7 @@ class ControlChannel {
   using Values = std::initializer_list<Value>;
 
   void tell(const Request& row, Values values = {});
+  void send(const message& request);
   message ask(const Request& row, Values values = {});
   // The one value of an answer, or of each element of a list.
   std::int32_t askInteger(const Request& row, Values values = {});
@@ -141,7 +142,8 @@ class ControlChannel {
   std::vector<Element> askList(const Request& row, Values values, Read&& read);
   std::vector<Descriptor> askDescriptors(const Request& row, Values values = {});
 
-  message receiveRecord();
+  const message& receiveRecord();
+  void keep(std::size_t bytes);
   Reply receiveReply();
   std::optional<Notification> takeNotification(const message& record,
                                                std::optional<message>& element);
@@ -154,6 +156,8 @@ class ControlChannel {
 
   Channel channel_;
   NotificationHandler handler_;
+  /// What the reply under way has made the client keep, in bytes.
+  std::size_t kept_ = 0;
 };
 
 }  // namespace quillwork::client

@@ -1,6 +1,7 @@
 #include "client/Fields.h"
 
 #include <cassert>
+#include <cstring>
 
 #include "client/Channel.h"
 
@@ -76,7 +77,8 @@ double readReal(const message& record, const Field& field) {
 }
 
 std::string readText(const message& record, const Field& field) {
-  return getString(record, field.position).substr(0, maxLength(field));
+  const char* const begin = reinterpret_cast<const char*>(&record) + field.position;
+  return {begin, strnlen(begin, maxLength(field))};
 }
 
 }  // namespace quillwork::client

@@ -25,7 +25,8 @@ constexpr std::size_t codeOf = operations::sectionFilterRequest(name);
 
 void SectionFilterChannel::request(std::size_t code, std::initializer_list<std::int32_t> arguments,
                                    std::initializer_list<const Bytes*> vectors) {
-  const operations::SectionFilterRequest& row = operations::sectionFilterRequests[code];
+  [[maybe_unused]] const operations::SectionFilterRequest& row =
+      operations::sectionFilterRequests[code];
   assert(arguments.size() == (hasNumber(row) ? 1 : 0) && vectors.size() == row.vectors.size());
   Bytes bytes;
   append(bytes, static_cast<std::int32_t>(code));
@@ -34,6 +35,7 @@ void SectionFilterChannel::request(std::size_t code, std::initializer_list<std::
     append(bytes, static_cast<std::int32_t>(vector->size()));
     bytes.insert(bytes.end(), vector->begin(), vector->end());
   }
+  channel_.begin();
   channel_.send(bytes.data(), bytes.size());
 }
 
@@ -82,7 +84,8 @@ void SectionFilterChannel::clear_xor_filter() { request(codeOf<"clear_xor_filter
 SectionFilterChannel::Bytes SectionFilterChannel::read_section(std::chrono::milliseconds extra) {
   request(codeOf<"read_section">);
   std::int32_t count = 0;
-  channel_.receive(&count, sizeof count, channel_.timeLimit() + extra);
+  channel_.begin(channel_.timeLimit() + extra);
+  channel_.receive(&count, sizeof count);
   if (count < 0 || count > maxSection) {
     throw Error(channel_.path() + ": a section of " + std::to_string(count) + " bytes");
   }

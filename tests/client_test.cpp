@@ -1,6 +1,7 @@
 // The client library: against the library itself, and against servers that do what they should not.
 
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -395,6 +396,86 @@ TEST(AgainstImpostors, ASilentReceiverIsNotWaitedForForEver) {
       },
       TimeOut);
   close(listening);
+}
+
+/// A server that sends a drop a millisecond to whoever comes, for as long as he stays.
+class Dripping {
+ public:
+  Dripping(std::string beginning, std::string drop)
+      : listening_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    unlink(path);
+    listenAt(listening_, path);
+    thread_ = std::thread([this, beginning = std::move(beginning), drop = std::move(drop)] {
+      const int client = accept(listening_, nullptr, nullptr);
+      send(client, beginning.data(), beginning.size(), MSG_NOSIGNAL);
+      while (send(client, drop.data(), drop.size(), MSG_NOSIGNAL) > 0) poll(nullptr, 0, 1);
+      ::close(client);
+    });
+  }
+  ~Dripping() {
+    thread_.join();
+    ::close(listening_);
+  }
+  Dripping(const Dripping&) = delete;
+  Dripping& operator=(const Dripping&) = delete;
+
+  static constexpr const char* path = "/dev/shm/dripping.socket";
+
+ private:
+  int listening_;
+  std::thread thread_;
+};
+
+// Without an end of the whole, each of these would go on for hours.
+TEST(AgainstImpostors, AReplyThatDripsEndsWithItsTimeLimit) {
+  constexpr std::chrono::milliseconds limit(30);
+  {
+    const Dripping records(bytesOf(request(LIST_HEADER, 1 << 20)), bytesOf(message{}));
+    ControlChannel channel(Dripping::path, limit);
+    EXPECT_THROW(channel.getVideoLanguages(), TimeOut);
+  }
+  {
+    const Dripping bytes("", "x");
+    ControlChannel channel(Dripping::path, limit);
+    EXPECT_THROW(channel.getCurrentService(), TimeOut);
+  }
+  {
+    const Dripping bytes("", "x");
+    ControlChannel channel(Dripping::path, limit);
+    // What has begun to come has the time of any operation.
+    EXPECT_THROW(channel.waitForNotification(std::chrono::seconds(1)), TimeOut);
+  }
+  {
+    const Dripping bytes(word(1 << 20), "x");
+    SectionFilterChannel channel(Dripping::path, limit);
+    EXPECT_THROW(channel.read_section(limit), TimeOut);
+  }
+  {
+    // Notifications are no answer.
+    const Dripping notifications("", bytesOf(request(MEDIA, 16)));
+    ControlChannel channel(Dripping::path, limit);
+    EXPECT_THROW(channel.getCurrentService(), TimeOut);
+  }
+}
+
+TEST(AgainstImpostors, AReplyFillsNoMemory) {
+  constexpr std::int32_t size = 16 << 20;
+  message record = request(SI, 2);
+  put(record, 12 + 812, std::int32_t{5});
+  put(record, 12 + 836, std::int32_t{1});
+  std::string reply = bytesOf(record);
+  for (int text = 0; text < 3; ++text) {
+    reply += word(size) + std::string(static_cast<std::size_t>(size), 't');
+  }
+  EXPECT_EQ(complaintAbout(reply + word(size), event), prefix + "a reply is too long");
+  // Small ones, which take more memory here than on their way.
+  put(record, 12 + 812, std::int32_t{1 << 20});
+  put(record, 12 + 816, std::int32_t{1 << 20});
+  put(record, 12 + 840, std::int32_t{1});
+  put(record, 12 + 820, std::int32_t{1 << 20});
+  put(record, 12 + 844, std::int32_t{1});
+  EXPECT_EQ(complaintAbout(bytesOf(record) + std::string(std::size_t{3} << 22U, '\0'), event),
+            prefix + "a reply is too long");
 }
 
 TEST(AgainstImpostors, ASectionsCountIsBounded) {
