@@ -31,13 +31,16 @@ struct Answers {
 
 Answers answers;
 
-/// A copy of the lists, for the next answer to give away.
-Answers spare;
+/// Copies of the lists, for the next answers to give away.
+std::list<Answers> spare;
 
-/// The spare list, or without one a copy of the answer.
+/// A spare list, or without one a copy of the answer.
 template <class Element>
-std::list<Element> give(std::list<Element>& ready, const std::list<Element>& answer) {
-  return ready.empty() ? answer : std::move(ready);
+std::list<Element> give(std::list<Element> Answers::*list) {
+  if (spare.empty()) return answers.*list;
+  std::list<Element> given = std::move(spare.front().*list);
+  spare.pop_front();
+  return given;
 }
 
 void fill(const bench::Shape& shape) {
@@ -128,20 +131,16 @@ class Video : public VideoFacade {
 class ServiceInformation : public SIFacade {
  public:
   Network_ getNetwork() override { return {"Network", 1}; }
-  std::list<Descriptors_> getNetworkDescriptors() override {
-    return give(spare.descriptors, answers.descriptors);
-  }
+  std::list<Descriptors_> getNetworkDescriptors() override { return give(&Answers::descriptors); }
   TransportStream_ getTransportStream() override { return {}; }
   std::list<Descriptors_> getTransportStreamDescriptors(int) override { return {}; }
-  std::list<Service_> getServices() override { return give(spare.services, answers.services); }
+  std::list<Service_> getServices() override { return give(&Answers::services); }
   int getCurrentService() override {
     called();
     return bench::currentService;
   }
   std::list<Descriptors_> getServiceDescriptors(int) override { return {}; }
-  std::list<ProgramEvent_> getProgramEvents() override {
-    return give(spare.events, answers.events);
-  }
+  std::list<ProgramEvent_> getProgramEvents() override { return give(&Answers::events); }
   ProgramEvent_ getProgramEvent() override { return {}; }
   std::list<Descriptors_> getProgramEventDescriptors(int, int) override { return {}; }
   std::list<ServiceComponent_> getServiceComponents(int) override { return {}; }
@@ -296,7 +295,7 @@ Host::~Host() {
   }
 }
 
-void Host::prepare() { spare = answers; }
+void Host::prepare(std::size_t count) { spare.assign(count, answers); }
 
 void Host::notify(int player) const { adapter_->endOfMedia(player); }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <functional>
 #include <memory>
 
@@ -19,9 +20,9 @@ class Host {
   Host(const Host&) = delete;
   Host& operator=(const Host&) = delete;
 
-  /// Makes the lists of the next answer, so that the facades have nothing to do then: their work is
+  /// Makes the lists of so many answers, so that the facades have nothing to do then: their work is
   /// the middleware's. Not while a request is under way.
-  static void prepare();
+  static void prepare(std::size_t answers = 1);
   /// Notifies the client of the end of a player's media, as the video facade would. Not at a
   /// manager without an adapter.
   void notify(int player) const;

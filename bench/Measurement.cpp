@@ -3,33 +3,92 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cstddef>
 #include <nlohmann/json.hpp>
+#include <numeric>
+#include <random>
 
 namespace bench {
 namespace {
 
-double quantile(const std::vector<double>& sorted, double share) {
-  return sorted[static_cast<std::size_t>(share * static_cast<double>(sorted.size() - 1))];
+double quantile(std::vector<double>& values, double share) {
+  const auto place = static_cast<std::ptrdiff_t>(share * static_cast<double>(values.size() - 1));
+  std::nth_element(values.begin(), values.begin() + place, values.end());
+  return values[static_cast<std::size_t>(place)];
+}
+
+/// A side with what is known of its turns.
+struct Runner {
+  const Side& side;
+  std::size_t times;
+
+  /// Finds out how many operations a turn has.
+  Runner(const Side& one, double turn) : side(one), times(1) {
+    double spent = 0;
+    for (std::size_t count = 1; spent < turn; count *= 2) {
+      spent = sum(takeTurn(count));
+      times = std::max<std::size_t>(
+          1, static_cast<std::size_t>(static_cast<double>(count) * turn / std::max(spent, 1.0)));
+    }
+  }
+
+  [[nodiscard]] std::vector<double> takeTurn(std::size_t count) const {
+    if (side.prepare) side.prepare(count);
+    std::vector<double> samples(count);
+    std::ranges::generate(samples, side.once);
+    return samples;
+  }
+
+  static double sum(const std::vector<double>& samples) {
+    return std::accumulate(samples.begin(), samples.end(), 0.0);
+  }
+};
+
+std::string ratioText(const Ratio& ratio) {
+  return fmt::format("{:.3f} ({:.3f} to {:.3f})", ratio.median, ratio.lower, ratio.upper);
 }
 
 }  // namespace
 
-Row summarise(Measurement measurement) {
-  std::ranges::sort(measurement.floor);
-  std::ranges::sort(measurement.library);
-  const double median = quantile(measurement.library, 0.5);
-  const double floorMedian = quantile(measurement.floor, 0.5);
-  return {measurement.name, median, quantile(measurement.library, 0.99), floorMedian,
-          median / floorMedian};
+Row compare(const std::string& name, const std::string& placement, const Effort& effort,
+            const Side& library, const std::vector<Side>& floors) {
+  std::vector<Runner> sides{{library, effort.turn}};
+  for (const Side& floor : floors) sides.emplace_back(floor, effort.turn);
+  std::vector<std::size_t> order(sides.size());
+  std::iota(order.begin(), order.end(), 0U);
+  std::mt19937 random(std::random_device{}());
+
+  std::vector<double> samples;
+  std::vector<std::vector<double>> ratios(floors.size());
+  for (int round = 0; round < effort.rounds; ++round) {
+    std::ranges::shuffle(order, random);
+    std::vector<double> means(sides.size());
+    for (const std::size_t index : order) {
+      const auto turn = sides[index].takeTurn(sides[index].times);
+      means[index] = Runner::sum(turn) / static_cast<double>(turn.size());
+      if (index == 0) samples.insert(samples.end(), turn.begin(), turn.end());
+    }
+    for (std::size_t floor = 0; floor < floors.size(); ++floor) {
+      ratios[floor].push_back(means[0] / means[floor + 1]);
+    }
+  }
+  Row row{name, placement, quantile(samples, 0.5), quantile(samples, 0.99), {}};
+  for (std::size_t floor = 0; floor < floors.size(); ++floor) {
+    std::vector<double>& values = ratios[floor];
+    row.ratios.push_back({floors[floor].name, quantile(values, 0.5), quantile(values, 0.25),
+                          quantile(values, 0.75)});
+  }
+  return row;
 }
 
 std::string table(const std::vector<Row>& rows) {
   std::string text =
-      "| What | median, µs | 99 %, µs | floor's median, µs | ratio |\n|---|---:|---:|---:|---:|\n";
+      "| What | processors | median, µs | 99 %, µs | beside | ratio (quartiles) |\n"
+      "|---|---|---:|---:|---|---:|\n";
   for (const Row& row : rows) {
-    text += fmt::format("| {} | {:.2f} | {:.2f} | {:.2f} | {:.3f} |\n", row.name, row.median,
-                        row.p99, row.floorMedian, row.ratio);
+    for (const Ratio& ratio : row.ratios) {
+      text += fmt::format("| {} | {} | {:.2f} | {:.2f} | {} | {} |\n", row.name, row.placement,
+                          row.median, row.p99, ratio.floor, ratioText(ratio));
+    }
   }
   return text;
 }
@@ -40,14 +99,16 @@ std::string table(const std::vector<Size>& sizes) {
   return text;
 }
 
-std::string json(const std::vector<Row>& rows, const std::vector<Size>& sizes) {
-  nlohmann::ordered_json whole{{"rows", nlohmann::json::object()},
-                               {"sizes", nlohmann::json::object()}};
+std::string json(const std::vector<Row>& rows, const std::vector<Size>& sizes, bool isQuiet) {
+  nlohmann::ordered_json whole{
+      {"quiet", isQuiet}, {"rows", nlohmann::json::object()}, {"sizes", nlohmann::json::object()}};
   for (const Row& row : rows) {
-    whole["rows"][row.name] = {{"median_us", row.median},
-                               {"p99_us", row.p99},
-                               {"floor_median_us", row.floorMedian},
-                               {"ratio", row.ratio}};
+    auto& figures = whole["rows"][row.name][row.placement];
+    figures = {{"median_us", row.median}, {"p99_us", row.p99}};
+    for (const Ratio& ratio : row.ratios) {
+      figures["ratios"][ratio.floor] = {
+          {"median", ratio.median}, {"lower", ratio.lower}, {"upper", ratio.upper}};
+    }
   }
   for (const Size& size : sizes) whole["sizes"][size.name] = size.bytes;
   return whole.dump(2) + "\n";

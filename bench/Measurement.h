@@ -1,28 +1,50 @@
 #pragma once
 
+#include <cstddef>
+#include <functional>
 #include <string>
 #include <vector>
 
 namespace bench {
 
-/// The times of one thing on the floor and of the same thing by the library, in microseconds.
-struct Measurement {
-  std::string name;
-  std::vector<double> floor;
-  std::vector<double> library;
+/// How the library compares with a floor: the median of the ratios of paired turns, and the
+/// quartiles around it.
+struct Ratio {
+  std::string floor;
+  double median;
+  double lower;
+  double upper;
 };
 
-/// What is said of a measurement: times in microseconds, and how the medians compare.
+/// What one row of the tables says, for one placement of client and server.
 struct Row {
   std::string name;
+  std::string placement;
+  /// What one operation of the library takes, in microseconds: the median and the 99th percentile.
   double median;
   double p99;
-  double floorMedian;
-  double ratio;
+  std::vector<Ratio> ratios;
 };
 
-/// Neither side may be empty.
-Row summarise(Measurement measurement);
+/// One side of a comparison.
+struct Side {
+  std::string name;
+  /// Makes an operation and returns the microseconds that it took.
+  std::function<double()> once;
+  /// Called before a turn, with the number of operations in it. May be empty.
+  std::function<void(std::size_t times)> prepare;
+};
+
+/// How long a turn lasts, in microseconds, and how often each side has one.
+struct Effort {
+  double turn = 20'000;
+  int rounds = 31;
+};
+
+/// Has the library and the floors take turns, in another order each time. The times of one round
+/// make the ratios of that round, so that what the machine does otherwise hits both.
+Row compare(const std::string& name, const std::string& placement, const Effort& effort,
+            const Side& library, const std::vector<Side>& floors);
 
 /// A size that was measured, with its unit.
 struct Size {
@@ -30,10 +52,11 @@ struct Size {
   long bytes;
 };
 
-/// A table in Markdown, one line a row.
+/// A table in Markdown, one line a row: both placements side by side.
 std::string table(const std::vector<Row>& rows);
 std::string table(const std::vector<Size>& sizes);
-/// The object `rows`, from a row's name to its figures, and the object `sizes`, in bytes.
-std::string json(const std::vector<Row>& rows, const std::vector<Size>& sizes);
+/// The object `rows`, from a row's name and its placement to its figures, the object `sizes`, in
+/// bytes, and `quiet`: whether nothing else was at work.
+std::string json(const std::vector<Row>& rows, const std::vector<Size>& sizes, bool isQuiet);
 
 }  // namespace bench

@@ -25,8 +25,12 @@
 namespace bench {
 namespace {
 
-constexpr const char* floorControlPath = "/dev/shm/quillwork-floor.socket";
-constexpr const char* floorSectionPath = "/dev/shm/quillwork-floordemux.socket";
+/// Of the floor that a process is: there may be several.
+std::string floorPath(pid_t process, const char* channel) {
+  return "/dev/shm/quillwork-floor-" + std::to_string(process) + channel + ".socket";
+}
+std::string floorControlPath(pid_t process) { return floorPath(process, ""); }
+std::string floorSectionPath(pid_t process) { return floorPath(process, "demux"); }
 
 [[noreturn]] void fail(const std::string& what) {
   throw std::runtime_error(what + ": " + std::strerror(errno));
@@ -40,7 +44,7 @@ Pipe makePipe() {
   return ends;
 }
 
-/// What a server is told: one byte a word. It answers "prepare" with the same.
+/// What a server is told: 0 to notify, or for how many requests to prepare, which it answers.
 struct Channel {
   int words;
   int answers;
@@ -53,26 +57,26 @@ void answer(const Channel& channel, char byte) {
 template <class Prepare, class Notify>
 [[noreturn]] void obey(const Channel& channel, Prepare prepare, Notify notify) {
   answer(channel, 'r');
-  for (char word = 0; read(channel.words, &word, 1) == 1;) {
-    if (word == 'n') {
+  for (std::size_t word = 0; read(channel.words, &word, sizeof word) == sizeof word;) {
+    if (word == 0) {
       notify(stamp());
     } else {
-      prepare();
-      answer(channel, word);
+      prepare(word);
+      answer(channel, 'p');
     }
   }
   _exit(0);
 }
 
 [[noreturn]] void runFloor(const Shape& shape, const Channel& channel) {
-  const int control = listenAt(floorControlPath);
-  const int sections = listenAt(floorSectionPath);
+  const int control = listenAt(floorControlPath(getpid()).c_str());
+  const int sections = listenAt(floorSectionPath(getpid()).c_str());
   // The thread that notifies sends to whoever is connected.
   static int client = -1;
   std::thread([=, &shape] { serveControl(control, shape, client); }).detach();
   std::thread([=, &shape] { serveSections(sections, shape); }).detach();
   obey(
-      channel, [] {}, [](std::int32_t player) { sendEndOfMedia(client, player); });
+      channel, [](std::size_t) {}, [](std::int32_t player) { sendEndOfMedia(client, player); });
 }
 
 [[noreturn]] void runLibrary(const Shape& shape, const Channel& channel) {
@@ -85,7 +89,7 @@ template <class Prepare, class Notify>
 
 }  // namespace
 
-Server::Server(Kind kind, const Shape& shape) {
+Server::Server(Kind kind, const Shape& shape, Placement placement) {
   const Pipe words = makePipe();
   const Pipe answers = makePipe();
   process_ = fork();
@@ -93,7 +97,7 @@ Server::Server(Kind kind, const Shape& shape) {
   if (process_ == 0) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     if (kind == Kind::library) takeOwnSharedMemory();
-    pinTo(Processor::server);
+    pinTo(placement == Placement::one ? clientProcessor : clientProcessor + 1);
     close(words[1]);
     close(answers[0]);
     (kind == Kind::floor ? runFloor : runLibrary)(shape, {words[0], answers[1]});
@@ -106,8 +110,8 @@ Server::Server(Kind kind, const Shape& shape) {
   // Seen from here; the floor has this process's own.
   const std::string root = "/proc/" + std::to_string(process_) + "/root";
   const bool isFloor = kind == Kind::floor;
-  controlPath_ = isFloor ? floorControlPath : root + "/dev/shm/ipc.socket";
-  sectionPath_ = isFloor ? floorSectionPath : root + "/dev/shm/ipcdemux.socket";
+  controlPath_ = isFloor ? floorControlPath(process_) : root + "/dev/shm/ipc.socket";
+  sectionPath_ = isFloor ? floorSectionPath(process_) : root + "/dev/shm/ipcdemux.socket";
 }
 
 Server::~Server() {
@@ -115,18 +119,18 @@ Server::~Server() {
   close(answers_);
   kill(process_, SIGKILL);
   waitpid(process_, nullptr, 0);
-  if (controlPath_ != floorControlPath) return;
-  unlink(floorControlPath);
-  unlink(floorSectionPath);
+  // The library's are in a directory that has gone with the process.
+  unlink(controlPath_.c_str());
+  unlink(sectionPath_.c_str());
 }
 
-void Server::prepare() const {
-  say('p');
+void Server::prepare(std::size_t requests) const {
+  say(requests);
   awaitAnswer();
 }
 
-void Server::say(char word) const {
-  if (write(words_, &word, 1) != 1) fail("write");
+void Server::say(std::size_t word) const {
+  if (write(words_, &word, sizeof word) != sizeof word) fail("write");
 }
 
 void Server::awaitAnswer() const {
@@ -139,11 +143,16 @@ std::int32_t stamp() {
   return static_cast<std::int32_t>(std::chrono::nanoseconds(now).count() & 0x7fffffff);
 }
 
-void pinTo(Processor processor) {
-  cpu_set_t allowed;
-  if (sched_getaffinity(0, sizeof allowed, &allowed) != 0 || CPU_COUNT(&allowed) < 2) return;
+void pinTo(unsigned processor) {
+  static const cpu_set_t allowed = [] {
+    cpu_set_t set;
+    CPU_ZERO(&set);
+    sched_getaffinity(0, sizeof set, &set);
+    return set;
+  }();
+  if (CPU_COUNT(&allowed) < 2) return;
   unsigned number = 0;
-  for (int left = processor == Processor::client ? 0 : 1;; ++number) {
+  for (unsigned left = processor;; ++number) {
     if (CPU_ISSET(number, &allowed) && left-- == 0) break;
   }
   cpu_set_t one;

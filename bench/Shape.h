@@ -16,6 +16,8 @@ struct Shape {
   std::size_t section = 0;
   /// So many listeners at a manager without an adapter; none for the adapter.
   std::size_t listeners = 0;
+  /// So many records of a list leave the floor in one send.
+  std::size_t piece = 16;
 };
 
 inline constexpr int currentService = 1001;

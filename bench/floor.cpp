@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <vector>
 
 #include "protocol/message.h"
 #include "protocol/operations.h"
@@ -27,40 +28,75 @@ void sendBytes(int client, std::size_t count) {
   for (std::size_t index = 0; index < count; ++index) sendAll(client, &filler, 1);
 }
 
-void sendHeader(int client, message& record, std::size_t count) {
-  record.group = quillwork::LIST_HEADER;
-  record.type = static_cast<std::int32_t>(count);
-  sendAll(client, &record, sizeof record);
-  record.group = quillwork::SI;
-}
+/// Records that leave in pieces. They are made once: an element is its slot's record with other
+/// numbers.
+class Pieces {
+ public:
+  Pieces(int client, std::size_t size, const message& element)
+      : client_(client), records_(size, element) {}
 
-void sendServices(int client, message& record, std::size_t count) {
-  sendHeader(client, record, count);
-  quillwork::putShortString(record, 36, serviceName);
-  for (std::size_t index = 0; index < count; ++index) {
-    record[3] = static_cast<std::int32_t>(index);
-    sendAll(client, &record, sizeof record);
+  message& next() {
+    if (count_ == records_.size()) flush();
+    return records_[count_++];
   }
+  void flush() {
+    if (count_ > 0) sendAll(client_, records_.data(), count_ * sizeof(message));
+    count_ = 0;
+  }
+
+ private:
+  int client_;
+  std::vector<message> records_;
+  std::size_t count_ = 0;
+};
+
+void sendHeader(Pieces& pieces, std::size_t count) {
+  message& header = pieces.next();
+  header.group = quillwork::LIST_HEADER;
+  header.type = static_cast<std::int32_t>(count);
 }
 
-void sendDescriptors(int client, message& record, const Shape& shape) {
-  sendHeader(client, record, shape.descriptors);
+message& nextElement(Pieces& pieces, std::int32_t type, std::int32_t number) {
+  message& element = pieces.next();
+  element.group = quillwork::SI;
+  element.type = type;
+  element[3] = number;
+  return element;
+}
+
+void sendServices(int client, const message& request, const Shape& shape) {
+  static Pieces pieces = [&] {
+    message service = request;
+    quillwork::putShortString(service, 36, serviceName);
+    return Pieces(client, shape.piece, service);
+  }();
+  sendHeader(pieces, shape.services);
+  for (std::size_t index = 0; index < shape.services; ++index) {
+    nextElement(pieces, 6, static_cast<std::int32_t>(index));
+  }
+  pieces.flush();
+}
+
+void sendDescriptors(int client, const message& request, const Shape& shape) {
+  static Pieces pieces(client, shape.piece, request);
+  sendHeader(pieces, shape.descriptors);
   for (std::size_t index = 0; index < shape.descriptors; ++index) {
-    record[3] = static_cast<std::int16_t>(index) & 0xffff;
-    record[4] = static_cast<std::int32_t>(shape.descriptorBytes);
-    record[5] = 1;
-    sendAll(client, &record, sizeof record);
+    message& element = nextElement(pieces, 3, static_cast<std::int16_t>(index) & 0xffff);
+    element[4] = static_cast<std::int32_t>(shape.descriptorBytes);
+    element[5] = 1;
+    pieces.flush();
     sendBytes(client, shape.descriptorBytes);
   }
+  pieces.flush();
 }
 
-void sendEvents(int client, message& record, const Shape& shape) {
-  sendHeader(client, record, shape.events);
-  record.type = 1;
+void sendEvents(int client, const message& request, const Shape& shape) {
+  static Pieces pieces(client, shape.piece, request);
+  sendHeader(pieces, shape.events);
   for (std::size_t index = 0; index < shape.events; ++index) {
-    record[3] = static_cast<std::int32_t>(index);
-    sendAll(client, &record, sizeof record);
+    nextElement(pieces, 1, static_cast<std::int32_t>(index));
   }
+  pieces.flush();
   const auto length = static_cast<std::uint32_t>(std::strlen(eventText));
   for (std::size_t index = 0; index < shape.events; ++index) {
     sendBytes(client, 3 * shape.eventBytes);
@@ -80,7 +116,7 @@ void answer(int client, message& record, const Shape& shape) {
       sendEvents(client, record, shape);
       return;
     case quillwork::SI << 8 | 6:
-      sendServices(client, record, shape.services);
+      sendServices(client, record, shape);
       return;
     case quillwork::SI << 8 | 7:
       record[3] = currentService;

@@ -89,6 +89,8 @@ int main(int count, char** values) {
     return 1;
   }
   takeOwnSharedMemory();
+  // All threads on one processor: what runs beside what is counted is the same each time.
+  bench::pinTo(bench::clientProcessor);
   bench::Shape shape;
   shape.services = 200;
   const bench::Host host(shape);
