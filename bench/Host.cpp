@@ -48,7 +48,8 @@ void fill(const bench::Shape& shape) {
   spare = {};
   for (std::size_t index = 0; index < shape.services; ++index) {
     answers.services.emplace_back().value_1 = static_cast<int>(index);
-    answers.services.back().name = bench::serviceName;
+    answers.services.back().name =
+        shape.nameLength == 0 ? bench::serviceName : std::string(shape.nameLength, 'n');
   }
   for (std::size_t index = 0; index < shape.events; ++index) {
     ProgramEvent_& event = answers.events.emplace_back();

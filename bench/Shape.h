@@ -7,6 +7,8 @@ namespace bench {
 /// How large the answers of a server are, the library's host and the floor alike.
 struct Shape {
   std::size_t services = 0;
+  /// Of each service's name; 0 for serviceName.
+  std::size_t nameLength = 0;
   std::size_t events = 0;
   /// In each of an event's three byte lists, and texts in each of its three text lists.
   std::size_t eventBytes = 0;
