@@ -284,14 +284,6 @@ std::optional<Notification> await(Session& session, int timeOut) {
   }
 }
 
-/// Answers twice: the receiver loses an answer that comes before it has begun to wait for it, and
-/// one that comes when nobody waits does nothing.
-void answerApplicationState(Session& session, bool answer) {
-  session.control().answerApplicationState(answer);
-  std::this_thread::sleep_for(milliseconds(100));
-  session.control().answerApplicationState(answer);
-}
-
 void watch(Session& session, const Values& values) {
   session.control().addCarouselListener();
   for (int left = values.integer("--count"); left > 0; --left) {
@@ -299,7 +291,7 @@ void watch(Session& session, const Values& values) {
     if (!notification) break;
     printNotification(*notification);
     if (std::holds_alternative<ApplicationState>(*notification)) {
-      answerApplicationState(session, values.text("--answer") == "yes");
+      session.control().answerApplicationState(values.text("--answer") == "yes");
     }
   }
   session.control().removeCarouselListener();

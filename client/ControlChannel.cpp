@@ -4,6 +4,7 @@
 #include <array>
 #include <cstring>
 #include <string_view>
+#include <thread>
 #include <utility>
 
 #include "client/Fields.h"
@@ -19,6 +20,9 @@ using operations::Request;
 constexpr std::size_t maxText = 16U << 20U;
 constexpr std::size_t maxElements = 1U << 20U;
 constexpr std::size_t maxReply = 64U << 20U;
+
+/// From a question to its answer: much longer than a receiver takes from its send to its wait.
+constexpr std::chrono::milliseconds answerDelay{20};
 
 template <operations::Name name>
 constexpr const operations::Notification& notificationOf =
@@ -156,7 +160,13 @@ Notification ControlChannel::receiveDsmCCCommand(std::size_t parts, message part
 std::optional<Notification> ControlChannel::takeNotification(const message& record,
                                                              std::optional<message>& element) {
   if (isCommandPart(record)) return receiveDsmCCCommand(1, record);
-  if (record.group != LIST_HEADER || record.type < 2) return readNotification(record);
+  if (record.group != LIST_HEADER || record.type < 2) {
+    auto notification = readNotification(record);
+    if (notification && std::holds_alternative<ApplicationState>(*notification)) {
+      asked_ = std::chrono::steady_clock::now();
+    }
+    return notification;
+  }
   element = receiveRecord();
   if (!isCommandPart(*element)) return std::nullopt;
   if (tooManyParts(record.type)) throw Error(channel_.path() + ": a command is too long");
@@ -168,8 +178,18 @@ ControlChannel::Reply ControlChannel::receiveReply() {
     Reply reply{receiveRecord(), std::nullopt};
     const auto notification = takeNotification(reply.record, reply.element);
     if (!notification) return reply;
-    if (handler_) handler_(*notification);
+    handle(*notification);
   }
+}
+
+void ControlChannel::handle(const Notification& notification) {
+  if (!handler_) return;
+  struct Scope {
+    bool& isHandling;
+    ~Scope() { isHandling = false; }
+  } const scope{isHandling_};
+  isHandling_ = true;
+  handler_(notification);
 }
 
 message ControlChannel::ask(const Request& row, Values values) {
@@ -296,7 +316,11 @@ std::optional<Notification> ControlChannel::takeNotification() {
 }
 
 void ControlChannel::answerApplicationState(bool answer) {
-  tell(rowOf<"answerApplicationState">, {answer});
+  std::this_thread::sleep_until(asked_ + answerDelay);
+  const message record = makeRequest(rowOf<"answerApplicationState">, {answer});
+  // In the handler the time is that of the operation that called it.
+  if (!isHandling_) channel_.begin();
+  channel_.send(&record, sizeof record);
 }
 
 void ControlChannel::setVideoBounds(const Rectangle& bounds) {

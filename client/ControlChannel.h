@@ -35,7 +35,7 @@ class ControlChannel {
                           std::chrono::milliseconds timeLimit = defaultTimeLimit)
       : channel_(path, timeLimit) {}
 
-  /// Called from inside the operations; it must not call one itself.
+  /// Called from inside the operations. Of those it may call answerApplicationState() alone.
   void onNotification(NotificationHandler handler) { handler_ = std::move(handler); }
   /// Waits for the next notification; nothing if none comes within the time.
   std::optional<Notification> waitForNotification(std::chrono::milliseconds time);
@@ -44,6 +44,9 @@ class ControlChannel {
   std::optional<Notification> takeNotification();
   /// Readable when something has arrived. Only to wait for.
   [[nodiscard]] int fileDescriptor() const { return channel_.fileDescriptor(); }
+  /// Answers an ApplicationState: once, and 20 milliseconds after it came. The receiver loses an
+  /// answer that comes before it has begun to wait, and takes a second one for the answer to its
+  /// next question. Blocks until then.
   void answerApplicationState(bool answer);
 
   // Video and audio.
@@ -147,6 +150,7 @@ class ControlChannel {
   Reply receiveReply();
   std::optional<Notification> takeNotification(const message& record,
                                                std::optional<message>& element);
+  void handle(const Notification& notification);
   Notification receiveDsmCCCommand(std::size_t parts, message part);
   [[nodiscard]] std::size_t trailingCount(const message& record,
                                           const operations::Trailing& list) const;
@@ -156,6 +160,9 @@ class ControlChannel {
 
   Channel channel_;
   NotificationHandler handler_;
+  bool isHandling_ = false;
+  /// When the last ApplicationState came.
+  std::chrono::steady_clock::time_point asked_;
   /// What the reply under way has made the client keep, in bytes.
   std::size_t kept_ = 0;
 };

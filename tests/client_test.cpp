@@ -5,6 +5,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cstring>
 #include <functional>
 #include <set>
@@ -235,6 +236,54 @@ TEST_F(AgainstTheLibrary, NotificationsReachWhoeverWaitsForThem) {
   channel.answerApplicationState(true);
   caller.join();
   EXPECT_EQ(kinds.size(), std::size(quillwork::operations::notifications));
+}
+
+// Each answer follows its question at once, and is the other one than that before. One that comes
+// before the wait would be lost, a second one would answer the next question.
+TEST_F(AgainstTheLibrary, AnApplicationStateIsAnsweredOnceAndInTime) {
+  constexpr int questions = 30;
+  std::vector<bool> answers;
+  std::atomic<int> answered{0};
+  std::thread host([&] {
+    for (int question = 0; question < questions; ++question) {
+      answers.push_back(manager->setApplicationState(quillwork::state{question}));
+      ++answered;
+    }
+  });
+  int lost = 0;
+  for (int question = 0; question < questions; ++question) {
+    const Notification notification = channel.waitForNotification(patience).value();
+    ASSERT_EQ(std::get<ApplicationState>(notification).state, question);
+    channel.answerApplicationState(question % 2 == 0);
+    // A host that had no processor for so long has lost it.
+    for (int pauses = 0; answered <= question; ++pauses) {
+      poll(nullptr, 0, 1);
+      if (pauses < 2000) continue;
+      ++lost;
+      channel.answerApplicationState(question % 2 == 0);
+      pauses = 0;
+    }
+  }
+  host.join();
+  for (std::size_t question = 0; question < answers.size(); ++question) {
+    EXPECT_EQ(answers[question], question % 2 == 0) << question;
+  }
+  EXPECT_LT(lost, questions / 3);
+}
+
+TEST_F(AgainstTheLibrary, TheHandlerMayAnswerAnApplicationState) {
+  channel.onNotification([&](const Notification& notification) {
+    if (std::holds_alternative<ApplicationState>(notification)) {
+      channel.answerApplicationState(false);
+    }
+  });
+  std::atomic<bool> isAnswered{false};
+  std::thread host([&] {
+    EXPECT_FALSE(manager->setApplicationState(quillwork::state{4}));
+    isAnswered = true;
+  });
+  while (!isAnswered) EXPECT_EQ(channel.getCurrentService(), 101);
+  host.join();
 }
 
 TEST_F(AgainstTheLibrary, NotificationsBetweenTheRepliesGoToTheCallback) {
