@@ -4,12 +4,24 @@
 #include <pthread.h>
 
 #include <cstdio>
+#include <exception>
 #include <utility>
 
 namespace receiver {
+namespace {
 
-Worker::Worker() : thread_([this] { run(); }) {
-  pthread_setname_np(thread_.native_handle(), "worker");
+void carryOut(const Worker::Task& task) {
+  try {
+    task();
+  } catch (const std::exception& error) {
+    fmt::print(stderr, "quillwork-receiver: {}\n", error.what());
+  }
+}
+
+}  // namespace
+
+Worker::Worker(const char* name) : thread_([this] { run(); }) {
+  pthread_setname_np(thread_.native_handle(), name);
 }
 
 Worker::~Worker() {
@@ -25,9 +37,16 @@ bool Worker::post(Task task) {
       changed_.notify_one();
       return true;
     }
+    if (std::exchange(hasDropped_, true)) return false;
   }
-  fmt::print(stderr, "quillwork-receiver: the client does not read; a notification is dropped\n");
+  fmt::print(stderr, "quillwork-receiver: the client does not read; notifications are dropped\n");
   return false;
+}
+
+void Worker::postKept(Task task) {
+  const std::lock_guard lock(mutex_);
+  tasks_.push_back(std::move(task));
+  changed_.notify_one();
 }
 
 void Worker::stop() {
@@ -45,8 +64,9 @@ void Worker::run() {
       if (isStopped_) return;
       task = std::move(tasks_.front());
       tasks_.pop_front();
+      if (tasks_.empty()) hasDropped_ = false;
     }
-    task();
+    carryOut(task);
   }
 }
 
