@@ -96,9 +96,10 @@ void DataBroadcast::take(Packet packet) {
     }
     if (pid == clockPid_) {
       if (const auto clock = programClock(packet)) {
+        const bool isDiscontinuous = (packet[5] & 0x80U) != 0;
         for (auto& [number, component] : components_) {
           if (component.service == service_) {
-            name(component, component.events.advance(*clock / 300), due);
+            name(component, component.events.advance(*clock / 300, isDiscontinuous), due);
           }
         }
       }

@@ -294,6 +294,29 @@ TEST_F(Dynamic, TheServiceInformationFollowsTheTimeLine) {
   EXPECT_EQ(information.broadcastTime(), 1'773'511'200 + 32);
 }
 
+/// What no capture shows.
+class Hard : public OnAir {
+ protected:
+  void SetUp() override {
+    OnAir::SetUp();
+    directory += "hard/";
+    data.onEvent([this](const std::string& name, const StreamEvent& event) {
+      events.push_back(name + " " + std::string(event.data.begin(), event.data.end()));
+    });
+  }
+};
+
+TEST_F(Hard, EverySectionOfAVersionHasItsEvents) {
+  open("event-sections");
+  play();
+  Words expected;
+  for (const char version : {'0', '1', '2', '3', '4', '5'}) {
+    expected.push_back(std::string(" first") + version);
+    expected.push_back(std::string(" second") + version);
+  }
+  EXPECT_EQ(events, expected);
+}
+
 // Locators and directories.
 
 TEST(Locators, AreNumbersInHexadecimal) {
@@ -342,7 +365,7 @@ TEST(Editing, WhatIsIncompleteIsDropped) {
   EXPECT_FALSE(commands.take(part(5, 0, false, "one")));
   EXPECT_FALSE(commands.take(part(5, 2, true, "three"))) << "the second part is missing";
   EXPECT_FALSE(commands.take(part(5, 1, true, "two"))) << "and the first forgotten";
-  EXPECT_FALSE(commands.take(StreamEvent{1, {}, {5}}));
+  EXPECT_FALSE(commands.take(StreamEvent{1, {}, {5}, 0, -1, -1, 0}));
   EXPECT_FALSE(commands.take(part(5, 0, false, "")));
   const std::string big(60'000, 'x');
   EXPECT_FALSE(commands.take(part(5, 1, false, big)));
