@@ -45,6 +45,7 @@ void DataBroadcast::interrupted(bool isOther) {
     // What is broadcast once more from its beginning brings the same events again.
     component.events = {};
   }
+  ++beginning_;
   isAsked_ = true;
 }
 
@@ -55,7 +56,7 @@ void DataBroadcast::follow() {
   if (!isAsked_ && generation == generation_ && service == service_) return;
   isAsked_ = false;
   generation_ = generation;
-  service_ = service;
+  if (std::exchange(service_, service) != service) ++beginning_;
   std::map<std::uint16_t, Component> before = std::exchange(components_, {});
   for (const ProgramMap& map : information_.programMaps()) {
     const bool isCurrent = map.program == service;
@@ -125,6 +126,9 @@ void DataBroadcast::takeSection(Component& component, const Section& section, Tr
 void DataBroadcast::name(const Component& component, std::vector<StreamEvent> events,
                          Due& due) const {
   for (StreamEvent& event : events) {
+    event.service = component.service;
+    event.componentTag = component.tag;
+    event.beginning = beginning_;
     std::set<std::string> names;
     for (const auto& [pid, other] : components_) {
       if (other.service != component.service || other.carousel.tree() == nullptr) continue;

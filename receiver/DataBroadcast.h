@@ -78,6 +78,7 @@ class DataBroadcast : public PacketSink {
   bool isAsked_ = false;  ///< something is wanted that was not before
   std::set<CarouselPlace> wanted_;
   std::map<std::uint16_t, Component> components_;
+  std::uint64_t beginning_ = 0;  ///< of the events
   StreamErrors errors_;
 };
 

@@ -611,6 +611,14 @@ Bytes streamEvent(std::uint16_t id, std::uint8_t version, const std::string& dat
   return sample::longSection(0x3d, id, version, 0, 0, body);
 }
 
+/// The private data of an editing command in one part (ABNT NBR 15606-2, stream event descriptor).
+std::string editingCommand(char tag, const std::string& text) {
+  const auto size = static_cast<char>(text.size() + 2);
+  constexpr char onlyPart = 1;      // the number 0, and the flag of the last part
+  constexpr char checkByte = '\0';  // receivers go by the section's CRC
+  return std::string{size, tag, onlyPart} + text + checkByte;
+}
+
 struct Sending {
   double time;
   std::uint16_t pid;
@@ -661,8 +669,8 @@ std::vector<Sending> sendings() {
     std::uint16_t id;
     std::string data;
   } events[] = {{8, 2, "1:0"},
-                {12, 1, std::string("\x05\x01", 2) + "startDocument index"},
-                {28, 1, std::string("\x06\x01", 2) + "stopDocument index"},
+                {12, 1, editingCommand(5, "startDocument index")},
+                {28, 1, editingCommand(6, "stopDocument index")},
                 {32, 2, "2:0"}};
   std::uint8_t version = 0;
   for (const auto& event : events) {

@@ -302,8 +302,15 @@ class Hard : public OnAir {
     directory += "hard/";
     data.onEvent([this](const std::string& name, const StreamEvent& event) {
       events.push_back(name + " " + std::string(event.data.begin(), event.data.end()));
+      if (name != "nclEditingCommand") return;
+      if (const auto command = editing.take(event)) {
+        commands.push_back(std::to_string(command->command_code) + " " + command->text);
+      }
     });
   }
+
+  EditingCommands editing;
+  Words commands;
 };
 
 TEST_F(Hard, EverySectionOfAVersionHasItsEvents) {
@@ -315,6 +322,15 @@ TEST_F(Hard, EverySectionOfAVersionHasItsEvents) {
     expected.push_back(std::string(" second") + version);
   }
   EXPECT_EQ(events, expected);
+}
+
+TEST_F(Hard, EditingCommandsAreTheDescriptorsPrivateData) {
+  open("editing-commands");
+  play();
+  EXPECT_EQ(commands, (Words{"5 base,doc",
+                             "11 " + std::string(200, 'a') + std::string(200, 'b') + "c", "6 "}));
+  ASSERT_EQ(events.size(), 6U);
+  EXPECT_EQ(events.back(), "other not a command");
 }
 
 // Locators and directories.
@@ -332,47 +348,6 @@ TEST(Locators, AreNumbersInHexadecimal) {
         "dvb://1.2.x", "dvb://1.2.-3", "dvb:/1.2.3", "http://1.2.3", "dvb://1.2.100000000"}) {
     EXPECT_FALSE(CarouselLocator::parse(wrong)) << wrong;
   }
-}
-
-// Editing commands.
-
-StreamEvent part(std::uint8_t tag, unsigned sequence, bool isLast, const std::string& text) {
-  StreamEvent event;
-  event.id = 4;
-  event.data = {tag, static_cast<std::uint8_t>(sequence << 1U | (isLast ? 1U : 0U))};
-  event.data.insert(event.data.end(), text.begin(), text.end());
-  return event;
-}
-
-TEST(Editing, ACommandIsPutTogetherFromItsParts) {
-  EditingCommands commands;
-  EXPECT_FALSE(commands.take(part(5, 0, false, "one ")));
-  EXPECT_FALSE(commands.take(part(5, 1, false, "two ")));
-  const auto command = commands.take(part(5, 2, true, "three"));
-  ASSERT_TRUE(command);
-  EXPECT_EQ(command->command_code, 5);
-  EXPECT_EQ(command->text, "one two three");
-  EXPECT_EQ(command->event_time, 0);
-  EXPECT_EQ(command->flag, 1);
-  StreamEvent timed = part(6, 0, true, "");
-  timed.time = 90'000 * 3 / 2;
-  EXPECT_EQ(commands.take(timed)->event_time, 1.5);
-  EXPECT_EQ(commands.take(timed)->flag, 0);
-}
-
-TEST(Editing, WhatIsIncompleteIsDropped) {
-  EditingCommands commands;
-  EXPECT_FALSE(commands.take(part(5, 0, false, "one")));
-  EXPECT_FALSE(commands.take(part(5, 2, true, "three"))) << "the second part is missing";
-  EXPECT_FALSE(commands.take(part(5, 1, true, "two"))) << "and the first forgotten";
-  EXPECT_FALSE(commands.take(StreamEvent{1, {}, {5}, 0, -1, -1, 0}));
-  EXPECT_FALSE(commands.take(part(5, 0, false, "")));
-  const std::string big(60'000, 'x');
-  EXPECT_FALSE(commands.take(part(5, 1, false, big)));
-  EXPECT_FALSE(commands.take(part(5, 2, true, big))) << "too long";
-  for (std::uint8_t tag = 0; tag < 200; ++tag) commands.take(part(tag, 0, false, ""));
-  EXPECT_FALSE(commands.take(part(0, 1, true, "")));
-  EXPECT_TRUE(commands.take(part(199, 1, true, "")));
 }
 
 }  // namespace
