@@ -9,44 +9,89 @@ namespace {
 constexpr std::uint8_t carouselType = 0x0b;
 constexpr std::uint8_t sectionsType = 0x0d;
 constexpr std::uint8_t descriptorTable = 0x3d;
+constexpr std::uint8_t carouselIdentifier = 0x13;
 
 bool carriesData(std::uint8_t streamType) {
   return streamType >= carouselType && streamType <= sectionsType;
 }
 
+/// The number in the component's carousel identifier descriptor (ETSI TR 101 202, 4.7.7.1).
+std::optional<std::uint32_t> carouselNumber(const receiver::Component& component) {
+  for (const Descriptor& descriptor : component.descriptors) {
+    if (descriptor.tag != carouselIdentifier || descriptor.data.size() < 4) continue;
+    std::uint32_t number = 0;
+    for (std::size_t index = 0; index < 4; ++index) number = number << 8U | descriptor.data[index];
+    return number;
+  }
+  return std::nullopt;
+}
+
+/// The PIDs that carry more than one carousel.
+std::set<std::uint16_t> pidsOfSeveralCarousels(const std::vector<ProgramMap>& maps) {
+  std::map<std::uint16_t, std::uint32_t> numbers;
+  std::set<std::uint16_t> pids;
+  for (const ProgramMap& map : maps) {
+    for (const receiver::Component& component : map.components) {
+      const auto number = carouselNumber(component);
+      if (!number || component.streamType != carouselType) continue;
+      if (numbers.try_emplace(component.pid, *number).first->second != *number) {
+        pids.insert(component.pid);
+      }
+    }
+  }
+  return pids;
+}
+
 }  // namespace
 
-bool DataBroadcast::isAt(const Component& component, const CarouselPlace& place) {
-  return component.hasCarousel && component.service == place.service &&
-         (place.componentTag == -1 ? component.isFirst : component.tag == place.componentTag);
+std::shared_ptr<const CarouselTree> DataBroadcast::treeAt(const CarouselPlace& place) const {
+  for (auto entry = components_.lower_bound({place.service, 0});
+       entry != components_.end() && entry->first.first == place.service; ++entry) {
+    const Component& component = entry->second;
+    const bool isThere =
+        place.componentTag == -1 ? component.isFirst : component.tag == place.componentTag;
+    if (component.carousel && isThere) return carousels_.at(*component.carousel).objects.tree();
+  }
+  return nullptr;
 }
 
 std::shared_ptr<const CarouselTree> DataBroadcast::want(const CarouselPlace& place) {
   const std::lock_guard lock(mutex_);
-  wanted_.insert(place);
+  auto& handedOver = wanted_[place];
   isAsked_ = true;
-  for (const auto& [pid, component] : components_) {
-    if (isAt(component, place)) return component.carousel.tree();
-  }
-  return nullptr;
+  // Another service's carousel may be there already, and no packet come any more.
+  follow();
+  auto tree = treeAt(place);
+  handedOver = tree;
+  return tree;
 }
 
 void DataBroadcast::leave(const CarouselPlace& place) {
   const std::lock_guard lock(mutex_);
   wanted_.erase(place);
   isAsked_ = true;
+  follow();
 }
 
 void DataBroadcast::interrupted(bool isOther) {
   const std::lock_guard lock(mutex_);
-  if (isOther) components_.clear();
-  for (auto& [pid, component] : components_) {
-    component.assembler.reset();
-    // What is broadcast once more from its beginning brings the same events again.
-    component.events = {};
-  }
-  ++beginning_;
+  if (isOther) forgetOthers();
+  for (auto& [pid, assembler] : assemblers_) assembler.reset();
+  // What is broadcast once more from its beginning brings the same events again.
+  beginEvents();
   isAsked_ = true;
+}
+
+/// What comes has nothing to do with what was.
+void DataBroadcast::forgetOthers() {
+  components_.clear();
+  carousels_.clear();
+  assemblers_.clear();
+}
+
+void DataBroadcast::beginEvents() {
+  ++beginning_;
+  for (auto& [key, component] : components_) component.events = {};
 }
 
 /// Looks up which PIDs have what is to be read.
@@ -56,28 +101,49 @@ void DataBroadcast::follow() {
   if (!isAsked_ && generation == generation_ && service == service_) return;
   isAsked_ = false;
   generation_ = generation;
-  if (std::exchange(service_, service) != service) ++beginning_;
-  std::map<std::uint16_t, Component> before = std::exchange(components_, {});
-  for (const ProgramMap& map : information_.programMaps()) {
-    const bool isCurrent = map.program == service;
+  // Another transport stream can have the same services and PIDs.
+  const int transportStream = information_.transportStreamId();
+  const int streamBefore = std::exchange(transportStream_, transportStream);
+  if (streamBefore != -1 && streamBefore != transportStream) forgetOthers();
+  if (std::exchange(service_, service) != service) beginEvents();
+  followServices(information_.programMaps());
+  hasFollowed_ = true;
+}
+
+void DataBroadcast::followServices(const std::vector<ProgramMap>& maps) {
+  Components before = std::exchange(components_, {});
+  const std::set<std::uint16_t> severalCarousels = pidsOfSeveralCarousels(maps);
+  std::set<CarouselKey> carousels;
+  std::set<std::uint16_t> pids;
+  clockPid_ = -1;
+  for (const ProgramMap& map : maps) {
+    const bool isCurrent = map.program == service_;
     if (isCurrent) clockPid_ = map.pcrPid;
-    const bool isWanted = std::ranges::any_of(
-        wanted_, [&](const CarouselPlace& place) { return place.service == map.program; });
+    const auto wanted = wanted_.lower_bound({map.program, -1});
+    const bool isWanted = wanted != wanted_.end() && wanted->first.service == map.program;
     if (!isCurrent && !isWanted) continue;
     bool isFirst = true;
     for (const receiver::Component& stream : map.components) {
       if (!carriesData(stream.streamType)) continue;
-      Component component;
-      if (auto known = before.extract(stream.pid); !known.empty()) {
-        component = std::move(known.mapped());
+      const std::pair key(int{map.program}, stream.pid);
+      Component& component = components_[key];
+      if (const auto known = before.find(key); known != before.end()) {
+        component.events = std::move(known->second.events);
       }
-      component.service = map.program;
       component.tag = stream.tag;
-      component.hasCarousel = stream.streamType == carouselType;
-      component.isFirst = component.hasCarousel && std::exchange(isFirst, false);
-      components_.insert_or_assign(stream.pid, std::move(component));
+      pids.insert(stream.pid);
+      if (stream.streamType != carouselType) continue;
+      component.isFirst = std::exchange(isFirst, false);
+      const auto number =
+          severalCarousels.contains(stream.pid) ? carouselNumber(stream) : std::nullopt;
+      component.carousel = CarouselKey(stream.pid, number);
+      carousels.insert(*component.carousel);
+      carousels_.try_emplace(*component.carousel, memory_, number);
     }
   }
+  std::erase_if(carousels_, [&](const auto& entry) { return !carousels.contains(entry.first); });
+  std::erase_if(assemblers_, [&](const auto& entry) { return !pids.contains(entry.first); });
+  for (const std::uint16_t pid : pids) assemblers_.try_emplace(pid);
 }
 
 void DataBroadcast::take(Packet packet) {
@@ -86,39 +152,67 @@ void DataBroadcast::take(Packet packet) {
   {
     const std::lock_guard lock(mutex_);
     follow();
+    if (std::exchange(hasFollowed_, false)) handOver(trees);
     const bool isDamaged = packet[0] != syncByte || (packet[1] & 0x80U) != 0;
-    const std::uint16_t pid = pidOf(packet);
     if (isDamaged) return;
-    if (const auto found = components_.find(pid); found != components_.end()) {
-      Component& component = found->second;
-      component.assembler.feed(packet, errors_, [&](const Section& section) {
-        takeSection(component, section, trees, due);
-      });
+    const std::uint16_t pid = pidOf(packet);
+    if (const auto found = assemblers_.find(pid); found != assemblers_.end()) {
+      found->second.feed(packet, errors_,
+                         [&](const Section& section) { takeSection(pid, section, trees, due); });
     }
-    if (pid == clockPid_) {
-      if (const auto clock = programClock(packet)) {
-        const bool isDiscontinuous = (packet[5] & 0x80U) != 0;
-        for (auto& [number, component] : components_) {
-          if (component.service == service_) {
-            name(component, component.events.advance(*clock / 300, isDiscontinuous), due);
-          }
-        }
-      }
-    }
+    if (pid == clockPid_) takeClock(packet, due);
   }
   for (const auto& [place, tree] : trees) treeHandler_(place, tree);
   for (const auto& [eventName, event] : due) eventHandler_(eventName, event);
 }
 
-void DataBroadcast::takeSection(Component& component, const Section& section, Trees& trees,
-                                Due& due) {
+void DataBroadcast::takeClock(Packet packet, Due& due) {
+  const auto clock = programClock(packet);
+  if (!clock) return;
+  const bool isDiscontinuous = (packet[5] & 0x80U) != 0;
+  for (auto entry = components_.lower_bound({service_, 0});
+       entry != components_.end() && entry->first.first == service_; ++entry) {
+    Component& component = entry->second;
+    name(component, component.events.advance(*clock / 300, isDiscontinuous), due);
+  }
+}
+
+void DataBroadcast::takeSection(std::uint16_t pid, const Section& section, Trees& trees, Due& due) {
   if (section[0] == descriptorTable) {
-    if (component.service == service_) name(component, component.events.take(section), due);
+    const auto found = components_.find({service_, pid});
+    if (found != components_.end()) name(found->second, found->second.events.take(section), due);
     return;
   }
-  if (!component.hasCarousel || !component.carousel.take(section)) return;
-  for (const CarouselPlace& place : wanted_) {
-    if (isAt(component, place)) trees.emplace_back(place, component.carousel.tree());
+  bool isComplete = false;
+  for (auto entry = carousels_.lower_bound({pid, std::nullopt});
+       entry != carousels_.end() && entry->first.first == pid; ++entry) {
+    Carousel& carousel = entry->second;
+    if (!carousel.objects.take(section)) continue;
+    isComplete = true;
+    carousel.readEventNames();
+  }
+  if (isComplete) handOver(trees);
+}
+
+void DataBroadcast::Carousel::readEventNames() {
+  // What the entries take beside the names, about.
+  constexpr std::uint64_t cost = 256;
+  eventNames.clear();
+  namesMemory.clear();
+  for (const auto& [path, object] : *objects.tree()) {
+    for (const auto& [name, id] : object.events) {
+      if (!namesMemory.grow(cost + name.size())) return;
+      eventNames[{object.componentTag, id}].insert(name);
+    }
+  }
+}
+
+void DataBroadcast::handOver(Trees& trees) {
+  for (auto& [place, last] : wanted_) {
+    auto tree = treeAt(place);
+    if (tree == nullptr || tree == last.lock()) continue;
+    last = tree;
+    trees.emplace_back(place, std::move(tree));
   }
 }
 
@@ -126,18 +220,16 @@ void DataBroadcast::takeSection(Component& component, const Section& section, Tr
 void DataBroadcast::name(const Component& component, std::vector<StreamEvent> events,
                          Due& due) const {
   for (StreamEvent& event : events) {
-    event.service = component.service;
+    event.service = service_;
     event.componentTag = component.tag;
     event.beginning = beginning_;
     std::set<std::string> names;
-    for (const auto& [pid, other] : components_) {
-      if (other.service != component.service || other.carousel.tree() == nullptr) continue;
-      for (const auto& [path, object] : *other.carousel.tree()) {
-        if (object.componentTag != component.tag) continue;
-        for (const auto& [eventName, id] : object.events) {
-          if (id == event.id) names.insert(eventName);
-        }
-      }
+    for (auto entry = components_.lower_bound({service_, 0});
+         entry != components_.end() && entry->first.first == service_; ++entry) {
+      if (!entry->second.carousel) continue;
+      const auto& known = carousels_.at(*entry->second.carousel).eventNames;
+      const auto found = known.find({component.tag, event.id});
+      if (found != known.end()) names.insert(found->second.begin(), found->second.end());
     }
     if (names.empty()) names.insert("");
     for (const std::string& eventName : names) due.emplace_back(eventName, event);

@@ -9,6 +9,7 @@
 #include <set>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "receiver/ObjectCarousel.h"
 #include "receiver/ServiceInformation.h"
@@ -25,9 +26,13 @@ struct CarouselPlace {
 };
 
 /// Reads the object carousels of the current service and of those that are wanted besides, and the
-/// current service's stream events. Any thread; the handlers are called on the player's.
+/// current service's stream events. Services may share a PID: its carousel is read once, and each
+/// service has it. Any thread; the handlers are called on the player's.
 class DataBroadcast : public PacketSink {
  public:
+  /// What all carousels may hold together, in bytes.
+  static constexpr std::uint64_t maxMemory = std::uint64_t{64} << 20U;
+
   using TreeHandler =
       std::function<void(const CarouselPlace& place, std::shared_ptr<const CarouselTree> tree)>;
   /// `name`: that of a stream event object of the service, empty where none has one.
@@ -41,7 +46,7 @@ class DataBroadcast : public PacketSink {
   void onEvent(EventHandler handler) { eventHandler_ = std::move(handler); }
 
   /// Asks for the place's trees: each is handed over as it becomes complete, and one that is
-  /// complete already is returned.
+  /// complete already is returned. Null where there is none yet.
   std::shared_ptr<const CarouselTree> want(const CarouselPlace& place);
   void leave(const CarouselPlace& place);
 
@@ -49,23 +54,40 @@ class DataBroadcast : public PacketSink {
   void interrupted(bool isOther) override;
 
  private:
-  /// What comes on one PID.
+  /// A PID, and the carousel's number where services mean different ones on it.
+  using CarouselKey = std::pair<std::uint16_t, std::optional<std::uint32_t>>;
+  /// What a service has on a PID.
   struct Component {
-    int service = -1;
     int tag = -1;
-    bool hasCarousel = false;  ///< by its stream type
-    bool isFirst = false;      ///< of its service's carousels
-    SectionAssembler assembler;
-    ObjectCarousel carousel;
+    /// Where its carousel is read; nothing where its stream type has none.
+    std::optional<CarouselKey> carousel;
+    bool isFirst = false;  ///< of its service's carousels
     StreamEvents events;
   };
+  struct Carousel {
+    Carousel(std::shared_ptr<MemoryBudget> memory, std::optional<std::uint32_t> number)
+        : objects(memory, number), namesMemory(std::move(memory)) {}
+    void readEventNames();
+
+    ObjectCarousel objects;
+    /// Of the events of its stream event objects, by a component's tag and an event's id.
+    std::map<std::pair<int, std::uint16_t>, std::set<std::string>> eventNames;
+    Reservation namesMemory;
+  };
+  /// By service and PID.
+  using Components = std::map<std::pair<int, std::uint16_t>, Component>;
   using Due = std::vector<std::pair<std::string, StreamEvent>>;
   using Trees = std::vector<std::pair<CarouselPlace, std::shared_ptr<const CarouselTree>>>;
 
   void follow();
-  void takeSection(Component& component, const Section& section, Trees& trees, Due& due);
+  void followServices(const std::vector<ProgramMap>& maps);
+  void forgetOthers();
+  void beginEvents();
+  void takeSection(std::uint16_t pid, const Section& section, Trees& trees, Due& due);
+  void takeClock(Packet packet, Due& due);
   void name(const Component& component, std::vector<StreamEvent> events, Due& due) const;
-  [[nodiscard]] static bool isAt(const Component& component, const CarouselPlace& place);
+  [[nodiscard]] std::shared_ptr<const CarouselTree> treeAt(const CarouselPlace& place) const;
+  void handOver(Trees& trees);
 
   const ServiceInformation& information_;
   TreeHandler treeHandler_ = [](const auto&, auto) {};
@@ -73,11 +95,17 @@ class DataBroadcast : public PacketSink {
 
   std::mutex mutex_;
   std::uint64_t generation_ = 0;
+  int transportStream_ = -1;
   int service_ = -1;
   int clockPid_ = -1;
-  bool isAsked_ = false;  ///< something is wanted that was not before
-  std::set<CarouselPlace> wanted_;
-  std::map<std::uint16_t, Component> components_;
+  bool isAsked_ = false;      ///< something is wanted that was not before
+  bool hasFollowed_ = false;  ///< a wanted place may have got a tree
+  /// With the tree that was handed over last.
+  std::map<CarouselPlace, std::weak_ptr<const CarouselTree>> wanted_;
+  std::shared_ptr<MemoryBudget> memory_ = std::make_shared<MemoryBudget>(maxMemory);
+  Components components_;
+  std::map<CarouselKey, Carousel> carousels_;
+  std::map<std::uint16_t, SectionAssembler> assemblers_;
   std::uint64_t beginning_ = 0;  ///< of the events
   StreamErrors errors_;
 };

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <span>
 #include <string_view>
+#include <utility>
 
 namespace receiver {
 namespace {
@@ -25,6 +26,11 @@ constexpr std::uint32_t objectLocation = 0x49534f50;
 constexpr std::uint32_t biopMagic = 0x42494f50;
 constexpr std::uint8_t compressedModule = 0x09;
 constexpr std::uint8_t deflate = 8;
+
+/// What the standard library and the heap take for an entry of a map and for a block of memory,
+/// about.
+constexpr std::uint64_t entryCost = 128;
+constexpr std::size_t mostBlocks = 65'536;  // their numbers have 16 bits
 
 bool isSafe(std::string_view name) {
   return !name.empty() && name.size() <= 255 && name != "." && name != ".." &&
@@ -105,7 +111,8 @@ bool ObjectCarousel::take(const Section& section) {
     case serverInitiate:
       return takeServerInitiate(body);
     case infoIndication:
-      return takeInfoIndication(body, transaction);
+      takeInfoIndication(body, transaction);
+      return false;
     case dataBlock:
       return takeDataBlock(body, transaction);
     default:
@@ -118,19 +125,24 @@ bool ObjectCarousel::takeServerInitiate(Reader& reader) {
   reader.skip(20);
   reader.skip(reader.uint16());
   Reader gateway = reader.part(reader.uint16());
-  const auto reference = readReference(gateway);
+  auto reference = readReference(gateway);
   if (!reference || !gateway.isGood()) return false;
+  if (number_ && reference->carousel != *number_) return false;
   const bool isNew = !gateway_ || gateway_->module != reference->module ||
                      gateway_->key != reference->key || gateway_->carousel != reference->carousel;
-  gateway_ = reference;
-  return isNew && publish();
+  if (!isNew) return refusedAt_ && *refusedAt_ != memory_->releases() && publish();
+  gateway_ = std::move(reference);
+  beginWalk();
+  hasBegun_ = true;
+  return walk({&*gateway_});
 }
 
-/// The message that lists modules.
-bool ObjectCarousel::takeInfoIndication(Reader& reader, std::uint32_t transaction) {
+/// The message that lists modules. What it changes is complete only with its modules.
+void ObjectCarousel::takeInfoIndication(Reader& reader, std::uint32_t transaction) {
   // Bit 0 tells an update from the one before, the two highest who gave the number out.
   const auto identification = static_cast<std::uint16_t>(transaction & 0xfffeU);
   const std::uint32_t download = reader.uint32();
+  if (number_ && download != *number_) return;
   const std::uint16_t blockSize = reader.uint16();
   reader.skip(10);
   reader.skip(reader.uint16());
@@ -146,11 +158,13 @@ bool ObjectCarousel::takeInfoIndication(Reader& reader, std::uint32_t transactio
     module.version = reader.uint8();
     readModuleInfo(reader.part(reader.uint8()), module);
   }
-  if (!reader.isGood() || blockSize == 0) return false;
-  bool isChanged =
-      std::erase_if(modules_, [&](const auto& entry) {
-        return entry.second.announcedBy == identification && !announced.contains(entry.first);
-      }) != 0;
+  if (!reader.isGood() || blockSize == 0) return;
+  std::vector<std::uint16_t> gone;
+  for (auto entry = announcements_.lower_bound({identification, 0});
+       entry != announcements_.end() && entry->first == identification; ++entry) {
+    if (!announced.contains(entry->second)) gone.push_back(entry->second);
+  }
+  for (const std::uint16_t id : gone) withdraw(id);
   for (auto& [id, module] : announced) {
     const auto known = modules_.find(id);
     if (known != modules_.end() && known->second.version == module.version &&
@@ -158,10 +172,25 @@ bool ObjectCarousel::takeInfoIndication(Reader& reader, std::uint32_t transactio
         known->second.blockSize == blockSize) {
       continue;
     }
-    modules_.insert_or_assign(id, std::move(module));
-    isChanged = true;
+    withdraw(id);
+    module.entry = Reservation(memory_);
+    module.held = Reservation(memory_);
+    if (!grow(module.entry, sizeof module + 2 * entryCost)) {
+      memory_->refuse("carousels");
+      return;
+    }
+    announcements_.emplace(identification, id);
+    modules_.emplace(id, std::move(module));
   }
-  return isChanged && publish();
+}
+
+void ObjectCarousel::withdraw(std::uint16_t id) {
+  const auto known = modules_.find(id);
+  if (known == modules_.end()) return;
+  // References that wait for others may lie in its objects.
+  if (known->second.walk == walk_) beginWalk();
+  announcements_.erase({known->second.announcedBy, id});
+  modules_.erase(known);
 }
 
 /// BIOP::ModuleInfo (TR 101 202, 4.7.5.2): of interest is only how the module is compressed.
@@ -179,7 +208,7 @@ void ObjectCarousel::readModuleInfo(Reader info, Module& module) {
     Reader descriptor = descriptors.part(descriptors.uint8());
     if (tag != compressedModule) continue;
     module.isCompressed = true;
-    module.isReadable = (descriptor.uint8() & 0x0fU) == deflate;
+    module.isReadable = (descriptor.uint8() & 0x0fU) == deflate && canDecompress();
     module.originalSize = descriptor.uint32();
   }
 }
@@ -188,62 +217,111 @@ bool ObjectCarousel::takeDataBlock(Reader& reader, std::uint32_t download) {
   const std::uint16_t id = reader.uint16();
   const std::uint8_t version = reader.uint8();
   reader.skip(1);
-  const std::size_t number = reader.uint16();
+  const std::uint16_t number = reader.uint16();
   const auto found = modules_.find(id);
   if (!reader.isGood() || found == modules_.end()) return false;
   Module& module = found->second;
   if (module.version != version || module.download != download || module.objects) return false;
-  const std::size_t blocks = (module.size + module.blockSize - std::size_t{1}) / module.blockSize;
-  const std::size_t begin = number * module.blockSize;
-  if (number >= blocks) return false;
-  const auto data = reader.bytes(reader.left());
-  if (data.size() != std::min<std::size_t>(module.blockSize, module.size - begin)) return false;
-  if (module.hasBlock.empty()) {
-    if (heldBytes() + module.size + module.originalSize > mostBytes) return false;
-    module.bytes.resize(module.size);
-    module.hasBlock.resize(blocks);
-    module.blocksLeft = blocks;
+  const std::uint64_t size = module.size;
+  const std::uint64_t blocks = (size + module.blockSize - 1) / module.blockSize;
+  const std::uint64_t begin = std::uint64_t{number} * module.blockSize;
+  if (size + module.originalSize > memory_->limit()) {
+    memory_->refuse("carousels");
+    return false;
   }
-  if (module.hasBlock[number]) return false;
-  std::copy(data.begin(), data.end(), module.bytes.begin() + static_cast<std::ptrdiff_t>(begin));
-  module.hasBlock[number] = true;
-  if (--module.blocksLeft > 0) return false;
-  return complete(module) && publish();
+  if (!module.isReadable || number >= blocks || blocks > mostBlocks) return false;
+  const auto data = reader.bytes(reader.left());
+  if (data.size() != std::min<std::uint64_t>(module.blockSize, size - begin)) return false;
+  if (module.blocks.contains(number)) return false;
+  if (!grow(module.held, data.size() + entryCost)) {
+    refuse(module);
+    return false;
+  }
+  module.blocks.emplace(number, std::vector<std::uint8_t>(data.begin(), data.end()));
+  if (module.blocks.size() < blocks || !complete(module)) return false;
+  if (!gateway_) return false;
+  if (!std::exchange(hasBegun_, true)) return walk({&*gateway_});
+  const auto waiting = waiting_.extract(id);
+  return !waiting.empty() && walk(std::move(waiting.mapped()));
 }
 
-/// What the modules under way, and the objects of complete ones, take.
-std::size_t ObjectCarousel::heldBytes() const {
-  std::size_t held = 0;
-  for (const auto& [id, module] : modules_) {
-    if (!module.hasBlock.empty()) held += std::size_t{module.size} + module.originalSize;
-  }
-  return held;
+/// Takes memory from the budget; what the last tree holds is given up for it if that tree has gone
+/// out of date.
+bool ObjectCarousel::grow(Reservation& reservation, std::uint64_t bytes) {
+  if (reservation.grow(bytes)) return true;
+  if (tree_ == nullptr || treeWalk_ == walk_) return false;
+  tree_.reset();
+  return reservation.grow(bytes);
+}
+
+/// Others that are under way can complete with what the module has held.
+void ObjectCarousel::refuse(Module& module) {
+  module.blocks.clear();
+  module.held.clear();
+  memory_->refuse("carousels");
 }
 
 bool ObjectCarousel::complete(Module& module) {
-  if (module.isCompressed) {
-    if (!module.isReadable) return false;
-    auto bytes = decompress(module);
-    if (!bytes) {
-      // What cannot be decompressed was damaged on its way: once more.
-      module.hasBlock.clear();
-      module.bytes = {};
-      return false;
-    }
-    module.bytes = std::move(*bytes);
+  Reservation original(memory_);
+  const auto bytes = module.isCompressed ? decompress(module, original) : join(module);
+  module.blocks.clear();
+  module.held.clear();
+  original.clear();
+  // What cannot be decompressed was damaged on its way: once more.
+  if (!bytes) return false;
+  // For this moment the files are there twice.
+  module.objects = readObjects(*bytes, module.held);
+  if (!module.objects) refuse(module);
+  return module.objects.has_value();
+}
+
+std::optional<std::vector<std::uint8_t>> ObjectCarousel::join(Module& module) {
+  std::vector<std::uint8_t> bytes;
+  bytes.reserve(module.size);
+  while (!module.blocks.empty()) {
+    const auto block = module.blocks.extract(module.blocks.begin());
+    bytes.insert(bytes.end(), block.mapped().begin(), block.mapped().end());
   }
-  module.objects = readObjects(module.bytes);
-  module.bytes = {};
-  return true;
+  return bytes;
 }
 
 #ifdef QUILLWORK_ZLIB
 
-std::optional<std::vector<std::uint8_t>> ObjectCarousel::decompress(const Module& module) {
-  std::vector<std::uint8_t> bytes(module.originalSize);
-  uLongf size = bytes.size();
-  const bool isDone = uncompress(bytes.data(), &size, module.bytes.data(), module.size) == Z_OK;
-  if (!isDone || size != bytes.size()) return std::nullopt;
+std::optional<std::vector<std::uint8_t>> ObjectCarousel::decompress(const Module& module,
+                                                                    Reservation& held) {
+  constexpr std::size_t leastStep = 65'536;
+  z_stream stream{};
+  if (inflateInit(&stream) != Z_OK) return std::nullopt;
+  const std::unique_ptr<z_stream, int (*)(z_stream*)> owner(&stream, inflateEnd);
+  // Its address stands where there is nothing to be written any more.
+  Bytef nothing = 0;
+  std::vector<std::uint8_t> bytes;
+  int state = Z_OK;
+  for (const auto& [number, block] : module.blocks) {
+    // zlib takes what it only reads as something that it may change.
+    stream.next_in = const_cast<Bytef*>(block.data());
+    stream.avail_in = static_cast<uInt>(block.size());
+    while (state == Z_OK) {
+      if (stream.avail_out == 0 && bytes.size() < module.originalSize) {
+        const std::size_t done = bytes.size();
+        const std::size_t step =
+            std::min<std::size_t>(module.originalSize - done, std::max(done, leastStep));
+        if (!grow(held, step)) {
+          memory_->refuse("carousels");
+          return std::nullopt;
+        }
+        bytes.resize(done + step);
+        stream.avail_out = static_cast<uInt>(step);
+      }
+      stream.next_out = bytes.empty() ? &nothing : bytes.data() + bytes.size() - stream.avail_out;
+      state = inflate(&stream, Z_NO_FLUSH);
+    }
+    // It wants the next block.
+    if (state == Z_BUF_ERROR && stream.avail_in == 0) state = Z_OK;
+    if (state != Z_OK) break;
+  }
+  const bool isWhole = bytes.size() == module.originalSize && stream.avail_out == 0;
+  if (state != Z_STREAM_END || !isWhole) return std::nullopt;
   return bytes;
 }
 
@@ -251,7 +329,7 @@ bool canDecompress() { return true; }
 
 #else
 
-std::optional<std::vector<std::uint8_t>> ObjectCarousel::decompress(const Module&) {
+std::optional<std::vector<std::uint8_t>> ObjectCarousel::decompress(const Module&, Reservation&) {
   return std::nullopt;
 }
 
@@ -259,10 +337,11 @@ bool canDecompress() { return false; }
 
 #endif
 
-/// The objects of a module (TR 101 202, 4.7.4), as far as they can be read.
-std::map<std::string, ObjectCarousel::Object> ObjectCarousel::readObjects(
-    const std::vector<std::uint8_t>& bytes) {
-  std::map<std::string, Object> objects;
+/// The objects of a module (TR 101 202, 4.7.4), as far as they can be read; nothing where there is
+/// no memory for them.
+std::optional<ObjectCarousel::Objects> ObjectCarousel::readObjects(
+    const std::vector<std::uint8_t>& bytes, Reservation& held) {
+  Objects objects;
   Reader module{bytes};
   while (module.left() > 0 && objects.size() < mostObjects) {
     const bool isObject = module.uint32() == biopMagic;
@@ -283,9 +362,8 @@ std::map<std::string, ObjectCarousel::Object> ObjectCarousel::readObjects(
     Object object;
     if (kind == "fil") {
       object.content.kind = CarouselObject::Kind::file;
-      const auto content = body.bytes(body.uint32());
-      object.content.content =
-          std::make_shared<const std::vector<std::uint8_t>>(content.begin(), content.end());
+      object.content.content = keep(body.bytes(body.uint32()));
+      if (object.content.content == nullptr) return std::nullopt;
     } else if (kind == "dir" || kind == "srg") {
       readDirectory(body, object);
     } else if (kind == "str" || kind == "ste") {
@@ -293,9 +371,37 @@ std::map<std::string, ObjectCarousel::Object> ObjectCarousel::readObjects(
     } else {
       continue;
     }
-    if (message.isGood() && body.isGood()) objects.insert_or_assign(key, std::move(object));
+    if (!message.isGood() || !body.isGood()) continue;
+    if (!grow(held, costOf(key, object))) return std::nullopt;
+    objects.insert_or_assign(key, std::move(object));
   }
   return objects;
+}
+
+std::uint64_t ObjectCarousel::costOf(const std::string& key, const Object& object) {
+  std::uint64_t cost = sizeof object + entryCost + key.size() + costOf(object.content);
+  for (const Binding& binding : object.bindings) {
+    cost += sizeof binding + entryCost + binding.name.size();
+    if (binding.reference) cost += binding.reference->key.size();
+  }
+  return cost;
+}
+
+/// Without its content, which is paid for by itself.
+std::uint64_t ObjectCarousel::costOf(const CarouselObject& object) {
+  std::uint64_t cost = sizeof object;
+  for (const auto& event : object.events) cost += sizeof event + event.first.size();
+  return cost;
+}
+
+/// A file's content, which pays for its memory as long as anybody has it; null where there is none.
+std::shared_ptr<const std::vector<std::uint8_t>> ObjectCarousel::keep(
+    std::span<const std::uint8_t> bytes) {
+  Reservation memory(memory_);
+  if (!grow(memory, bytes.size() + entryCost)) return nullptr;
+  const auto kept = std::make_shared<const Kept<std::vector<std::uint8_t>>>(
+      std::move(memory), std::vector<std::uint8_t>(bytes.begin(), bytes.end()));
+  return {kept, &kept->value};
 }
 
 void ObjectCarousel::readDirectory(Reader& body, Object& object) {
@@ -377,42 +483,97 @@ std::optional<ObjectCarousel::Reference> ObjectCarousel::readReference(Reader& r
   return reference;
 }
 
-/// Keeps a new tree, if everything is there that it needs.
-bool ObjectCarousel::publish() {
-  if (!gateway_) return false;
-  CarouselTree tree;
-  if (!build(*gateway_, "", 0, tree)) return false;
-  // A file that has many names is one here, and many in a file system.
-  std::size_t size = 0;
-  for (const auto& [path, object] : tree) {
-    if (object.content != nullptr) size += object.content->size();
+/// Whether the binding is part of the tree: names that could lead out of the directory, and objects
+/// of other carousels, are left out.
+bool ObjectCarousel::isFollowed(const Binding& binding) const {
+  return isSafe(binding.name) && binding.reference &&
+         binding.reference->carousel == gateway_->carousel;
+}
+
+/// Something that the walk has come by changes: the next one begins at the root.
+void ObjectCarousel::beginWalk() {
+  ++walk_;
+  hasBegun_ = false;
+  waiting_.clear();
+  refusedAt_.reset();
+}
+
+/// Goes on from the references. True when this has completed a tree.
+bool ObjectCarousel::walk(std::vector<const Reference*> references) {
+  while (!references.empty()) {
+    const Reference& reference = *references.back();
+    references.pop_back();
+    const auto module = modules_.find(reference.module);
+    if (module == modules_.end() || !module->second.objects) {
+      waiting_[reference.module].push_back(&reference);
+      continue;
+    }
+    module->second.walk = walk_;
+    const auto found = module->second.objects->find(reference.key);
+    if (found == module->second.objects->end()) {
+      // Only another version of the module can have it, and that begins a walk.
+      waiting_[reference.module].push_back(&reference);
+      continue;
+    }
+    Object& object = found->second;
+    if (std::exchange(object.walk, walk_) == walk_) continue;
+    for (const Binding& binding : object.bindings) {
+      if (isFollowed(binding)) references.push_back(&*binding.reference);
+    }
   }
-  if (size > mostBytes || (tree_ != nullptr && *tree_ == tree)) return false;
-  tree_ = std::make_shared<const CarouselTree>(std::move(tree));
+  return waiting_.empty() && publish();
+}
+
+/// Keeps a new tree.
+bool ObjectCarousel::publish() {
+  refusedAt_.reset();
+  Growth growth{{}, Reservation(memory_), 0};
+  if (!build(*gateway_, "", 0, growth)) {
+    if (growth.isRefused) {
+      refusedAt_ = memory_->releases();
+      memory_->refuse("carousels");
+    }
+    return false;
+  }
+  treeWalk_ = walk_;
+  if (tree_ != nullptr && *tree_ == growth.tree) return false;
+  const auto kept =
+      std::make_shared<const Kept<CarouselTree>>(std::move(growth.memory), std::move(growth.tree));
+  tree_ = {kept, &kept->value};
   return true;
 }
 
-/// Adds the object and what lies below it; false when something is missing.
+/// Adds the object and what lies below it; false when there is too much of it.
 bool ObjectCarousel::build(const Reference& reference, const std::string& path, int depth,
-                           CarouselTree& tree) const {
-  const auto module = modules_.find(reference.module);
-  if (module == modules_.end() || !module->second.objects) return false;
-  const auto found = module->second.objects->find(reference.key);
-  if (found == module->second.objects->end()) return false;
-  const Object& object = found->second;
-  if (!path.empty() && !tree.emplace(path, object.content).second) return true;
-  if (tree.size() > mostObjects || depth > deepestDirectory || path.size() > longestPath) {
+                           Growth& growth) {
+  Object& object = modules_.at(reference.module).objects->at(reference.key);
+  if (!path.empty()) {
+    if (growth.tree.contains(path)) return true;
+    if (!grow(growth.memory, entryCost + 2 * path.size() + costOf(object.content))) {
+      growth.isRefused = true;
+      return false;
+    }
+    shareContent(path, object.content);
+    growth.tree.emplace(path, object.content);
+    // A file that has many names is one here, and many in a file system.
+    if (object.content.content != nullptr) growth.fileBytes += object.content.content->size();
+  }
+  if (growth.tree.size() > mostObjects || depth > deepestDirectory || path.size() > longestPath ||
+      growth.fileBytes > mostBytes) {
     return false;
   }
-  for (const Binding& binding : object.bindings) {
-    // Names that could lead out of the directory, and objects of other carousels, are left out.
-    if (!isSafe(binding.name) || !binding.reference ||
-        binding.reference->carousel != gateway_->carousel) {
-      continue;
-    }
-    if (!build(*binding.reference, path + "/" + binding.name, depth + 1, tree)) return false;
-  }
-  return true;
+  return std::ranges::all_of(object.bindings, [&](const Binding& binding) {
+    return !isFollowed(binding) ||
+           build(*binding.reference, path + "/" + binding.name, depth + 1, growth);
+  });
+}
+
+/// A file that is the same in the last tree is held once.
+void ObjectCarousel::shareContent(const std::string& path, CarouselObject& object) const {
+  if (tree_ == nullptr || object.content == nullptr) return;
+  const auto before = tree_->find(path);
+  if (before == tree_->end() || before->second.content == nullptr) return;
+  if (*before->second.content == *object.content) object.content = before->second.content;
 }
 
 }  // namespace receiver

@@ -3,10 +3,15 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
+#include <memory>
+#include <optional>
 #include <random>
+#include <sstream>
 
 #include "receiver/ObjectCarousel.h"
 #include "sample/carousel_sections.h"
+#include "support/Watchdog.h"
 
 namespace receiver {
 namespace {
@@ -171,23 +176,181 @@ TEST(Carousel, AReferenceToNothingStaysPending) {
   }
 }
 
-TEST(Carousel, AModuleThatIsTooMuchStaysPending) {
-  const std::string padding(ObjectCarousel::mostBytes / 2 + 1'000'000, '\0');
-  const auto carouselWith = [&](const std::vector<std::uint16_t>& modules) {
-    ObjectCarousel carousel;
-    std::vector<std::pair<std::string, ByteBuilder>> bindings;
-    for (const std::uint16_t id : modules) {
-      const std::string name(1, static_cast<char>('a' + id));
-      bindings.emplace_back(name, objectReference(number, id, "1", "dir"));
-      takeAll(carousel, moduleSections(number, id, {{id, 1, directoryModule({}) + padding, {}}}));
+/// What the receiver says of memory.
+constexpr const char* refusal =
+    "quillwork-receiver: carousels would hold more than 1 MiB; what is too much is left out\n";
+constexpr std::uint64_t mebibyte = std::uint64_t{1} << 20U;
+
+CarouselTree treeOf(std::size_t size) { return {{"/file", file(std::string(size, 'x'))}}; }
+
+TEST(CarouselMemory, IsSharedByAllAndGivenBack) {
+  const auto memory = std::make_shared<MemoryBudget>(mebibyte);
+  testing::internal::CaptureStderr();
+  std::optional<ObjectCarousel> first(std::in_place, memory);
+  ObjectCarousel second(memory);
+  EXPECT_TRUE(takeAll(*first, carouselSections(number, 1, treeOf(600'000))));
+  const std::vector<Section> sections = carouselSections(number, 1, treeOf(500'000));
+  for (int turn = 0; turn < 3; ++turn) EXPECT_FALSE(takeAll(second, sections));
+  EXPECT_NE(first->tree(), nullptr);
+  std::shared_ptr<const CarouselTree> tree = first->tree();
+  first.reset();
+  EXPECT_FALSE(takeAll(second, sections)) << "somebody has the tree still";
+  tree.reset();
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), refusal);
+  EXPECT_TRUE(takeAll(second, sections));
+}
+
+TEST(CarouselMemory, NothingIsLeftBehind) {
+  const auto memory = std::make_shared<MemoryBudget>(mebibyte);
+  {
+    ObjectCarousel carousel(memory);
+    for (std::uint8_t version = 1; version < 20; ++version) {
+      takeAll(carousel, carouselSections(number, version, wholeTree()));
+      takeAll(carousel, carouselSections(number, version, treeOf(100'000U + version)));
+      EXPECT_LT(memory->used(), 350'000U) << "one version, and one that it replaces";
     }
-    carousel.take(serverInitiate(number));
-    const std::string root = directoryModule(bindings);
-    takeAll(carousel, moduleSections(number, 1, {{1, 1, root, {}}}));
-    return carousel.tree() != nullptr;
+  }
+  EXPECT_EQ(memory->used(), 0U);
+}
+
+TEST(CarouselMemory, AnUpdateMayTakeTheRoomOfWhatItReplaces) {
+  const auto memory = std::make_shared<MemoryBudget>(mebibyte);
+  ObjectCarousel carousel(memory);
+  EXPECT_TRUE(takeAll(carousel, carouselSections(number, 1, treeOf(700'000))));
+  EXPECT_TRUE(takeAll(carousel, carouselSections(number, 2, treeOf(700'001))));
+  EXPECT_EQ(*carousel.tree(), treeOf(700'001));
+}
+
+TEST(CarouselMemory, ModulesUnderWayGiveWayToEachOther) {
+  testing::internal::CaptureStderr();
+  const auto memory = std::make_shared<MemoryBudget>(mebibyte);
+  ObjectCarousel first(memory);
+  ObjectCarousel second(memory);
+  const std::vector<Section> sections = carouselSections(number, 1, treeOf(600'000));
+  int complete = 0;
+  // Their blocks come in turns, and there is room for one of them.
+  for (int turn = 0; turn < 2; ++turn) {
+    for (const Section& section : sections) {
+      complete += first.take(section) ? 1 : 0;
+      complete += second.take(section) ? 1 : 0;
+    }
+  }
+  EXPECT_EQ(complete, 1);
+  testing::internal::GetCapturedStderr();
+}
+
+Section fromHex(const std::string& text) {
+  Section bytes;
+  std::istringstream words(text);
+  for (std::string word; words >> word;) {
+    bytes.push_back(static_cast<std::uint8_t>(std::stoi(word, nullptr, 16)));
+  }
+  return bytes;
+}
+
+TEST(CarouselMemory, AnnouncedSizesTakeNone) {
+  testing::internal::CaptureStderr();
+  const auto memory = std::make_shared<MemoryBudget>(mebibyte);
+  ObjectCarousel carousel(memory);
+  // Module 1: 0xc0000000 bytes, which decompressed are 0x40000000. Module 2: 0xf0000 bytes.
+  carousel.take(
+      fromHex("3b b0 50 00 02 c1 00 00 11 03 10 02 80 00 00 02 ff 00 00 3b"
+              " 00 00 00 09 0f e2 00 00 00 00 00 00 00 00 00 00 00 00 00 02"
+              " 00 01 c0 00 00 00 01 15 00 00 00 00 00 00 00 00 00 00 00 00 00 07 09 05 78 40 00"
+              " 00 00 00 02 00 0f 00 00 01 00 00 00 00 00 00 00 00"));
+  for (const std::string module : {"01", "02"}) {
+    Section block = fromHex("3c bf fd 00 01 c1 00 00 11 03 10 03 00 00 00 09 ff 00 0f e8 00 " +
+                            module + " 01 ff 00 00");
+    block.resize(block.size() + 4066 + 4);
+    carousel.take(block);
+  }
+  EXPECT_GT(memory->used(), 4066U) << "the second's block";
+  EXPECT_LT(memory->used(), 8000U);
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), refusal);
+}
+
+/// A carousel of modules with one file each, announced a hundred at a time.
+std::vector<Section> manyModules(unsigned files, bool rootIsLast) {
+  std::vector<std::string> contents;
+  std::vector<std::pair<std::string, ByteBuilder>> bindings;
+  for (unsigned index = 0; index < files; ++index) {
+    const auto id = static_cast<std::uint16_t>(index + 2);
+    bindings.emplace_back(std::to_string(index), objectReference(number, id, "1", "dir"));
+    contents.push_back(directoryModule({}));
+  }
+  const std::string root = directoryModule(bindings);
+  std::vector<Section> sections = {serverInitiate(number)};
+  const auto append = [&](const std::vector<Section>& more) {
+    sections.insert(sections.end(), more.begin(), more.end());
   };
-  EXPECT_TRUE(carouselWith({2}));
-  EXPECT_FALSE(carouselWith({2, 3})) << "the second has no room";
+  if (!rootIsLast) append(moduleSections(number, 1, {{1, 1, root, {}}}));
+  for (unsigned begin = 0; begin < files; begin += 100) {
+    std::vector<ModuleToSend> modules;
+    for (unsigned index = begin; index < std::min(begin + 100, files); ++index) {
+      modules.push_back({static_cast<std::uint16_t>(index + 2), 1, contents[index], {}});
+    }
+    append(moduleSections(number, 1, modules));
+  }
+  if (rootIsLast) append(moduleSections(number, 1, {{1, 1, root, {}}}));
+  return sections;
+}
+
+// Work for each module that grows with their number would take minutes.
+constexpr std::chrono::seconds enough{15};
+
+TEST(Carousel, ThousandsOfModulesAreReadInTheirNumbersTime) {
+  constexpr unsigned files = 19'000;
+  for (const bool rootIsLast : {false, true}) {
+    ObjectCarousel carousel;
+    const std::vector<Section> sections = manyModules(files, rootIsLast);
+    const Watchdog watchdog(enough);
+    EXPECT_TRUE(takeAll(carousel, sections));
+    ASSERT_NE(carousel.tree(), nullptr);
+    EXPECT_EQ(carousel.tree()->size(), files);
+  }
+}
+
+TEST(Carousel, TensOfThousandsOfModulesCanBeginAtATime) {
+  std::vector<Section> sections;
+  const std::string twoBlocks(4067, 'x');
+  for (unsigned begin = 1; begin < 65'000; begin += 100) {
+    std::vector<ModuleToSend> modules;
+    for (unsigned id = begin; id < begin + 100; ++id) {
+      modules.push_back({static_cast<std::uint16_t>(id), 1, twoBlocks, {}});
+    }
+    for (Section& section : moduleSections(number, 1, modules)) {
+      // Of each only the second block, which is small.
+      if (section[0] == 0x3b || section.size() < 4000) sections.push_back(std::move(section));
+    }
+  }
+  const auto memory = std::make_shared<MemoryBudget>(ObjectCarousel::mostBytes);
+  ObjectCarousel carousel(memory);
+  const Watchdog watchdog(enough);
+  EXPECT_FALSE(takeAll(carousel, sections));
+  EXPECT_GT(memory->used(), 65'000U);
+}
+
+TEST(Carousel, AModuleOfWhichTheTreeKnowsNothingChangesNothing) {
+  ObjectCarousel carousel;
+  takeAll(carousel, carouselSections(number, 1, wholeTree()));
+  const auto before = carousel.tree();
+  for (std::uint8_t version = 1; version < 4; ++version) {
+    EXPECT_FALSE(takeAll(
+        carousel, moduleSections(number, version, {{77, version, directoryModule({}), {}}})));
+  }
+  EXPECT_EQ(carousel.tree(), before);
+}
+
+TEST(Carousel, OfSeveralOnAPidTheOneThatIsMeantIsRead) {
+  ObjectCarousel carousel(std::make_shared<MemoryBudget>(mebibyte), number + 1);
+  const CarouselTree other = {{"/other", file("other")}};
+  std::vector<Section> sections = carouselSections(number, 1, wholeTree());
+  const std::vector<Section> own = carouselSections(number + 1, 1, other);
+  sections.insert(sections.begin(), own.begin(), own.end());
+  takeAll(carousel, sections);
+  takeAll(carousel, sections);
+  ASSERT_NE(carousel.tree(), nullptr);
+  EXPECT_EQ(*carousel.tree(), other);
 }
 
 TEST(Carousel, AModuleThatIsCompressedInAnUnknownWayStaysPending) {

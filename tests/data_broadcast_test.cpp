@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
@@ -16,6 +17,7 @@
 #include "receiver/CarouselMounts.h"
 #include "receiver/EditingCommands.h"
 #include "receiver/Source.h"
+#include "receiver/bitstream.h"
 
 namespace receiver {
 namespace {
@@ -309,9 +311,106 @@ class Hard : public OnAir {
     });
   }
 
+  /// The packet of a PAT or a map with the next version of its one section, which differs: the PAT
+  /// has its two programs in the other order, a map another PID of the clock.
+  static std::vector<std::uint8_t> withNextVersion(Packet packet) {
+    std::vector<std::uint8_t> changed(packet.begin(), packet.end());
+    std::uint8_t* const section = &changed[5];
+    const unsigned version = (section[5] >> 1U & 31U) + 1;
+    section[5] = static_cast<std::uint8_t>((section[5] & 0xc1U) | (version & 31U) << 1U);
+    if (section[0] == 0) {
+      std::swap_ranges(section + 8, section + 12, section + 12);
+    } else {
+      section[9] ^= 1U;
+    }
+    psi_set_crc(section);
+    // One that is repeated would be a repeated packet.
+    changed[3] = static_cast<std::uint8_t>((changed[3] & 0xf0U) | ((changed[3] + 1U) & 15U));
+    return changed;
+  }
+
   EditingCommands editing;
   Words commands;
 };
+
+TEST_F(Hard, ServicesThatShareAPidHaveTheSameCarousel) {
+  if (!canDecompress()) GTEST_SKIP() << "zlib is not there for this processor";
+  for (const std::vector<int>& order : {std::vector{100, 200}, std::vector{200, 100}}) {
+    SetUp();
+    open("shared-pid");
+    trees.clear();
+    for (const int service : order) data.want({service, 0x17});
+    play();
+    ASSERT_EQ(trees.size(), 2U);
+    EXPECT_EQ(trees[0].second, trees[1].second);
+    EXPECT_FALSE(trees[0].second->empty());
+    EXPECT_NE(trees[0].first, trees[1].first);
+    information.interrupted(true);
+    data.interrupted(true);
+  }
+}
+
+TEST_F(Hard, ASharedCarouselIsThereForTheServiceThatIsMountedLater) {
+  if (!canDecompress()) GTEST_SKIP() << "zlib is not there for this processor";
+  open("shared-pid");
+  play();
+  EXPECT_EQ(information.currentService(), 100);
+  EXPECT_NE(data.want({100, -1}), nullptr);
+  EXPECT_EQ(data.want({200, -1}), data.want({100, 0x17})) << "and no packet has come since";
+  EXPECT_TRUE(trees.empty());
+}
+
+TEST_F(Hard, StreamEventsOnASharedPidGoOnForTheCurrentService) {
+  if (!canDecompress()) GTEST_SKIP() << "zlib is not there for this processor";
+  std::optional<Words> alone;
+  for (const int current : {100, 200}) {
+    for (const int mounted : {-1, 100, 200}) {
+      information.selectService(current);
+      open("shared-pid");
+      events.clear();
+      packets = 0;
+      playTo(1);
+      if (mounted != -1) data.want({mounted, -1});
+      play();
+      if (!alone) alone = events;
+      EXPECT_GT(events.size(), 50U);
+      EXPECT_EQ(events, *alone) << current << " with " << mounted;
+      data.leave({mounted, -1});
+      information.interrupted(true);
+      data.interrupted(true);
+    }
+  }
+}
+
+TEST_F(Hard, NewMapsOfTheSameComponentsKeepWhatHasCome) {
+  if (!canDecompress()) GTEST_SKIP() << "zlib is not there for this processor";
+  open("shared-pid");
+  data.want({200, -1});
+  play();
+  ASSERT_EQ(trees.size(), 1U);
+  const double complete = treeTimes[0];
+  information.interrupted(true);
+  data.interrupted(true);
+  trees.clear();
+  treeTimes.clear();
+  source->rewind();
+  packets = 0;
+  const std::uint64_t generation = information.programGeneration();
+  while (now() < complete) {
+    const auto packet = source->next();
+    ASSERT_TRUE(packet);
+    ++packets;
+    std::vector<std::vector<std::uint8_t>> all = {{packet->begin(), packet->end()}};
+    const bool isTable = pidOf(*packet) == 0 || pidOf(*packet) == 256 || pidOf(*packet) == 257;
+    if (isTable) all.push_back(withNextVersion(*packet));
+    for (const auto& bytes : all) {
+      information.take(Packet(bytes.data(), packetSize));
+      data.take(Packet(bytes.data(), packetSize));
+    }
+  }
+  EXPECT_GE(information.programGeneration(), generation + 6) << "three tables, twice each";
+  ASSERT_EQ(trees.size(), 1U) << "as early as with one version of the tables";
+}
 
 TEST_F(Hard, EverySectionOfAVersionHasItsEvents) {
   open("event-sections");
