@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <fstream>
 #include <string_view>
+#include <utility>
 
 namespace receiver {
 namespace {
@@ -101,9 +102,11 @@ std::optional<CarouselLocator> CarouselLocator::parse(const std::string& text) {
 }
 
 CarouselMounts::CarouselMounts(DataBroadcast& data, const ServiceInformation& information,
-                               Worker& worker, const fs::path& directory, CompletionHandler handler)
+                               Worker& writer, Worker& worker, const fs::path& directory,
+                               CompletionHandler handler)
     : data_(data),
       information_(information),
+      writer_(writer),
       worker_(worker),
       directory_(fs::absolute(directory)),
       handler_(std::move(handler)) {
@@ -111,7 +114,7 @@ CarouselMounts::CarouselMounts(DataBroadcast& data, const ServiceInformation& in
 }
 
 CarouselMounts::~CarouselMounts() {
-  for (const auto& [place, mount] : mounts_) remove(place, *mount.version);
+  while (!written_.empty()) remove(CarouselPlace(written_.begin()->first));
 }
 
 fs::path CarouselMounts::pathOf(const CarouselPlace& place) const {
@@ -131,15 +134,17 @@ std::string CarouselMounts::mount(const std::string& locator) {
             parsed->originalNetwork == service.originalNetwork);
   });
   if (!isReceived) return {};
-  {
-    const std::lock_guard lock(mutex_);
-    Mount& mount = mounts_[parsed->place];
-    if (!mount.version) mount.version = std::make_shared<fs::path>();
-    if (std::ranges::find(mount.locators, locator) == mount.locators.end()) {
-      mount.locators.push_back(locator);
-    }
+  const std::lock_guard lock(mutex_);
+  Mount& mount = mounts_[parsed->place];
+  if (std::ranges::find(mount.locators, locator) == mount.locators.end()) {
+    mount.locators.push_back(locator);
   }
-  if (auto tree = data_.want(parsed->place)) update(parsed->place, std::move(tree));
+  // Under the lock, so that no tree of a later time is replaced by this one.
+  if (auto tree = data_.want(parsed->place)) {
+    mount.newest = std::move(tree);
+    mount.untold.insert(locator);
+    change(parsed->place);
+  }
   return pathOf(parsed->place).string();
 }
 
@@ -149,27 +154,84 @@ void CarouselMounts::umount(const std::string& locator) {
   const std::lock_guard lock(mutex_);
   const auto mount = mounts_.find(parsed->place);
   if (mount == mounts_.end() || std::erase(mount->second.locators, locator) == 0) return;
+  mount->second.untold.erase(locator);
   if (!mount->second.locators.empty()) return;
   data_.leave(parsed->place);
-  worker_.post(
-      [this, place = parsed->place, version = mount->second.version] { remove(place, *version); });
   mounts_.erase(mount);
+  change(parsed->place);
 }
 
 void CarouselMounts::update(const CarouselPlace& place, std::shared_ptr<const CarouselTree> tree) {
-  worker_.post([this, place, tree = std::move(tree)] { write(place, *tree); });
+  const std::lock_guard lock(mutex_);
+  const auto mount = mounts_.find(place);
+  if (mount == mounts_.end()) return;
+  mount->second.newest = std::move(tree);
+  change(place);
 }
 
-void CarouselMounts::write(const CarouselPlace& place, const CarouselTree& tree) {
-  std::vector<std::string> locators;
-  std::shared_ptr<fs::path> version;
+/// With the mutex held.
+void CarouselMounts::change(const CarouselPlace& place) {
+  changed_.insert(place);
+  if (!std::exchange(isWriting_, true)) writer_.postKept([this] { writeNext(); });
+}
+
+void CarouselMounts::writeNext() {
+  CarouselPlace place;
+  {
+    const std::lock_guard lock(mutex_);
+    place = changed_.extract(changed_.begin()).value();
+    isWriting_ = !changed_.empty();
+    if (isWriting_) writer_.postKept([this] { writeNext(); });
+  }
+  settle(place);
+}
+
+/// Makes the directory what the mount says.
+void CarouselMounts::settle(const CarouselPlace& place) {
+  std::shared_ptr<const CarouselTree> tree;
+  bool isMounted = false;
   {
     const std::lock_guard lock(mutex_);
     const auto mount = mounts_.find(place);
-    if (mount == mounts_.end()) return;
-    locators = mount->second.locators;
-    version = mount->second.version;
+    isMounted = mount != mounts_.end();
+    if (isMounted) tree = std::move(mount->second.newest);
   }
+  if (!isMounted) remove(place);
+  if (tree == nullptr) return;
+  const auto written = written_.find(place);
+  const bool isThere = written != written_.end() && written->second.tree.lock() == tree;
+  if (!isThere && !write(place, tree)) return;
+  const std::lock_guard lock(mutex_);
+  const auto mount = mounts_.find(place);
+  if (mount == mounts_.end()) return;
+  if (!isThere)
+    mount->second.untold.insert(mount->second.locators.begin(), mount->second.locators.end());
+  announce(place);
+}
+
+/// With the mutex held.
+void CarouselMounts::announce(const CarouselPlace& place) {
+  toTell_.insert(place);
+  if (!std::exchange(isTelling_, true)) worker_.postKept([this] { tellNext(); });
+}
+
+void CarouselMounts::tellNext() {
+  std::set<std::string> locators;
+  std::string path;
+  {
+    const std::lock_guard lock(mutex_);
+    const CarouselPlace place = toTell_.extract(toTell_.begin()).value();
+    isTelling_ = !toTell_.empty();
+    if (isTelling_) worker_.postKept([this] { tellNext(); });
+    const auto mount = mounts_.find(place);
+    if (mount != mounts_.end()) locators = std::exchange(mount->second.untold, {});
+    path = pathOf(place).string();
+  }
+  for (const std::string& locator : locators) handler_(locator, path);
+}
+
+bool CarouselMounts::write(const CarouselPlace& place,
+                           const std::shared_ptr<const CarouselTree>& tree) {
   const fs::path link = pathOf(place);
   const std::string name = link.filename().string();
   const fs::path target = directory_ / fmt::format(".{}.{}", name, ++versions_);
@@ -178,27 +240,29 @@ void CarouselMounts::write(const CarouselPlace& place, const CarouselTree& tree)
     // What a receiver that was killed has left.
     fs::remove_all(target);
     fs::remove(newLink);
-    writeTree(target, tree);
+    writeTree(target, *tree);
     fs::create_directory_symlink(target.filename(), newLink);
     fs::rename(newLink, link);
-  } catch (const fs::filesystem_error& error) {
+  } catch (const std::exception& error) {
     std::error_code ignored;
     fs::remove_all(target, ignored);
     fs::remove(newLink, ignored);
     fmt::print(stderr, "quillwork-receiver: carousel {}: {}\n", name, error.what());
-    return;
+    return false;
   }
   std::error_code ignored;
-  if (!version->empty()) fs::remove_all(*version, ignored);
-  *version = target;
-  for (const std::string& locator : locators) handler_(locator, link.string());
+  const Version before = std::exchange(written_[place], {target, tree});
+  if (!before.path.empty()) fs::remove_all(before.path, ignored);
+  return true;
 }
 
-void CarouselMounts::remove(const CarouselPlace& place, const fs::path& version) const {
-  if (version.empty()) return;
+void CarouselMounts::remove(const CarouselPlace& place) {
+  const auto written = written_.find(place);
+  if (written == written_.end()) return;
   std::error_code ignored;
   fs::remove(pathOf(place), ignored);
-  fs::remove_all(version, ignored);
+  fs::remove_all(written->second.path, ignored);
+  written_.erase(written);
 }
 
 }  // namespace receiver

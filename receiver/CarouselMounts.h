@@ -7,6 +7,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -27,18 +28,20 @@ struct CarouselLocator {
 };
 
 /// Object carousels as directories. A mounted carousel is a symbolic link to a directory with one
-/// version of it; the next version has its own directory, and the link changes at once.
+/// version of it; the next version has its own directory, and the link changes at once. Of each
+/// place the newest version waits to be written, and those before it are left out.
 class CarouselMounts {
  public:
   /// Called on the worker's thread when a version is there, with the locator and the directory.
   using CompletionHandler =
       std::function<void(const std::string& locator, const std::string& path)>;
 
+  /// `writer`: writes the files; it may be held up by nothing else. `worker`: calls the handler.
   /// `directory`: made where it is not there. Throws std::filesystem::filesystem_error when it
   /// cannot be.
-  CarouselMounts(DataBroadcast& data, const ServiceInformation& information, Worker& worker,
-                 const std::filesystem::path& directory, CompletionHandler handler);
-  /// Unmounts everything. The worker has to be gone.
+  CarouselMounts(DataBroadcast& data, const ServiceInformation& information, Worker& writer,
+                 Worker& worker, const std::filesystem::path& directory, CompletionHandler handler);
+  /// Unmounts everything. The writer and the worker have to be gone.
   ~CarouselMounts();
   CarouselMounts(const CarouselMounts&) = delete;
   CarouselMounts& operator=(const CarouselMounts&) = delete;
@@ -53,23 +56,40 @@ class CarouselMounts {
  private:
   struct Mount {
     std::vector<std::string> locators;
-    /// Of the version that is linked; on the worker's thread only.
-    std::shared_ptr<std::filesystem::path> version;
+    std::set<std::string> untold;  ///< locators whose version is there and has not been announced
+    std::shared_ptr<const CarouselTree> newest;  ///< to be written; null for none
+  };
+  /// What is linked.
+  struct Version {
+    std::filesystem::path path;
+    std::weak_ptr<const CarouselTree> tree;
   };
 
   [[nodiscard]] std::filesystem::path pathOf(const CarouselPlace& place) const;
-  void write(const CarouselPlace& place, const CarouselTree& tree);
-  void remove(const CarouselPlace& place, const std::filesystem::path& version) const;
+  void change(const CarouselPlace& place);
+  void writeNext();
+  void settle(const CarouselPlace& place);
+  bool write(const CarouselPlace& place, const std::shared_ptr<const CarouselTree>& tree);
+  void remove(const CarouselPlace& place);
+  void announce(const CarouselPlace& place);
+  void tellNext();
 
   DataBroadcast& data_;
   const ServiceInformation& information_;
+  Worker& writer_;
   Worker& worker_;
   const std::filesystem::path directory_;
   const CompletionHandler handler_;
-  std::uint64_t versions_ = 0;  ///< on the worker's thread only
+  /// On the writer's thread only.
+  std::uint64_t versions_ = 0;
+  std::map<CarouselPlace, Version> written_;
 
   std::mutex mutex_;
   std::map<CarouselPlace, Mount> mounts_;
+  std::set<CarouselPlace> changed_;  ///< that the writer has to look at
+  std::set<CarouselPlace> toTell_;   ///< that have locators to be told
+  bool isWriting_ = false;           ///< the writer has a task
+  bool isTelling_ = false;           ///< the worker has a task
 };
 
 }  // namespace receiver

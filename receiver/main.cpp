@@ -214,8 +214,9 @@ void serve(const Options& options) {
 
   std::optional<ScratchDirectory> scratch;
   if (options.mount.empty()) scratch.emplace();
-  std::optional<receiver::Worker> worker(std::in_place);
-  receiver::CarouselMounts mounts(data, information, *worker,
+  std::optional<receiver::Worker> writer(std::in_place, "carousels");
+  std::optional<receiver::Worker> worker(std::in_place, "worker");
+  receiver::CarouselMounts mounts(data, information, *writer, *worker,
                                   scratch ? scratch->path() : std::filesystem::path(options.mount),
                                   [](const std::string& locator, const std::string& path) {
                                     Host::current()->carouselListener.notify([&](auto& listener) {
@@ -241,10 +242,12 @@ void serve(const Options& options) {
     const timespec second{1, 0};
     while (sigtimedwait(&signals, nullptr, &second) == -1) announcements.showState();
     for (receiver::Console& console : consoles) console.stop();
+    writer->stop();
     worker->stop();
     streamPlayer.stop();
     deleteAdapter(adapter);
   }
+  writer.reset();
   worker.reset();
   Host::current() = nullptr;
 }

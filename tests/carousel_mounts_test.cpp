@@ -8,6 +8,7 @@
 #include <fstream>
 #include <future>
 #include <iterator>
+#include <memory>
 
 #include "receiver/Source.h"
 
@@ -57,13 +58,15 @@ class Mounts : public testing::Test {
     make();
   }
   void make() {
+    writer.emplace();
     worker.emplace();
-    mounts.emplace(data, information, *worker, directory,
+    mounts.emplace(data, information, *writer, *worker, directory,
                    [this](const std::string& locator, const std::string& path) {
                      done.push_back(locator + " " + path);
                    });
   }
   void TearDown() override {
+    writer.reset();
     worker.reset();
     mounts.reset();
   }
@@ -78,14 +81,23 @@ class Mounts : public testing::Test {
     settle();
   }
   void settle() {
-    std::promise<void> reached;
-    worker->post([&] { reached.set_value(); });
-    reached.get_future().wait();
+    // The worker is told of what has been written.
+    finish(*writer);
+    finish(*worker);
+  }
+  /// Waits for the tasks that the thread has, and for those that they give to it.
+  static void finish(Worker& thread) {
+    for (int turn = 0; turn < 3; ++turn) {
+      std::promise<void> reached;
+      thread.postKept([&] { reached.set_value(); });
+      reached.get_future().wait();
+    }
   }
 
   std::optional<FileSource> source;
   ServiceInformation information{std::nullopt};
   DataBroadcast data{information};
+  std::optional<Worker> writer;
   std::optional<Worker> worker;
   std::optional<CarouselMounts> mounts;
   std::vector<std::string> done;
@@ -133,6 +145,90 @@ TEST_F(Mounts, ACompleteCarouselIsThereAtOnceAndGoesWithItsLastLocator) {
   EXPECT_TRUE(fs::exists(path));
   mounts->umount("dvb://.1001.65");
   settle();
+  EXPECT_TRUE(fs::is_empty(directory));
+}
+
+TEST_F(Mounts, AnotherLocatorOfACompleteCarouselIsToldAlone) {
+  play(100'000);
+  const std::string path = mounts->mount("dvb://..65");
+  settle();
+  const fs::path version = fs::read_symlink(path);
+  mounts->mount("dvb://.1001.65");
+  settle();
+  mounts->mount("dvb://..65");
+  settle();
+  EXPECT_EQ(done, (Words{"dvb://..65 " + path, "dvb://.1001.65 " + path, "dvb://..65 " + path}));
+  EXPECT_EQ(fs::read_symlink(path), version) << "it is not written once more";
+}
+
+/// Holds a thread up until its end.
+class Hold {
+ public:
+  explicit Hold(Worker& worker) {
+    worker.postKept([promises = promises_] {
+      promises->begun.set_value();
+      promises->released.get_future().wait();
+    });
+    promises_->begun.get_future().wait();
+  }
+  ~Hold() { promises_->released.set_value(); }
+  Hold(const Hold&) = delete;
+  Hold& operator=(const Hold&) = delete;
+
+ private:
+  /// The thread still has them when it has been released.
+  struct Promises {
+    std::promise<void> begun;
+    std::promise<void> released;
+  };
+  const std::shared_ptr<Promises> promises_ = std::make_shared<Promises>();
+};
+
+TEST_F(Mounts, TheNewestVersionIsWrittenHoweverManyHaveWaited) {
+  play(100);
+  const std::string path = mounts->mount("dvb://..65");
+  {
+    const Hold hold(*writer);
+    for (std::size_t version = 0; version <= 2 * Worker::mostTasks; ++version) {
+      const CarouselTree tree = {{"/version", fileOf(std::to_string(version))}};
+      mounts->update({0x65, -1}, std::make_shared<const CarouselTree>(tree));
+    }
+  }
+  settle();
+  EXPECT_EQ(contentOf(path + "/version"), std::to_string(2 * Worker::mostTasks));
+  EXPECT_EQ(done, Words{"dvb://..65 " + path}) << "those before it are left out";
+}
+
+TEST_F(Mounts, AClientThatDoesNotReadHoldsNoFileUp) {
+  play(100);
+  const std::string path = mounts->mount("dvb://..65");
+  testing::internal::CaptureStderr();
+  {
+    const Hold hold(*worker);
+    while (worker->post([] {})) continue;
+    for (const std::string version : {"first", "second"}) {
+      const CarouselTree tree = {{"/version", fileOf(version)}};
+      mounts->update({0x65, -1}, std::make_shared<const CarouselTree>(tree));
+      finish(*writer);
+      EXPECT_EQ(contentOf(path + "/version"), version);
+    }
+  }
+  settle();
+  testing::internal::GetCapturedStderr();
+  EXPECT_EQ(done, Words{"dvb://..65 " + path}) << "what it hears is late, and not lost";
+}
+
+TEST_F(Mounts, WhatIsUnmountedAtTheEndGoes) {
+  play(100'000);
+  const std::string path = mounts->mount("dvb://..65");
+  settle();
+  ASSERT_TRUE(fs::exists(path));
+  {
+    const Hold hold(*writer);
+    mounts->umount("dvb://..65");
+    writer->stop();
+  }
+  TearDown();
   EXPECT_TRUE(fs::is_empty(directory));
 }
 
