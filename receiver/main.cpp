@@ -24,6 +24,8 @@
 #include <utility>
 
 #include "adapter/MiddlewareIpc.h"
+#include "protocol/ConnectionListener.h"
+#include "protocol/IpcServerManager.h"
 #include "receiver/Console.h"
 #include "receiver/DataBroadcast.h"
 #ifdef QUILLWORK_GSTREAMER
@@ -155,6 +157,19 @@ sigset_t endingSignals() {
   return signals;
 }
 
+/// Calls a function at its end.
+template <class Call>
+class AtEnd {
+ public:
+  explicit AtEnd(Call call) : call_(std::move(call)) {}
+  ~AtEnd() { call_(); }
+  AtEnd(const AtEnd&) = delete;
+  AtEnd& operator=(const AtEnd&) = delete;
+
+ private:
+  const Call call_;
+};
+
 void deleteAdapter(MiddlewareIpc* adapter) {
   // The adapter's class has no virtual destructor, and this is an object of that class.
 #pragma GCC diagnostic push
@@ -168,6 +183,18 @@ int openScript(const std::string& path) {
   if (script == -1) throw std::runtime_error(path + ": " + std::strerror(errno));
   return script;
 }
+
+/// What a client has asked to hear of carousels ends with its connection, which the carousel facade
+/// does not learn of.
+class ClientsEnd : public quillwork::ConnectionListener {
+ public:
+  explicit ClientsEnd(Host& host) : host_(host) {}
+  void clientConnected() override {}
+  void clientDisconnected() override { host_.carouselListener.set(nullptr); }
+
+ private:
+  Host& host_;
+};
 
 /// Tells the library, and whoever watches, what the stream's data services bring.
 void connectData(receiver::DataBroadcast& data, Host& host, const Announcements& announcements) {
@@ -232,24 +259,28 @@ void serve(const Options& options) {
             options.play.isFast, {},           {},      {},     {}};
   Host::current() = &host;
   connectData(data, host, announcements);
-  MiddlewareIpc* const adapter = MiddlewareIpc::getInstance();
-  announcements.say("serving");
-  streamPlayer.start();
-  {
-    std::list<receiver::Console> consoles;
-    if (!options.script.empty()) consoles.emplace_back(host, *adapter, openScript(options.script));
-    if (options.stream != "-") consoles.emplace_back(host, *adapter, STDIN_FILENO);
-    const timespec second{1, 0};
-    while (sigtimedwait(&signals, nullptr, &second) == -1) announcements.showState();
+  ClientsEnd clientsEnd(host);
+  std::list<receiver::Console> consoles;
+  MiddlewareIpc* adapter = nullptr;
+  // Also where something below fails: the library's threads use what stands above.
+  const AtEnd shutDown([&] {
     for (receiver::Console& console : consoles) console.stop();
     writer->stop();
     worker->stop();
     streamPlayer.stop();
-    deleteAdapter(adapter);
-  }
-  writer.reset();
-  worker.reset();
-  Host::current() = nullptr;
+    if (adapter != nullptr) deleteAdapter(adapter);
+    writer.reset();
+    worker.reset();
+    Host::current() = nullptr;
+  });
+  adapter = MiddlewareIpc::getInstance();
+  quillwork::IpcServerManager::getInstance()->addConnectionListener(&clientsEnd);
+  announcements.say("serving");
+  streamPlayer.start();
+  if (!options.script.empty()) consoles.emplace_back(host, *adapter, openScript(options.script));
+  if (options.stream != "-") consoles.emplace_back(host, *adapter, STDIN_FILENO);
+  const timespec second{1, 0};
+  while (sigtimedwait(&signals, nullptr, &second) == -1) announcements.showState();
 }
 
 }  // namespace

@@ -239,6 +239,41 @@ TEST_F(WholeSample, ACarouselIsMountedChangesAndIsUnmounted) {
   while (fs::exists(path)) std::this_thread::yield();
 }
 
+TEST_F(WholeSample, WhatAClientHasAskedToHearEndsWithIt) {
+  const std::string place = "dvb://ff20.2001.3e9.40";
+  const std::string path = std::string(mount) + "/3e9.40";
+  // It is killed, and does not take its listener back.
+  Program first({CLIENT, "--time-limit", patiently, "shell"});
+  first.say("mount " + place + " --wait 99 --timeout " + patiently);
+  ASSERT_TRUE(first.awaitOutput("download-complete")) << first.errors();
+  first.signal(SIGKILL);
+  first.wait();
+  const auto versionOf = [&] {
+    std::error_code ignored;
+    return fs::read_symlink(path, ignored);
+  };
+  const fs::path before = versionOf();
+  Program second({CLIENT, "--time-limit", patiently, "shell"});
+  second.say("services");
+  ASSERT_TRUE(second.awaitOutput("1001")) << second.errors();
+  const auto ends = [&] {
+    std::size_t count = 0;
+    for (const std::string& line : lines(second.output())) {
+      if (line.find("\"code\":6,") != line.npos) ++count;
+    }
+    return count;
+  };
+  const std::size_t already = ends();
+  playAgain();
+  while (versionOf() == before) std::this_thread::yield();
+  // The commands of the next turn come behind whatever is told of this one.
+  playAgain();
+  while (ends() < already + 2) std::this_thread::yield();
+  second.say("quit");
+  EXPECT_EQ(second.wait(), 0) << second.errors();
+  EXPECT_EQ(second.output().find("download-complete"), std::string::npos) << second.output();
+}
+
 TEST_F(WholeSample, StreamEventsOfTheOneNameReachTheClient) {
   const auto watcher = watch();
   host->say("retune");
@@ -497,6 +532,13 @@ TEST(Receiver, RefusesWhatItCannotUseInOneLine) {
   expectError({"--properties", "/dev/shm/file"},
               "quillwork-receiver: /dev/shm/file: file is not a database\n");
 #endif
+}
+
+TEST(Receiver, EndsInItsOrderWhereItCannotGoOn) {
+  const Result result = run({receiverProgram(), "--script", "/dev/shm/none", TABLES});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(result.errors, "quillwork-receiver: /dev/shm/none: No such file or directory\n");
+  EXPECT_NE(result.output.find("deleting middleware ipc\n"), std::string::npos) << result.output;
 }
 
 TEST(Receiver, PlaysItsStandardInput) {
