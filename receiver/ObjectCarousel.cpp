@@ -295,7 +295,9 @@ std::optional<std::vector<std::uint8_t>> ObjectCarousel::decompress(const Module
   const std::unique_ptr<z_stream, int (*)(z_stream*)> owner(&stream, inflateEnd);
   // Its address stands where there is nothing to be written any more.
   Bytef nothing = 0;
+  // Only pages that are written to take memory.
   std::vector<std::uint8_t> bytes;
+  bytes.reserve(module.originalSize);
   int state = Z_OK;
   for (const auto& [number, block] : module.blocks) {
     // zlib takes what it only reads as something that it may change.
