@@ -2,6 +2,7 @@
 
 #include <iconv.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <map>
@@ -37,8 +38,15 @@ class Converter {
     return handle_ != reinterpret_cast<iconv_t>(-1);  // NOLINT(performance-no-int-to-ptr)
   }
 
+  /// Where there is no module for the table, what is no ASCII cannot be converted.
   [[nodiscard]] std::string convert(std::string_view text) const {
     std::string converted;
+    if (!isOpen()) {
+      for (const char byte : text) {
+        converted += (byte & 0x80) == 0 ? std::string(1, byte) : replacement;
+      }
+      return converted;
+    }
     iconv(handle_, nullptr, nullptr, nullptr, nullptr);
     std::string copy(text);
     char* input = copy.data();
@@ -71,7 +79,6 @@ const Converter& converterFrom(const std::string& table) {
 }
 
 constexpr unsigned char newLine = 0x8a;
-constexpr unsigned char euro = 0xa4;
 
 /// With U+03A9 for U+2126, the ohm sign that iconv makes of ISO 6937's Omega: Unicode knows both
 /// as the same character and prefers the letter.
@@ -83,15 +90,56 @@ std::string normalised(std::string text) {
   return text;
 }
 
-/// A text of one byte a character. The control codes 0x80 to 0x9f stand between the characters,
-/// and in the default table 0xa4 is the Euro sign, which ISO 6937 does not have.
+/// The combining characters of ISO 6937's diacritical marks 0xc1 to 0xcf, which stand before their
+/// letter; nothing for what is none.
+constexpr std::string_view combining[] = {"\u0300", "\u0301", "\u0302", "\u0303", "\u0304",
+                                          "\u0306", "\u0307", "\u0308", "\u0308", "\u030a",
+                                          "\u0327", "\u0332", "\u030b", "\u0328", "\u030c"};
+constexpr unsigned char firstMark = 0xc1;
+constexpr unsigned char lastMark = 0xcf;
+
+/// A letter with its mark: one character where Unicode has one that iconv knows.
+std::string convertMarked(std::string_view pair, const Converter& converter) {
+  std::string converted = normalised(converter.convert(pair));
+  if (converted.find(replacement) == std::string::npos) return converted;
+  const auto mark = static_cast<unsigned char>(pair[0]);
+  return std::string(1, pair[1]).append(combining[mark - firstMark]);
+}
+
+/// A text of ISO 6937 as EN 300 468 has it, which differs from iconv's: 0xa4 is the Euro sign, 0xe2
+/// is D with stroke (not the Icelandic letter), and marks stand on any letter.
+std::string convertDefault(std::string_view text) {
+  constexpr unsigned char euro = 0xa4;
+  constexpr unsigned char dWithStroke = 0xe2;
+  const Converter& converter = converterFrom("ISO6937");
+  std::string converted;
+  std::size_t begin = 0;
+  const auto flush = [&](std::size_t end, std::size_t next) {
+    converted += normalised(converter.convert(text.substr(begin, end - begin)));
+    begin = next;
+  };
+  for (std::size_t index = 0; index < text.size(); ++index) {
+    const auto byte = static_cast<unsigned char>(text[index]);
+    const auto next = index + 1 < text.size() ? static_cast<unsigned char>(text[index + 1]) : 0U;
+    if (byte == euro || byte == dWithStroke) {
+      flush(index, index + 1);
+      converted += byte == euro ? "\u20ac" : "\u0110";
+    } else if (byte >= firstMark && byte <= lastMark && next >= 0x20 && next < 0x7f) {
+      flush(index, index + 2);
+      converted += convertMarked(text.substr(index, 2), converter);
+      ++index;
+    }
+  }
+  flush(text.size(), text.size());
+  return converted;
+}
+
+/// A text of one byte a character. The control codes 0x80 to 0x9f stand between the characters.
 std::string convertSingleBytes(std::string_view text, const std::string& table) {
-  const Converter& converter = converterFrom(table);
-  const bool isDefault = table == "ISO6937";
   std::string converted;
   std::string run;
   const auto flush = [&] {
-    if (!run.empty()) converted += converter.isOpen() ? normalised(converter.convert(run)) : run;
+    converted += table == "ISO6937" ? convertDefault(run) : converterFrom(table).convert(run);
     run.clear();
   };
   for (const char character : text) {
@@ -99,32 +147,12 @@ std::string convertSingleBytes(std::string_view text, const std::string& table) 
     if (byte == newLine || byte == '\n') {
       flush();
       converted += '\n';
-    } else if (isDefault && byte == euro) {
-      flush();
-      converted += "\u20ac";
     } else if (byte >= 0x20 && (byte < 0x7f || byte >= 0xa0)) {
       run += character;
     }
   }
   flush();
   return converted;
-}
-
-/// Drops the control codes U+E080 to U+E09F of the multi-byte tables; U+E08A is a new line.
-std::string withoutPrivateControls(const std::string& text) {
-  std::string cleaned;
-  for (std::size_t index = 0; index < text.size(); ++index) {
-    const auto at = [&](std::size_t offset) {
-      return index + offset < text.size() ? static_cast<unsigned char>(text[index + offset]) : 0U;
-    };
-    if (at(0) == 0xee && at(1) == 0x82 && at(2) >= 0x80 && at(2) <= 0x9f) {
-      if (at(2) == newLine) cleaned += '\n';
-      index += 2;
-    } else if (at(0) >= 0x20 || at(0) == '\n') {
-      cleaned += text[index];
-    }
-  }
-  return cleaned;
 }
 
 bool isMultiByte(const std::string& table) {
@@ -189,15 +217,74 @@ CharacterTable CharacterTable::named(const std::string& name) {
   return {name};
 }
 
+namespace {
+
+std::string convert(std::string_view text, const CharacterTable& table) {
+  if (text.empty()) return {};
+  if (table.isArib()) return convertArib(text);
+  const std::string selected = selectTable(text, table.name);
+  if (selected.empty()) return convertSingleBytes(text, table.name);
+  return isMultiByte(selected) ? converterFrom(selected).convert(text)
+                               : convertSingleBytes(text, selected);
+}
+
+/// The bytes that select a part's table.
+std::span<const std::uint8_t> selectorOf(std::span<const std::uint8_t> part) {
+  if (part.empty() || part[0] >= 0x20) return {};
+  const std::size_t size = part[0] == 0x10 ? 3 : part[0] == 0x1f ? 2 : 1;
+  return part.first(std::min(size, part.size()));
+}
+
+/// Whether the text ends within a character of two bytes.
+bool endsWithinCharacter(std::span<const std::uint8_t> text) {
+  const bool isUcs2 = !text.empty() && (text[0] == 0x11 || text[0] == 0x14);
+  return isUcs2 && text.size() % 2 == 0;
+}
+
+}  // namespace
+
 std::string toUtf8(std::span<const std::uint8_t> text, const CharacterTable& table) {
-  std::string_view rest(reinterpret_cast<const char*>(text.data()), text.size());
-  if (rest.empty()) return {};
-  if (table.isArib()) return convertArib(rest);
-  const std::string selected = selectTable(rest, table.name);
-  if (selected.empty()) return convertSingleBytes(rest, table.name);
-  if (!isMultiByte(selected)) return convertSingleBytes(rest, selected);
-  const Converter& converter = converterFrom(selected);
-  return converter.isOpen() ? withoutPrivateControls(converter.convert(rest)) : replacement;
+  return withoutControls(convert({reinterpret_cast<const char*>(text.data()), text.size()}, table));
+}
+
+std::string toUtf8(const ContinuedText& parts, const CharacterTable& table) {
+  std::string converted;
+  std::vector<std::uint8_t> joined;
+  for (const std::vector<std::uint8_t>& part : parts) {
+    std::span<const std::uint8_t> rest(part);
+    // ARIB's codes stay in force from one part to the next.
+    if (!table.isArib() && !joined.empty() && !endsWithinCharacter(joined)) {
+      const auto selector = selectorOf(rest);
+      if (std::ranges::equal(selector, selectorOf(joined))) {
+        rest = rest.subspan(selector.size());
+      } else if (!selector.empty()) {
+        converted += toUtf8(std::span<const std::uint8_t>(joined), table);
+        joined.clear();
+      }
+    }
+    joined.insert(joined.end(), rest.begin(), rest.end());
+  }
+  return converted + toUtf8(std::span<const std::uint8_t>(joined), table);
+}
+
+std::string withoutControls(const std::string& text) {
+  std::string cleaned;
+  for (std::size_t index = 0; index < text.size(); ++index) {
+    const auto at = [&](std::size_t offset) {
+      return index + offset < text.size() ? static_cast<unsigned char>(text[index + offset]) : 0U;
+    };
+    const bool isOfEn300468 = at(0) == 0xee && at(1) == 0x82 && at(2) >= 0x80 && at(2) <= 0x9f;
+    const bool isC1 = at(0) == 0xc2 && at(1) >= 0x80 && at(1) <= 0x9f;
+    if (isOfEn300468) {
+      if (at(2) == newLine) cleaned += '\n';
+      index += 2;
+    } else if (isC1) {
+      ++index;
+    } else if ((at(0) >= 0x20 && at(0) != 0x7f) || at(0) == '\n') {
+      cleaned += text[index];
+    }
+  }
+  return cleaned;
 }
 
 }  // namespace receiver
