@@ -9,8 +9,11 @@ namespace receiver {
 namespace {
 
 constexpr std::uint16_t eitLowPid = 0x27;  // Where ISDB repeats the EIT for its handheld service.
+constexpr std::uint16_t basicPids[] = {PAT_PID, CAT_PID, NIT_PID,  SDT_PID,
+                                       EIT_PID, TDT_PID, eitLowPid};
 constexpr std::uint8_t isdbTerrestrialDelivery = 0xfa;
 constexpr std::uint8_t isdbTransportStream = 0xcd;
+constexpr std::uint8_t privateDataSpecifier = 0x5f;
 constexpr std::uint8_t logicalChannel = 0x83;
 
 std::uint16_t uint16(const std::uint8_t* bytes) {
@@ -21,30 +24,45 @@ std::uint32_t uint32(const std::uint8_t* bytes) {
   return static_cast<std::uint32_t>(uint16(bytes)) << 16U | uint16(bytes + 2);
 }
 
-/// Two decimal digits in a byte.
-int decimal(unsigned byte) { return static_cast<int>((byte >> 4U) * 10 + (byte & 15U)); }
+/// Two decimal digits in a byte, nothing where they are none.
+std::optional<int> decimal(unsigned byte) {
+  const unsigned high = byte >> 4U & 15U;
+  const unsigned low = byte & 15U;
+  if (high > 9 || low > 9) return std::nullopt;
+  return static_cast<int>(high * 10 + low);
+}
 
-/// Decimal digits in four bytes.
+/// Decimal digits in four bytes, 0 where they are none.
 double decimals(const std::uint8_t* bytes) {
   double value = 0;
-  for (int index = 0; index < 4; ++index) value = value * 100 + decimal(bytes[index]);
+  for (int index = 0; index < 4; ++index) {
+    const auto digits = decimal(bytes[index]);
+    if (!digits) return 0;
+    value = value * 100 + *digits;
+  }
   return value;
 }
 
-int secondsOfDay(std::uint32_t digits) {
-  return decimal(digits >> 16U & 0xffU) * 3600 + decimal(digits >> 8U & 0xffU) * 60 +
-         decimal(digits & 0xffU);
+/// Hours, minutes and seconds in six decimal digits, as seconds; -1 where they are none, as in the
+/// undefined duration.
+int secondsOf(std::uint32_t digits) {
+  const auto hours = decimal(digits >> 16U & 0xffU);
+  const auto minutes = decimal(digits >> 8U & 0xffU);
+  const auto seconds = decimal(digits & 0xffU);
+  if (!hours || !minutes || !seconds) return -1;
+  return *hours * 3600 + *minutes * 60 + *seconds;
 }
 
-/// A date and time (ETSI EN 300 468, annex C). The day's number of 16 bits wraps in 2038: a count
-/// from before 1970 means 65,536 days more.
+/// A date and time (ETSI EN 300 468, annex C), -1 for one that is undefined or none. The day's
+/// number of 16 bits wraps in 2038: a count from before 1970 means 65,536 days more.
 std::int64_t timeOf(std::uint64_t broadcast) {
-  constexpr std::uint64_t undefined = 0xffffffffff;
   constexpr std::int64_t dayOf1970 = 40587;
-  if (broadcast == undefined) return -1;
+  constexpr int secondsOfDay = 86400;
+  const int seconds = secondsOf(static_cast<std::uint32_t>(broadcast & 0xffffff));
+  if (seconds < 0 || seconds >= secondsOfDay) return -1;
   auto day = static_cast<std::int64_t>(broadcast >> 24U);
   if (day < dayOf1970) day += 65536;
-  return (day - dayOf1970) * 86400 + secondsOfDay(static_cast<std::uint32_t>(broadcast & 0xffffff));
+  return (day - dayOf1970) * secondsOfDay + seconds;
 }
 
 /// The descriptors of a loop, as far as they fit into it.
@@ -107,32 +125,49 @@ void readDelivery(const Descriptor& descriptor, TransportStream& stream) {
   }
 }
 
-void readChannelNumbers(const Descriptor& descriptor, TransportStream& stream) {
-  const auto& data = descriptor.data;
-  if (descriptor.tag == logicalChannel) {
-    for (std::size_t index = 0; index + 4 <= data.size(); index += 4) {
-      stream.channelNumbers[uint16(&data[index])] = uint16(&data[index + 2]) & 0x3ff;
-    }
-  } else if (descriptor.tag == isdbTransportStream && !data.empty()) {
-    // The key on the remote control, for all services of the stream.
-    for (const int service : stream.services) stream.channelNumbers.try_emplace(service, data[0]);
-  }
+/// The bits of a logical channel number in the descriptor 0x83, whose meaning the private data
+/// specifier before it gives; 0 where it is no list of them. Without one the descriptor has no
+/// meaning by the standard, but on air it is the list of EICTA's receivers (E-Book), as it is after
+/// the specifiers that regulators have: 0x2000 and the country's number, Australia's and New
+/// Zealand's.
+std::uint16_t channelNumberBits(std::optional<std::uint32_t> specifier) {
+  constexpr std::uint16_t eicta = 0x3ff;
+  constexpr std::uint16_t norDig = 0x3fff;
+  if (!specifier || *specifier == 0x28 || *specifier == 0x37) return eicta;
+  if (*specifier == 0x29) return norDig;
+  const bool isRegulator = (*specifier >= 0x2000 && *specifier <= 0x23ff) ||
+                           (*specifier >= 0x3200 && *specifier <= 0x320f);
+  return isRegulator ? eicta : 0;
 }
 
-/// Whether two sections differ in their version and CRC only.
-bool sameContent(const Section& one, const Section& other) {
-  constexpr std::size_t versionByte = 5;
-  if (one.size() != other.size()) return false;
-  const bool hasVersion = psi_get_syntax(one.data());
-  const std::size_t end = one.size() - (hasVersion ? PSI_CRC_SIZE : 0);
-  for (std::size_t index = 0; index < end; ++index) {
-    const std::uint8_t mask = hasVersion && index == versionByte ? 0xc1 : 0xff;
-    if (((one[index] ^ other[index]) & mask) != 0) return false;
+void readChannelNumbers(TransportStream& stream) {
+  std::optional<std::uint32_t> specifier;
+  for (const Descriptor& descriptor : stream.descriptors) {
+    const auto& data = descriptor.data;
+    if (descriptor.tag == privateDataSpecifier && data.size() >= 4) {
+      specifier = uint32(data.data());
+    } else if (descriptor.tag == logicalChannel) {
+      const std::uint16_t bits = channelNumberBits(specifier);
+      for (std::size_t index = 0; bits != 0 && index + 4 <= data.size(); index += 4) {
+        stream.channelNumbers[uint16(&data[index])] = uint16(&data[index + 2]) & bits;
+      }
+    } else if (descriptor.tag == isdbTransportStream && !data.empty()) {
+      // The key on the remote control, for all services of the stream.
+      for (const int service : stream.services) stream.channelNumbers.try_emplace(service, data[0]);
+    }
   }
-  return true;
 }
 
 bool isEit(std::uint8_t tableId) { return tableId >= 0x4e && tableId <= 0x6f; }
+
+bool isSdt(std::uint8_t tableId) {
+  return tableId == SDT_TABLE_ID_ACTUAL || tableId == SDT_TABLE_ID_OTHER;
+}
+
+/// Whether the table speaks of the received stream itself.
+bool isEitActual(std::uint8_t tableId) {
+  return tableId == EIT_TABLE_ID_PF_ACTUAL || (tableId >= 0x50 && tableId <= 0x5f);
+}
 
 /// Whether the section is one that its reader below can read to its end. Only those of the EIT may
 /// have more than 1,024 bytes, so that biTStream's indices of eight bits suffice for all others.
@@ -162,18 +197,65 @@ bool isReadable(const Section& section) {
   }
 }
 
-}  // namespace
-
-ServiceInformation::ServiceInformation(std::optional<CharacterTable> table)
-    : tableIsGiven_(table.has_value()), table_(table.value_or(CharacterTable())) {
-  for (const std::uint16_t pid :
-       {std::uint16_t{PAT_PID}, std::uint16_t{CAT_PID}, std::uint16_t{NIT_PID},
-        std::uint16_t{SDT_PID}, std::uint16_t{EIT_PID}, std::uint16_t{TDT_PID}, eitLowPid}) {
-    watch(pid);
+TransportStream readTransportStream(const std::uint8_t* loop) {
+  TransportStream stream{};
+  stream.id = nitn_get_tsid(loop);
+  stream.originalNetwork = nitn_get_onid(loop);
+  stream.descriptors = readLoop(loop + 4);
+  for (const Descriptor& descriptor : stream.descriptors) {
+    readDelivery(descriptor, stream);
+    if (descriptor.tag == 0x41) {
+      for (std::size_t index = 0; index + 3 <= descriptor.data.size(); index += 3) {
+        stream.services.push_back(uint16(&descriptor.data[index]));
+      }
+    }
   }
+  readChannelNumbers(stream);
+  return stream;
 }
 
-void ServiceInformation::watch(std::uint16_t pid) { assemblers_.try_emplace(pid); }
+/// What stands before the event's descriptors.
+Event readEvent(Section& section, std::uint8_t* entry) {
+  Event event{};
+  event.tableId = psi_get_tableid(section.data());
+  event.service = psi_get_tableidext(section.data());
+  event.transportStream = eit_get_tsid(section.data());
+  event.originalNetwork = eit_get_onid(section.data());
+  event.section = psi_get_section(section.data());
+  event.version = psi_get_version(section.data());
+  event.id = eitn_get_event_id(entry);
+  event.start = timeOf(eitn_get_start_time(entry));
+  event.duration = secondsOf(eitn_get_duration_bcd(entry));
+  event.runningStatus = eitn_get_running(entry);
+  event.isScrambled = eitn_get_ca(entry);
+  return event;
+}
+
+}  // namespace
+
+bool Component::isVideo() const {
+  constexpr int types[] = {0x01, 0x02, 0x10, 0x1b, 0x24};
+  return std::ranges::find(types, streamType) != std::end(types);
+}
+
+bool Component::isAudio() const {
+  constexpr int types[] = {0x03, 0x04, 0x0f, 0x11, 0x81};
+  constexpr std::uint8_t privatePackets = 0x06;
+  constexpr int codings[] = {0x6a, 0x7a, 0x7b, 0x7c};
+  if (std::ranges::find(types, streamType) != std::end(types)) return true;
+  return streamType == privatePackets &&
+         std::ranges::any_of(descriptors, [&](const Descriptor& descriptor) {
+           return std::ranges::find(codings, descriptor.tag) != std::end(codings);
+         });
+}
+
+ServiceInformation::ServiceInformation(std::optional<CharacterTable> table, Clock clock)
+    : tableIsGiven_(table.has_value()),
+      clock_(std::move(clock)),
+      table_(table.value_or(CharacterTable())),
+      networkPid_(NIT_PID) {
+  for (const std::uint16_t pid : basicPids) assemblers_.try_emplace(pid);
+}
 
 void ServiceInformation::take(Packet packet) {
   const std::lock_guard lock(mutex_);
@@ -194,11 +276,13 @@ void ServiceInformation::interrupted(bool isOther) {
   for (auto& [pid, assembler] : assemblers_) assembler.reset();
   if (!isOther) return;
   tables_.clear();
+  eventTables_.clear();
   programs_.clear();
   programOrder_.clear();
   transportStreamId_ = -1;
   patVersion_ = -1;
   time_.reset();
+  ++streamGeneration_;
   ++programGeneration_;
 }
 
@@ -207,114 +291,220 @@ void ServiceInformation::resetCounters() {
   counters_ = {};
 }
 
+/// Whether the table may come on this PID (ETSI EN 300 468, 5.1.3): what looks like one elsewhere
+/// is something else.
+bool ServiceInformation::isInPlace(std::uint16_t pid, const Section& section) const {
+  const std::uint8_t tableId = psi_get_tableid(section.data());
+  if (isEit(tableId)) return pid == EIT_PID || pid == eitLowPid;
+  switch (tableId) {
+    case PAT_TABLE_ID:
+      return pid == PAT_PID;
+    case CAT_TABLE_ID:
+      return pid == CAT_PID;
+    case PMT_TABLE_ID: {
+      // A map of another program can share the PID.
+      const auto program = programs_.find(psi_get_tableidext(section.data()));
+      return program != programs_.end() && program->second == pid;
+    }
+    case NIT_TABLE_ID_ACTUAL:
+    case NIT_TABLE_ID_OTHER:
+      return pid == NIT_PID || pid == networkPid_;
+    case SDT_TABLE_ID_ACTUAL:
+    case SDT_TABLE_ID_OTHER:
+    case BAT_TABLE_ID:
+      return pid == SDT_PID;
+    default:
+      return false;
+  }
+}
+
 void ServiceInformation::store(std::uint16_t pid, const Section& section) {
   ++counters_.sections;
   const std::uint8_t tableId = psi_get_tableid(section.data());
   if (tableId == TDT_TABLE_ID || tableId == TOT_TABLE_ID) {
-    storeTime(section);
+    if (pid == TDT_PID) storeTime(section);
     return;
   }
-  if (!psi_get_syntax(section.data()) || !psi_get_current(section.data()) || !isReadable(section)) {
+  if (!psi_get_syntax(section.data()) || !psi_get_current(section.data()) || !isReadable(section) ||
+      !isInPlace(pid, section) ||
+      psi_get_section(section.data()) > psi_get_lastsection(section.data())) {
     return;
   }
+  expire();
   const std::uint16_t extension = psi_get_tableidext(section.data());
-  if (tableId == PMT_TABLE_ID) {
-    const auto program = programs_.find(extension);
-    // A map of another program can share the PID.
-    if (program == programs_.end() || program->second != pid) return;
+  if (tableId == PAT_TABLE_ID && transportStreamId_ != -1 && transportStreamId_ != extension) {
+    leaveStream(extension);
   }
   std::uint32_t further = 0;
   if (isEit(tableId)) further = uint32(&section[8]);
-  if (tableId == SDT_TABLE_ID_ACTUAL || tableId == SDT_TABLE_ID_OTHER)
-    further = uint16(&section[8]);
-  const std::uint8_t number = psi_get_section(section.data());
-  Sections& sections = tables_[{pid, tableId, extension, further}];
-  const auto before = sections.find(number);
-  const bool isNew = before == sections.end() || !sameContent(before->second, section);
-  if (isNew) ++counters_.changes;
-  sections.insert_or_assign(number, section);
-  sections.erase(sections.upper_bound(psi_get_lastsection(section.data())), sections.end());
-  if (tableId == PAT_TABLE_ID) followPat();
-  if (isNew && (tableId == PAT_TABLE_ID || tableId == PMT_TABLE_ID)) ++programGeneration_;
-  if (!tableIsGiven_ && (tableId == NIT_TABLE_ID_ACTUAL || tableId == SDT_TABLE_ID_ACTUAL)) {
-    table_ = findTable();
+  if (isSdt(tableId)) further = uint16(&section[8]);
+  SectionStore& store = isEit(tableId) ? eventTables_ : tables_;
+  const SectionStore::Change change =
+      store.put({pid, tableId, extension, further}, section, received_);
+  if (change.isNew) ++counters_.changes;
+  if (tableId == PAT_TABLE_ID) {
+    lastPat_ = tables_.puts();
+    if (change.isNew || patVersion_ != psi_get_version(section.data())) followPat();
   }
+  const bool isOfPrograms = tableId == PAT_TABLE_ID || tableId == PMT_TABLE_ID;
+  if ((change.isNew && isOfPrograms) || (change.hasGone && &store == &tables_)) {
+    ++programGeneration_;
+  }
+  const bool tellsTheTexts = tableId == NIT_TABLE_ID_ACTUAL || tableId == SDT_TABLE_ID_ACTUAL;
+  if (!tableIsGiven_ && change.isNew && tellsTheTexts) table_ = findTable();
+}
+
+/// Drops what has been off air for long.
+void ServiceInformation::expire() {
+  constexpr SectionStore::Time longestPause{1000};
+  const auto now = clock_();
+  if (lastSection_) {
+    const auto pause = std::chrono::duration_cast<SectionStore::Time>(now - *lastSection_);
+    // What is less than the clock's unit is left for the next time.
+    if (pause.count() == 0) return;
+    received_ += std::min(pause, longestPause);
+  }
+  lastSection_ = now;
+  tables_.expire(received_ - maxAge);
+  eventTables_.expire(received_ - maxAge);
 }
 
 void ServiceInformation::storeTime(const Section& section) {
   const bool isTdt = psi_get_tableid(section.data()) == TDT_TABLE_ID;
-  if (isTdt ? tdt_validate(section.data()) : tot_validate(section.data())) {
-    time_ = timeOf(tdt_get_utc(section.data()));
-  }
+  if (isTdt ? !tdt_validate(section.data()) : !tot_validate(section.data())) return;
+  const std::int64_t time = timeOf(tdt_get_utc(section.data()));
+  if (time != -1) time_ = time;
+}
+
+/// Another transport stream is received, by its PAT: drops what spoke of the one before as the
+/// actual one. The PAT need not be the first that has come of the new one: its SDT and EIT say of
+/// themselves which they belong to, other tables have come behind the last PAT if they are its own.
+void ServiceInformation::leaveStream(std::uint16_t next) {
+  tables_.eraseIf([&](const SubTable& table, std::uint64_t put) {
+    switch (table.tableId) {
+      case PAT_TABLE_ID:
+      case PMT_TABLE_ID:
+        return true;
+      case CAT_TABLE_ID:
+      case NIT_TABLE_ID_ACTUAL:
+        return put < lastPat_;
+      case SDT_TABLE_ID_ACTUAL:
+        return table.extension != next;
+      case SDT_TABLE_ID_OTHER:
+        return table.extension == next;
+      default:
+        return false;
+    }
+  });
+  eventTables_.eraseIf([&](const SubTable& table, std::uint64_t) {
+    const bool isOfNext = table.further >> 16U == next;
+    return isEitActual(table.tableId) ? !isOfNext : isOfNext;
+  });
+  ++streamGeneration_;
 }
 
 void ServiceInformation::followPat() {
-  // A transport stream has one PAT: that of another id is what was received before.
   programs_.clear();
   programOrder_.clear();
-  const SubTable* newest = nullptr;
-  for (const auto& [table, sections] : tables_) {
-    if (table.tableId != PAT_TABLE_ID) continue;
-    newest = &table;
-    for (const auto& [number, section] : sections) {
-      Section copy = section;
-      patVersion_ = psi_get_version(copy.data());
-      for (std::uint8_t index = 0; std::uint8_t* const entry = pat_get_program(copy.data(), index);
-           ++index) {
-        watch(patn_get_pid(entry));
-        const std::uint16_t program = patn_get_program(entry);
-        if (program == 0) continue;
-        programs_[program] = patn_get_pid(entry);
+  std::set<std::uint16_t> pids(std::begin(basicPids), std::end(basicPids));
+  networkPid_ = NIT_PID;
+  tables_.forEach([&](const SubTable& table, const Section& section) {
+    if (table.tableId != PAT_TABLE_ID) return;
+    transportStreamId_ = table.extension;
+    Section copy = section;
+    patVersion_ = psi_get_version(copy.data());
+    for (std::uint8_t index = 0; std::uint8_t* const entry = pat_get_program(copy.data(), index);
+         ++index) {
+      const std::uint16_t program = patn_get_program(entry);
+      const std::uint16_t pid = patn_get_pid(entry);
+      pids.insert(pid);
+      if (program == 0) {
+        networkPid_ = pid;
+      } else if (programs_.insert_or_assign(program, pid).second) {
         programOrder_.push_back(program);
       }
     }
-  }
-  if (newest != nullptr) transportStreamId_ = newest->extension;
-  std::erase_if(tables_, [&](const auto& entry) {
-    const auto program = programs_.find(entry.first.extension);
-    return entry.first.tableId == PMT_TABLE_ID &&
-           (program == programs_.end() || program->second != entry.first.pid);
+  });
+  std::erase_if(assemblers_, [&](const auto& entry) { return !pids.contains(entry.first); });
+  for (const std::uint16_t pid : pids) assemblers_.try_emplace(pid);
+  tables_.eraseIf([&](const SubTable& table, std::uint64_t) {
+    const auto program = programs_.find(table.extension);
+    return table.tableId == PMT_TABLE_ID &&
+           (program == programs_.end() || program->second != table.pid);
   });
 }
 
-template <class Visitor>
-void ServiceInformation::forEachSection(std::uint8_t firstTable, std::uint8_t lastTable,
-                                        Visitor&& visit) const {
-  for (const auto& [table, sections] : tables_) {
-    if (table.tableId < firstTable || table.tableId > lastTable) continue;
-    for (const auto& [number, section] : sections) {
-      Section copy = section;
-      visit(table.pid, copy);
-    }
-  }
-}
-
-bool ServiceInformation::carriesIsdb() const {
-  bool found = false;
-  forEachSection(NIT_TABLE_ID_ACTUAL, NIT_TABLE_ID_ACTUAL, [&](std::uint16_t, Section& section) {
-    for (std::uint8_t index = 0; std::uint8_t* const loop = nit_get_ts(section.data(), index);
-         ++index) {
-      for (const Descriptor& descriptor : readLoop(nitn_get_descs(loop))) {
-        found = found || descriptor.tag == isdbTerrestrialDelivery;
+/// The sections of some tables, in the order of the sub-tables. Reception, which needs the lock,
+/// waits for a few hundred of them at most.
+std::vector<HeldSection> ServiceInformation::sections(const SectionStore& store,
+                                                      std::uint8_t firstTable,
+                                                      std::uint8_t lastTable) const {
+  constexpr std::size_t atOnce = 200;
+  std::vector<HeldSection> sections;
+  std::vector<HeldSection> some;
+  some.reserve(atOnce + 256);
+  std::optional<SubTable> last;
+  std::optional<std::uint64_t> stream;
+  do {
+    some.clear();
+    {
+      const std::lock_guard lock(mutex_);
+      if (stream && *stream != streamGeneration_) {
+        // What has been copied belongs to another stream.
+        sections.clear();
+        last.reset();
       }
+      stream = streamGeneration_;
+      last = store.copy(last, atOnce, some);
     }
-  });
-  return found;
+    std::ranges::copy_if(some, std::back_inserter(sections), [&](const HeldSection& held) {
+      return held.table.tableId >= firstTable && held.table.tableId <= lastTable;
+    });
+  } while (last);
+  return sections;
 }
 
 // Japan's networks have the numbers from 0x7800 on (ARIB TR-B14); elsewhere ISDB texts are in
 // ISO 8859-15 (ABNT NBR 15603-2).
 CharacterTable ServiceInformation::findTable() const {
-  if (!carriesIsdb()) return {};
+  bool isIsdb = false;
   bool isJapanese = false;
-  for (const auto& [table, sections] : tables_) {
-    isJapanese = isJapanese || (table.tableId == SDT_TABLE_ID_ACTUAL && table.further >= 0x7800);
-  }
+  tables_.forEach([&](const SubTable& table, const Section& section) {
+    if (table.tableId == SDT_TABLE_ID_ACTUAL) isJapanese = isJapanese || table.further >= 0x7800;
+    if (table.tableId != NIT_TABLE_ID_ACTUAL) return;
+    Section copy = section;
+    for (std::uint8_t index = 0; std::uint8_t* const loop = nit_get_ts(copy.data(), index);
+         ++index) {
+      for (const Descriptor& descriptor : readLoop(nitn_get_descs(loop))) {
+        isIsdb = isIsdb || descriptor.tag == isdbTerrestrialDelivery;
+      }
+    }
+  });
+  if (!isIsdb) return {};
   return {isJapanese ? "ARIB" : "ISO-8859-15"};
 }
 
-std::string ServiceInformation::text(std::span<const std::uint8_t> bytes) const {
-  return toUtf8(bytes, table_);
+/// Reads texts and what holds them, in the character table that held when it was made.
+class ServiceInformation::Reader {
+ public:
+  explicit Reader(CharacterTable table) : table_(std::move(table)) {}
+
+  [[nodiscard]] std::string text(std::span<const std::uint8_t> bytes) const {
+    return toUtf8(bytes, table_);
+  }
+  void readServiceDescriptor(const Descriptor& descriptor, Service& service) const;
+  void readEventTexts(Event& event) const;
+  [[nodiscard]] Network readNetwork(Section& section) const;
+
+ private:
+  [[nodiscard]] std::string text(const ContinuedText& parts) const { return toUtf8(parts, table_); }
+
+  const CharacterTable table_;
+};
+
+ServiceInformation::Reader ServiceInformation::reader() const {
+  const std::lock_guard lock(mutex_);
+  return Reader(table_);
 }
 
 int ServiceInformation::transportStreamId() const {
@@ -347,15 +537,27 @@ Counters ServiceInformation::counters() const {
   return counters_;
 }
 
+void ServiceInformation::Reader::readServiceDescriptor(const Descriptor& descriptor,
+                                                       Service& service) const {
+  const auto bytes = whole(descriptor);
+  if (descriptor.tag != 0x48 || !desc48_validate(bytes.data())) return;
+  std::uint8_t length = 0;
+  service.type = desc48_get_type(bytes.data());
+  const std::uint8_t* field = desc48_get_provider(bytes.data(), &length);
+  service.provider = text(std::span(field, length));
+  field = desc48_get_service(bytes.data(), &length);
+  service.name = text(std::span(field, length));
+}
+
 std::vector<Service> ServiceInformation::services() const {
-  const std::lock_guard lock(mutex_);
+  const Reader texts = reader();
   std::vector<Service> services;
   std::set<std::uint16_t> named;
-  forEachSection(SDT_TABLE_ID_ACTUAL, SDT_TABLE_ID_OTHER, [&](std::uint16_t, Section& section) {
-    const std::uint8_t tableId = psi_get_tableid(section.data());
-    const bool isActual = tableId == SDT_TABLE_ID_ACTUAL;
-    // The BAT's number lies between the two tables'.
-    if (!isActual && tableId != SDT_TABLE_ID_OTHER) return;
+  for (const HeldSection& held : sections(tables_, SDT_TABLE_ID_ACTUAL, SDT_TABLE_ID_OTHER)) {
+    // The number of ISO/IEC 13818-6 tables and of others lies between the two tables'.
+    if (!isSdt(held.table.tableId)) continue;
+    const bool isActual = held.table.tableId == SDT_TABLE_ID_ACTUAL;
+    Section section = *held.section;
     for (std::uint8_t index = 0; std::uint8_t* const entry = sdt_get_service(section.data(), index);
          ++index) {
       Service service{};
@@ -368,23 +570,19 @@ std::vector<Service> ServiceInformation::services() const {
       service.hasSchedule = sdtn_get_eitschedule(entry);
       service.hasPresentFollowing = sdtn_get_eitpresent(entry);
       service.isActual = isActual;
-      service.isInPat = isActual && programs_.count(service.id) != 0;
       for (const Descriptor& descriptor : readLoop(sdtn_get_descs(entry))) {
-        const auto bytes = whole(descriptor);
-        if (descriptor.tag != 0x48 || !desc48_validate(bytes.data())) continue;
-        std::uint8_t length = 0;
-        service.type = desc48_get_type(bytes.data());
-        const std::uint8_t* field = desc48_get_provider(bytes.data(), &length);
-        service.provider = text(std::span(field, length));
-        field = desc48_get_service(bytes.data(), &length);
-        service.name = text(std::span(field, length));
+        texts.readServiceDescriptor(descriptor, service);
       }
       if (isActual) named.insert(service.id);
       services.push_back(std::move(service));
     }
-  });
+  }
+  const std::lock_guard lock(mutex_);
+  for (Service& service : services) {
+    service.isInPat = service.isActual && programs_.contains(service.id);
+  }
   for (const std::uint16_t program : programOrder_) {
-    if (named.count(program) != 0) continue;
+    if (named.contains(program)) continue;
     Service service{};
     service.id = program;
     service.transportStream = static_cast<std::uint16_t>(transportStreamId_);
@@ -401,78 +599,68 @@ std::vector<Service> ServiceInformation::services() const {
 }
 
 Descriptors ServiceInformation::serviceDescriptors(int serviceId) const {
-  const std::lock_guard lock(mutex_);
   Descriptors descriptors;
-  forEachSection(SDT_TABLE_ID_ACTUAL, SDT_TABLE_ID_ACTUAL, [&](std::uint16_t, Section& section) {
+  for (const HeldSection& held : sections(tables_, SDT_TABLE_ID_ACTUAL, SDT_TABLE_ID_ACTUAL)) {
+    Section section = *held.section;
     for (std::uint8_t index = 0; std::uint8_t* const entry = sdt_get_service(section.data(), index);
          ++index) {
       if (sdtn_get_sid(entry) == serviceId) descriptors = readLoop(sdtn_get_descs(entry));
     }
-  });
+  }
   return descriptors;
 }
 
 std::vector<Event> ServiceInformation::events() const {
-  const std::lock_guard lock(mutex_);
   std::vector<Event> events;
-  // What ISDB repeats for handheld receivers is the same event again.
-  std::set<std::tuple<std::uint8_t, std::uint32_t, std::uint16_t, std::uint8_t, std::uint16_t>>
-      seen;
-  forEachSection(
-      EIT_TABLE_ID_PF_ACTUAL, EIT_TABLE_ID_SCHED_OTHER_LAST, [&](std::uint16_t, Section& section) {
-        // Not by eit_get_event(), whose index has eight bits: a section can hold 339 events.
-        std::uint8_t* const end = section.data() + section.size() - PSI_CRC_SIZE;
-        for (std::uint8_t* entry = section.data() + EIT_HEADER_SIZE; entry < end;
-             entry += EIT_EVENT_SIZE + eitn_get_desclength(entry)) {
-          Event event = readEvent(section, entry);
-          const std::uint32_t stream = uint32(&section[8]);
-          if (seen.emplace(event.tableId, stream, event.service, event.section, event.id).second) {
-            events.push_back(std::move(event));
-          }
-        }
-      });
+  forEachEvent([](const Event&) { return true; },
+               [&](Event&& event) { events.push_back(std::move(event)); });
   return events;
 }
 
-Event ServiceInformation::readEvent(Section& section, std::uint8_t* entry) const {
-  Event event{};
-  event.tableId = psi_get_tableid(section.data());
-  event.service = psi_get_tableidext(section.data());
-  event.transportStream = eit_get_tsid(section.data());
-  event.originalNetwork = eit_get_onid(section.data());
-  event.section = psi_get_section(section.data());
-  event.version = psi_get_version(section.data());
-  event.id = eitn_get_event_id(entry);
-  event.start = timeOf(eitn_get_start_time(entry));
-  constexpr std::uint32_t undefined = 0xffffff;
-  const std::uint32_t duration = eitn_get_duration_bcd(entry);
-  event.duration = duration == undefined ? -1 : secondsOfDay(duration);
-  event.runningStatus = eitn_get_running(entry);
-  event.isScrambled = eitn_get_ca(entry);
-  event.descriptors = readLoop(eitn_get_descs(entry));
-  readEventTexts(event);
-  return event;
+std::size_t ServiceInformation::eventCount() const {
+  std::size_t count = 0;
+  forEachEvent(
+      [&](const Event&) {
+        ++count;
+        return false;
+      },
+      [](Event&&) {});
+  return count;
 }
 
-// ARIB's codes stay in force from one part to the next, in the middle of a character even; a DVB
-// text chooses its character table in each part anew.
-std::string ServiceInformation::text(const ContinuedText& parts) const {
-  std::string converted;
-  std::vector<std::uint8_t> joined;
-  for (const std::vector<std::uint8_t>& part : parts) {
-    if (table_.isArib()) {
-      joined.insert(joined.end(), part.begin(), part.end());
-    } else {
-      converted += text(std::span<const std::uint8_t>(part));
+void ServiceInformation::forEachEvent(const std::function<bool(const Event&)>& isWanted,
+                                      const std::function<void(Event&&)>& visit) const {
+  const Reader texts = reader();
+  std::vector<HeldSection> all =
+      sections(eventTables_, EIT_TABLE_ID_PF_ACTUAL, EIT_TABLE_ID_SCHED_OTHER_LAST);
+  // What ISDB repeats for handheld receivers is the same event again.
+  const bool hasRepeats = !all.empty() && all.back().table.pid == eitLowPid;
+  std::set<std::tuple<std::uint8_t, std::uint32_t, std::uint16_t, std::uint8_t, std::uint16_t>>
+      seen;
+  for (HeldSection& held : all) {
+    Section section = *held.section;
+    held.section.reset();
+    // Not by eit_get_event(), whose index has eight bits: a section can hold 339 events.
+    std::uint8_t* const end = section.data() + section.size() - PSI_CRC_SIZE;
+    for (std::uint8_t* entry = section.data() + EIT_HEADER_SIZE; entry < end;
+         entry += EIT_EVENT_SIZE + eitn_get_desclength(entry)) {
+      Event event = readEvent(section, entry);
+      const bool isRepeated = hasRepeats && !seen.emplace(event.tableId, held.table.further,
+                                                          event.service, event.section, event.id)
+                                                 .second;
+      if (isRepeated || !isWanted(event)) continue;
+      event.descriptors = readLoop(eitn_get_descs(entry));
+      texts.readEventTexts(event);
+      visit(std::move(event));
     }
   }
-  return converted + text(std::span<const std::uint8_t>(joined));
 }
 
-void ServiceInformation::readEventTexts(Event& event) const {
+void ServiceInformation::Reader::readEventTexts(Event& event) const {
   std::uint8_t length = 0;
-  // A text or an item can go on in the next descriptor.
+  // A text or an item can go on in the next descriptor, and each language has its own.
   ContinuedText extended;
+  std::string language;
   std::vector<std::pair<std::string, ContinuedText>> items;
   for (const Descriptor& descriptor : event.descriptors) {
     auto bytes = whole(descriptor);
@@ -484,6 +672,11 @@ void ServiceInformation::readEventTexts(Event& event) const {
       field = desc4d_get_text(data, &length);
       event.text = text(std::span(field, length));
     } else if (descriptor.tag == 0x4e && desc4e_validate(data)) {
+      std::string itsLanguage(reinterpret_cast<const char*>(desc4e_get_lang(data)), 3);
+      if (itsLanguage != language || desc4e_get_desc_number(data) == 0) {
+        event.extendedText += text(std::exchange(extended, {}));
+        language = std::move(itsLanguage);
+      }
       for (std::uint8_t index = 0; std::uint8_t* const item = desc4e_get_item(data, index);
            ++index) {
         const std::uint8_t* field = desc4en_get_item_description(item, &length);
@@ -501,21 +694,17 @@ void ServiceInformation::readEventTexts(Event& event) const {
                                   descriptor.data.end());
     }
   }
-  event.extendedText = text(extended);
+  event.extendedText += text(extended);
   for (const auto& [description, item] : items) event.items.emplace_back(description, text(item));
 }
 
 std::vector<ProgramMap> ServiceInformation::programMaps() const {
-  const std::lock_guard lock(mutex_);
-  return readProgramMaps();
-}
-
-std::vector<ProgramMap> ServiceInformation::readProgramMaps() const {
   std::vector<ProgramMap> maps;
-  forEachSection(PMT_TABLE_ID, PMT_TABLE_ID, [&](std::uint16_t pid, Section& section) {
+  for (const HeldSection& held : sections(tables_, PMT_TABLE_ID, PMT_TABLE_ID)) {
+    Section section = *held.section;
     ProgramMap map{};
-    map.program = psi_get_tableidext(section.data());
-    map.pid = pid;
+    map.program = held.table.extension;
+    map.pid = held.table.pid;
     map.pcrPid = pmt_get_pcrpid(section.data());
     map.version = psi_get_version(section.data());
     map.caSystems = caSystemsOf(readLoop(pmt_get_descs(section.data())));
@@ -537,52 +726,51 @@ std::vector<ProgramMap> ServiceInformation::readProgramMaps() const {
       map.components.push_back(std::move(component));
     }
     maps.push_back(std::move(map));
-  });
+  }
   // In the order of the PAT.
-  const auto rank = [&](const ProgramMap& map) {
-    return std::find(programOrder_.begin(), programOrder_.end(), map.program);
-  };
-  std::stable_sort(maps.begin(), maps.end(), [&](const ProgramMap& one, const ProgramMap& other) {
-    return rank(one) < rank(other);
+  std::map<std::uint16_t, std::size_t> ranks;
+  {
+    const std::lock_guard lock(mutex_);
+    for (const std::uint16_t program : programOrder_) ranks.emplace(program, ranks.size());
+  }
+  std::ranges::stable_sort(maps, {}, [&](const ProgramMap& map) {
+    const auto rank = ranks.find(map.program);
+    return rank == ranks.end() ? ranks.size() : rank->second;
   });
   return maps;
 }
 
 std::set<int> ServiceInformation::caSystems() const {
-  const std::lock_guard lock(mutex_);
   std::set<int> systems;
-  forEachSection(CAT_TABLE_ID, CAT_TABLE_ID, [&](std::uint16_t, Section& section) {
+  for (const HeldSection& held : sections(tables_, CAT_TABLE_ID, CAT_TABLE_ID)) {
+    Section section = *held.section;
     systems.merge(
         caSystemsOf(readLoop(cat_get_descl(section.data()), cat_get_desclength(section.data()))));
-  });
-  for (ProgramMap& map : readProgramMaps()) {
+  }
+  for (ProgramMap& map : programMaps()) {
     systems.merge(map.caSystems);
     for (Component& component : map.components) systems.merge(component.caSystems);
   }
   return systems;
 }
 
-std::vector<Network> ServiceInformation::networks() const {
-  const std::lock_guard lock(mutex_);
-  return readNetworks(false);
-}
+std::vector<Network> ServiceInformation::networks() const { return readNetworks(false); }
 
-std::vector<Network> ServiceInformation::bouquets() const {
-  const std::lock_guard lock(mutex_);
-  return readNetworks(true);
-}
+std::vector<Network> ServiceInformation::bouquets() const { return readNetworks(true); }
 
 // A network's sections one behind the other are one network.
 std::vector<Network> ServiceInformation::readNetworks(bool bouquets) const {
+  const Reader texts = reader();
   std::vector<Network> networks;
   const std::uint8_t first = bouquets ? BAT_TABLE_ID : NIT_TABLE_ID_ACTUAL;
   const std::uint8_t last = bouquets ? BAT_TABLE_ID : NIT_TABLE_ID_OTHER;
-  forEachSection(first, last, [&](std::uint16_t, Section& section) {
-    Network network = readNetwork(section);
+  for (const HeldSection& held : sections(tables_, first, last)) {
+    Section section = *held.section;
+    Network network = texts.readNetwork(section);
     if (networks.empty() || networks.back().id != network.id ||
         networks.back().isActual != network.isActual) {
       networks.push_back(std::move(network));
-      return;
+      continue;
     }
     Network& whole = networks.back();
     if (whole.name.empty()) whole.name = network.name;
@@ -590,11 +778,11 @@ std::vector<Network> ServiceInformation::readNetworks(bool bouquets) const {
               std::back_inserter(whole.descriptors));
     std::move(network.transportStreams.begin(), network.transportStreams.end(),
               std::back_inserter(whole.transportStreams));
-  });
+  }
   return networks;
 }
 
-Network ServiceInformation::readNetwork(Section& section) const {
+Network ServiceInformation::Reader::readNetwork(Section& section) const {
   Network network{};
   network.id = psi_get_tableidext(section.data());
   network.isActual = psi_get_tableid(section.data()) == NIT_TABLE_ID_ACTUAL;
@@ -609,23 +797,6 @@ Network ServiceInformation::readNetwork(Section& section) const {
     network.transportStreams.push_back(readTransportStream(loop));
   }
   return network;
-}
-
-TransportStream ServiceInformation::readTransportStream(const std::uint8_t* loop) const {
-  TransportStream stream{};
-  stream.id = nitn_get_tsid(loop);
-  stream.originalNetwork = nitn_get_onid(loop);
-  stream.descriptors = readLoop(loop + 4);
-  for (const Descriptor& descriptor : stream.descriptors) {
-    readDelivery(descriptor, stream);
-    if (descriptor.tag == 0x41) {
-      for (std::size_t index = 0; index + 3 <= descriptor.data.size(); index += 3) {
-        stream.services.push_back(uint16(&descriptor.data[index]));
-      }
-    }
-  }
-  for (const Descriptor& descriptor : stream.descriptors) readChannelNumbers(descriptor, stream);
-  return stream;
 }
 
 }  // namespace receiver

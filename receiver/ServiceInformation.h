@@ -1,8 +1,9 @@
 #pragma once
 
 #include <atomic>
-#include <compare>
+#include <chrono>
 #include <cstdint>
+#include <functional>
 #include <list>
 #include <map>
 #include <mutex>
@@ -13,6 +14,7 @@
 #include <vector>
 
 #include "receiver/SectionAssembler.h"
+#include "receiver/SectionStore.h"
 #include "receiver/StreamPlayer.h"
 #include "receiver/Text.h"
 
@@ -57,7 +59,7 @@ struct Event {
   std::string language;  ///< ISO 639-2, empty without a short event descriptor
   std::string name;
   std::string text;
-  std::string extendedText;  ///< of all extended event descriptors
+  std::string extendedText;  ///< of all extended event descriptors, joined before it is decoded
   /// Items of the extended event descriptors: description and text.
   std::vector<std::pair<std::string, std::string>> items;
   std::vector<std::uint8_t> content;         ///< two bytes for each content nibble pair
@@ -74,6 +76,12 @@ struct Component {
   std::string language;     ///< of the first language descriptor entry
   std::set<int> caSystems;  ///< of its CA descriptors
   Descriptors descriptors;
+
+  /// By its stream type (ISO/IEC 13818-1, table 2-34).
+  [[nodiscard]] bool isVideo() const;
+  /// By its stream type, or in private packets by the descriptor of its coding: AC-3, enhanced
+  /// AC-3, DTS or AAC (ETSI EN 300 468, annexes D, G and H).
+  [[nodiscard]] bool isAudio() const;
 };
 
 struct ProgramMap {
@@ -117,12 +125,24 @@ struct Counters {
 };
 
 /// The service information of a stream: keeps the newest section of each number of each table, from
-/// the moment it arrives, and reads them when asked. Any thread.
+/// the moment it arrives, and reads them when asked. Any thread: what is asked is decoded outside
+/// of the lock that take() needs.
 class ServiceInformation : public PacketSink {
  public:
+  using Clock = std::function<std::chrono::steady_clock::time_point()>;
+
+  /// What the sections may take, with SectionStore::overhead for each: a flood of the one kind does
+  /// not push out the other.
+  static constexpr std::size_t maxEventBytes = 16U << 20U;
+  static constexpr std::size_t maxOtherBytes = 8U << 20U;
+  /// A section that has not come for so long is off air: twice the longest period in which any is
+  /// repeated (ETSI TR 101 211, 4.4).
+  static constexpr std::chrono::minutes maxAge{10};
+
   /// `table`: the character table of texts that do not name their own; without one it is found out
   /// from the stream.
-  explicit ServiceInformation(std::optional<CharacterTable> table);
+  explicit ServiceInformation(std::optional<CharacterTable> table,
+                              Clock clock = std::chrono::steady_clock::now);
 
   void take(Packet packet) override;
   void interrupted(bool isOther) override;
@@ -135,6 +155,11 @@ class ServiceInformation : public PacketSink {
   [[nodiscard]] int patVersion() const;
   [[nodiscard]] std::vector<Service> services() const;
   [[nodiscard]] std::vector<Event> events() const;
+  /// Calls `visit` with each event that `isWanted`, in turn. `isWanted` is called before the
+  /// descriptors are read: the rest of the event is there.
+  void forEachEvent(const std::function<bool(const Event&)>& isWanted,
+                    const std::function<void(Event&&)>& visit) const;
+  [[nodiscard]] std::size_t eventCount() const;
   [[nodiscard]] std::vector<ProgramMap> programMaps() const;
   [[nodiscard]] std::vector<Network> networks() const;
   [[nodiscard]] std::vector<Network> bouquets() const;
@@ -153,44 +178,42 @@ class ServiceInformation : public PacketSink {
   [[nodiscard]] Counters counters() const;
 
  private:
-  /// What tells one sub-table from another.
-  struct SubTable {
-    std::uint16_t pid;
-    std::uint8_t tableId;
-    std::uint16_t extension;
-    std::uint32_t further;  ///< transport stream and network where the extension does not suffice
-    auto operator<=>(const SubTable&) const = default;
-  };
-  using Sections = std::map<std::uint8_t, Section>;
+  /// Reads texts in the character table that held when it was made.
+  class Reader;
 
   void store(std::uint16_t pid, const Section& section);
   void storeTime(const Section& section);
+  [[nodiscard]] bool isInPlace(std::uint16_t pid, const Section& section) const;
+  void expire();
+  void leaveStream(std::uint16_t next);
   void followPat();
-  void watch(std::uint16_t pid);
   [[nodiscard]] CharacterTable findTable() const;
-  using ContinuedText = std::vector<std::vector<std::uint8_t>>;
-  [[nodiscard]] std::string text(std::span<const std::uint8_t> bytes) const;
-  [[nodiscard]] std::string text(const ContinuedText& parts) const;
-  [[nodiscard]] bool carriesIsdb() const;
+  [[nodiscard]] std::vector<HeldSection> sections(const SectionStore& store,
+                                                  std::uint8_t firstTable,
+                                                  std::uint8_t lastTable) const;
+  [[nodiscard]] Reader reader() const;
   [[nodiscard]] std::vector<Network> readNetworks(bool bouquets) const;
-  [[nodiscard]] Network readNetwork(Section& section) const;
-  [[nodiscard]] TransportStream readTransportStream(const std::uint8_t* loop) const;
-  [[nodiscard]] Event readEvent(Section& section, std::uint8_t* entry) const;
-  void readEventTexts(Event& event) const;
-  [[nodiscard]] std::vector<ProgramMap> readProgramMaps() const;
-  template <class Visitor>
-  void forEachSection(std::uint8_t firstTable, std::uint8_t lastTable, Visitor&& visit) const;
 
   mutable std::mutex mutex_;
   const bool tableIsGiven_;
+  const Clock clock_;
   CharacterTable table_;
   std::map<std::uint16_t, SectionAssembler> assemblers_;
-  std::map<SubTable, Sections> tables_;
+  SectionStore tables_{maxOtherBytes};
+  SectionStore eventTables_{maxEventBytes};
   std::map<std::uint16_t, std::uint16_t> programs_;  ///< the PAT: program to PMT PID
   std::vector<std::uint16_t> programOrder_;
+  std::uint16_t networkPid_;
   int transportStreamId_ = -1;
   int patVersion_ = -1;
+  /// Of tables_: when the PAT came last.
+  std::uint64_t lastPat_ = 0;
   std::optional<std::int64_t> time_;
+  std::optional<std::chrono::steady_clock::time_point> lastSection_;
+  /// For how long sections have come: an interruption makes nothing old.
+  SectionStore::Time received_{};
+  /// Changes when what was received before has nothing to do with what comes.
+  std::uint64_t streamGeneration_ = 0;
   Counters counters_;
   std::atomic<std::uint64_t> programGeneration_{0};
   std::atomic<int> selected_{-1};

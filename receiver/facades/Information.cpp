@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <optional>
 #include <set>
+#include <utility>
 
 namespace receiver {
 
@@ -52,7 +54,7 @@ Service_ toFacade(const Service& service) {
           service.provider};
 }
 
-ProgramEvent_ toFacade(const Event& event) {
+ProgramEvent_ toFacade(Event event) {
   ProgramEvent_ record;
   record.value_1 = event.service;
   record.value_2 = event.id;
@@ -70,12 +72,13 @@ ProgramEvent_ toFacade(const Event& event) {
   record.byte_list_2.assign(event.parentalRating.begin(), event.parentalRating.end());
   record.byte_list_3 = {event.section, event.version,
                         static_cast<unsigned char>(event.isScrambled ? 1 : 0)};
-  record.text_list_1 = {event.extendedText};
-  for (const auto& [description, text] : event.items) {
-    record.text_list_2.push_back(description);
-    record.text_list_2.push_back(text);
+  record.text_list_1.push_back(std::move(event.extendedText));
+  for (auto& [description, text] : event.items) {
+    record.text_list_2.push_back(std::move(description));
+    record.text_list_2.push_back(std::move(text));
   }
-  record.text_list_3 = {event.name, event.text};
+  record.text_list_3.push_back(std::move(event.name));
+  record.text_list_3.push_back(std::move(event.text));
   return record;
 }
 
@@ -141,36 +144,41 @@ std::list<Descriptors_> Information::getServiceDescriptors(int service) {
 
 std::list<ProgramEvent_> Information::getProgramEvents() {
   std::list<ProgramEvent_> events;
-  for (const Event& event : information_.events()) events.push_back(toFacade(event));
+  information_.forEachEvent([](const Event&) { return true; },
+                            [&](Event&& event) { events.push_back(toFacade(std::move(event))); });
   return events;
 }
 
 ProgramEvent_ Information::getProgramEvent() {
   constexpr int presentFollowingActual = 0x4e;
-  for (const Event& event : information_.events()) {
-    if (event.tableId == presentFollowingActual && event.section == 0 &&
-        event.service == getCurrentService()) {
-      return toFacade(event);
-    }
-  }
-  ProgramEvent_ none;
-  none.value_2 = -1;
-  return none;
+  const int current = getCurrentService();
+  ProgramEvent_ present;
+  present.value_2 = -1;
+  information_.forEachEvent(
+      [&](const Event& event) {
+        return present.value_2 == -1 && event.tableId == presentFollowingActual &&
+               event.section == 0 && event.service == current;
+      },
+      [&](Event&& event) { present = toFacade(std::move(event)); });
+  return present;
 }
 
 std::list<Descriptors_> Information::getProgramEventDescriptors(int service, int eventId) {
-  for (const Event& event : information_.events()) {
-    if (event.service == orCurrent(service) && event.id == eventId) {
-      return toFacade(event.descriptors);
-    }
-  }
-  return {};
+  const int wanted = orCurrent(service);
+  std::optional<Descriptors> descriptors;
+  information_.forEachEvent(
+      [&](const Event& event) {
+        return !descriptors && event.service == wanted && event.id == eventId;
+      },
+      [&](Event&& event) { descriptors = std::move(event.descriptors); });
+  return toFacade(descriptors.value_or(Descriptors()));
 }
 
 std::list<ServiceComponent_> Information::getServiceComponents(int service) {
   std::list<ServiceComponent_> components;
+  const int wanted = orCurrent(service);
   for (const ProgramMap& map : information_.programMaps()) {
-    if (map.program != orCurrent(service)) continue;
+    if (map.program != wanted) continue;
     for (const Component& component : map.components) {
       const std::set<int>& ca = component.caSystems.empty() ? map.caSystems : component.caSystems;
       components.push_back({component.pid, component.streamType, component.tag, map.program,
@@ -221,8 +229,9 @@ bool Information::isProtectedService() {
 }
 
 std::string Information::getServiceDescription() {
+  const int current = getCurrentService();
   for (const Service& service : information_.services()) {
-    if (service.isActual && service.id == getCurrentService()) {
+    if (service.isActual && service.id == current) {
       return service.provider.empty() ? service.name : service.name + ", " + service.provider;
     }
   }
