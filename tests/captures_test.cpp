@@ -32,6 +32,25 @@ const std::string captures[] = {
     "time-after-2038-a",
 };
 
+/// What is known of a capture's extended texts comes from a decoder that takes each descriptor by
+/// itself: a letter whose mark stands at the end of one and itself in the next, and a text whose
+/// table only the first descriptor names. In eit-sk a mark stands on a blank, too.
+struct Correction {
+  const char* capture;
+  const char* known;
+  const char* right;
+};
+const Correction corrections[] = {
+    {"dvbs-hotbird-si", "renderΩ", "renderà"},
+    {"dvbs-hotbird-si", "ed Ł convinta", "ed è convinta"},
+    {"dvbs-hotbird-si", "crederΩ", "crederà"},
+    {"dvbs-hotbird-si", "troverΩ", "troverà"},
+    {"eit-sk", "zajím a nejmé", "zajímá nejmé"},
+    {"eit-sk", "nebezpe cným", "nebezpečným"},
+    {"eit-sk", "rozl usknite", "rozlúsknite"},
+    {"eit-sk", "látok  \u030194", "látok ´94"},
+};
+
 /// Full-width letters and digits as their plain forms: both are right for ARIB texts.
 std::string folded(const std::string& text) {
   std::string plain;
@@ -103,7 +122,13 @@ class Capture : public testing::TestWithParam<std::string> {
 
   void expectText(const std::string& received, const Json& text) const {
     if (!compareTexts) return;
-    const std::string wanted = text.is_null() ? "" : text.get<std::string>();
+    std::string wanted = text.is_null() ? "" : text.get<std::string>();
+    for (const Correction& correction : corrections) {
+      const std::size_t at = wanted.find(correction.known);
+      if (GetParam() == correction.capture && at != std::string::npos) {
+        wanted.replace(at, std::string(correction.known).size(), correction.right);
+      }
+    }
     EXPECT_EQ(isArib ? folded(received) : received, isArib ? folded(wanted) : wanted);
   }
 
@@ -121,6 +146,7 @@ class Capture : public testing::TestWithParam<std::string> {
 
   void compareServices();
   void compareProgramMaps();
+  void compareSound();
   void compareNetwork();
   void compareEvents();
   void compareSections();
@@ -235,6 +261,39 @@ void Capture::compareProgramMaps() {
   EXPECT_EQ(std::set<int>(received.begin(), received.end()), systems);
 }
 
+/// Each program's sound: by its stream type, or in private packets by the descriptor of AC-3,
+/// enhanced AC-3, DTS or AAC.
+void Capture::compareSound() {
+  constexpr int hasVideo = 7;
+  if (!control->checkVersionFlag(hasVideo)) return;
+  const std::set<int> types = {0x03, 0x04, 0x0f, 0x11, 0x81};
+  const std::set<int> codings = {0x6a, 0x7a, 0x7b, 0x7c};
+  for (const ProgramMap& map : control->getPMTs(-1)) {
+    const int program = map.values[0];
+    std::vector<std::string> languages;
+    std::set<int> pids;
+    for (const Json& entry : expected["pmts"]) {
+      if (entry["program"] != program || entry["version"] != map.values[3]) continue;
+      for (const Json& stream : entry["streams"]) {
+        const int type = integer(stream["stream_type"]);
+        const auto list = tags(stream["descriptors"]);
+        const bool isCoded =
+            std::ranges::any_of(list, [&](int tag) { return codings.contains(tag); });
+        if (!types.contains(type) && !(type == 0x06 && isCoded)) continue;
+        pids.insert(stream["pid"].get<int>());
+        if (stream.contains("languages")) languages.push_back(stream["languages"][0]);
+      }
+    }
+    host->forgetOutput();
+    host->say(fmt::format("service {}", program));
+    ASSERT_TRUE(host->awaitOutput(fmt::format("service {}\n", program)));
+    EXPECT_EQ(control->getVideoLanguages(), languages) << program;
+    const int selected = control->getVideoProperty(13);
+    EXPECT_TRUE(pids.empty() ? selected == -1 : pids.contains(selected)) << program;
+  }
+  host->say("service -1");
+}
+
 void Capture::compareNetwork() {
   const TransportStream stream = control->getTransportStream();
   const int id = expected["pat"].empty() ? -1 : expected["pat"].back()["tsid"].get<int>();
@@ -315,16 +374,13 @@ void Capture::compareEvents() {
     expectText(event.textLists[2][0], known.contains("name") ? known["name"] : Json());
     expectText(event.textLists[2][1], known.contains("text") ? known["text"] : Json());
     EXPECT_EQ(event.texts[0], known.value("lang", ""));
-    // Some of this capture's extended texts begin with a byte that means another table.
-    if (GetParam() != "eit-sk") {
-      expectText(event.textLists[0].at(0),
-                 known.contains("extended_text") ? known["extended_text"] : Json());
-      const Json items = known.value("extended_items", Json::array());
-      ASSERT_EQ(event.textLists[1].size(), 2 * items.size());
-      for (std::size_t index = 0; index < items.size(); ++index) {
-        expectText(event.textLists[1][2 * index], items[index][0]);
-        expectText(event.textLists[1][2 * index + 1], items[index][1]);
-      }
+    expectText(event.textLists[0].at(0),
+               known.contains("extended_text") ? known["extended_text"] : Json());
+    const Json items = known.value("extended_items", Json::array());
+    ASSERT_EQ(event.textLists[1].size(), 2 * items.size());
+    for (std::size_t index = 0; index < items.size(); ++index) {
+      expectText(event.textLists[1][2 * index], items[index][0]);
+      expectText(event.textLists[1][2 * index + 1], items[index][1]);
     }
     std::string content;
     for (const Json& entry : known.value("content", Json::array())) content += entry;
@@ -383,6 +439,7 @@ TEST_P(Capture, TheClientReadsWhatIsOnAir) {
   }
   compareServices();
   compareProgramMaps();
+  compareSound();
   compareNetwork();
   compareEvents();
   compareSections();

@@ -16,10 +16,6 @@ constexpr const char* mainChannel = "main";
 constexpr std::size_t mostPlayers = 16;
 constexpr ipcutil::Rectangle_t plane{0, 0, Display::width, Display::height};
 
-/// Stream types (ISO/IEC 13818-1, table 2-34) of pictures and of sound.
-constexpr int pictureTypes[] = {0x01, 0x02, 0x10, 0x1b, 0x24};
-constexpr int soundTypes[] = {0x03, 0x04, 0x0f, 0x11, 0x81};
-
 /// Without a sound card, or a server that stands for one, the sound is played to nobody.
 bool hasSoundDevice() {
   std::error_code ignored;
@@ -66,11 +62,10 @@ Video::Opened* Video::find(int player) {
 }
 
 std::vector<Component> Video::components(bool isAudio) const {
-  const auto& types = isAudio ? soundTypes : pictureTypes;
   for (ProgramMap& map : information_.programMaps()) {
     if (map.program != information_.currentService()) continue;
     std::erase_if(map.components, [&](const Component& component) {
-      return std::ranges::find(types, component.streamType) == std::end(types);
+      return isAudio ? !component.isAudio() : !component.isVideo();
     });
     return map.components;
   }
@@ -196,8 +191,7 @@ std::string Video::getVideoLanguageA() {
 std::list<std::string> Video::getVideoLanguages() {
   std::list<std::string> languages;
   for (const Component& component : components(true)) {
-    const bool isNew = std::ranges::find(languages, component.language) == languages.end();
-    if (!component.language.empty() && isNew) languages.push_back(component.language);
+    if (!component.language.empty()) languages.push_back(component.language);
   }
   return languages;
 }
