@@ -25,6 +25,11 @@ struct Argument {
   std::optional<std::string_view> absent;
   double least = INT32_MIN;
   double most = INT32_MAX;
+
+  /// What is wrong with the text, empty for nothing.
+  [[nodiscard]] std::string complaint(const std::string& text) const;
+  /// The numbers that it takes, in words; empty where it takes any.
+  [[nodiscard]] std::string range() const;
 };
 
 /// What was given for the arguments of a command.
@@ -47,6 +52,17 @@ class Values {
 struct Refusal : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
+
+/// What was asked for is not there.
+struct NothingFound : Refusal {
+  using Refusal::Refusal;
+};
+
+/// Of the program.
+enum ExitStatus { answered = 0, failed = 1, nothingFound = 2 };
+
+/// What the commands of a group do.
+std::string_view descriptionOf(std::string_view group);
 
 struct Command {
   /// The first of two words, where several commands belong together; else empty.

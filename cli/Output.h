@@ -15,21 +15,29 @@ namespace quillwork::cli {
 
 using Json = nlohmann::ordered_json;
 
+/// A program map with the name of its service.
+struct NamedMap {
+  client::ProgramMap map;
+  std::string service;
+};
+struct DescribedDescriptor;
+
+// The protocol's fields, and behind them words for what the reference receiver puts there.
 Json toJson(const client::Service& service);
 Json toJson(const client::ServiceComponent& component);
-Json toJson(const client::ProgramMap& map);
+Json toJson(const NamedMap& map);
 Json toJson(const client::ProgramEvent& event);
 Json toJson(const client::Network& network);
 Json toJson(const client::TransportStream& stream);
-Json toJson(const client::Descriptor& descriptor);
+Json toJson(const DescribedDescriptor& descriptor);
 Json toJson(const client::SystemProperty& property);
 Json toJson(const client::Notification& notification);
 
 void printTable(const std::vector<client::Service>& services);
 void printTable(const std::vector<client::ServiceComponent>& components);
-void printTable(const std::vector<client::ProgramMap>& maps);
+void printTable(const std::vector<NamedMap>& maps);
 void printTable(const std::vector<client::ProgramEvent>& events);
-void printTable(const std::vector<client::Descriptor>& descriptors);
+void printTable(const std::vector<DescribedDescriptor>& descriptors);
 void printTable(const std::vector<client::SystemProperty>& properties);
 void printRecord(const client::ProgramEvent& event);
 void printRecord(const client::Network& network);
@@ -44,5 +52,12 @@ std::string hex(std::span<const std::uint8_t> bytes);
 std::string hex(std::string_view bytes);
 /// A text of the wire, which is bytes: what is not UTF-8 among them is replaced.
 Json text(const std::string& bytes);
+/// The same for people, on one line: what a terminal would obey becomes a blank.
+std::string printable(const std::string& bytes);
+/// JSON as text, each control character escaped, those that JSON would let through as well.
+std::string written(const Json& json, int indent = -1);
+
+/// Seconds since 1970, unsigned, as "2026-09-24 20:00:00"; "-" for all ones, which are none.
+std::string time(std::int32_t seconds);
 
 }  // namespace quillwork::cli

@@ -60,7 +60,7 @@ bool sendWhole(int client, std::string_view bytes) {
 }
 
 std::string describe(const TraceLine& line) {
-  return (line.operation.empty() ? line.kind : line.operation) + ' ' + line.fields.dump();
+  return (line.operation.empty() ? line.kind : line.operation) + ' ' + written(line.fields);
 }
 
 /// One client of a replay.

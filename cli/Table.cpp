@@ -7,6 +7,8 @@
 #include <cstdlib>
 #include <cwchar>
 
+#include "cli/Output.h"
+
 namespace quillwork::cli {
 namespace {
 
@@ -29,14 +31,6 @@ std::size_t width(const std::string& text) {
 
 constexpr std::size_t longestRule = 72;
 
-/// On one line: what would break it becomes a blank.
-std::string onOneLine(std::string text) {
-  for (char& character : text) {
-    if (static_cast<unsigned char>(character) < 0x20) character = ' ';
-  }
-  return text;
-}
-
 }  // namespace
 
 std::string inColour(std::FILE* stream, const char* colour, const std::string& text) {
@@ -55,13 +49,13 @@ void Table::print(std::FILE* stream) const {
   std::vector<std::size_t> widths;
   for (std::size_t column = 0; column < titles_.size(); ++column) {
     std::size_t widest = width(titles_[column]);
-    for (const auto& row : rows_) widest = std::max(widest, width(onOneLine(row[column])));
+    for (const auto& row : rows_) widest = std::max(widest, width(printable(row[column])));
     widths.push_back(widest);
   }
   const auto makeRow = [&](const std::vector<std::string>& row) {
     std::string line;
     for (std::size_t column = 0; column < row.size(); ++column) {
-      const std::string cell = onOneLine(row[column]);
+      const std::string cell = printable(row[column]);
       const std::string padding(widths[column] - width(cell), ' ');
       line += right_[column] ? padding + cell : cell + padding;
       line += "  ";

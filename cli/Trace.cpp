@@ -128,7 +128,7 @@ std::string json(TraceChannel channel, const TraceLine& line) {
   if (line.request != 0) json["request"] = line.request;
   if (line.after) json["after_ns"] = line.after->count();
   json["fields"] = line.fields;
-  return json.dump();
+  return written(json);
 }
 
 /// The kind, and of what is incomplete how much of it is there.
@@ -146,7 +146,7 @@ std::string words(TraceChannel channel, const TraceLine& line) {
   std::string what = headOf(line, fields);
   if (!line.operation.empty()) what += ' ' + line.operation;
   for (const auto& [name, value] : fields.items()) {
-    what += fmt::format(" {}={}", name, value.dump());
+    what += fmt::format(" {}={}", name, written(value));
   }
   what.erase(what.find_last_not_of(' ') + 1);
   if (line.after) {

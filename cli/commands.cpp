@@ -4,17 +4,24 @@
 #include <array>
 #include <charconv>
 #include <chrono>
+#include <cmath>
 #include <cstdio>
+#include <cwctype>
+#include <limits>
+#include <set>
 #include <stdexcept>
 #include <string_view>
 #include <thread>
 #include <utility>
 
 #include "cli/Command.h"
+#include "cli/DescriptorFields.h"
 #include "cli/Output.h"
 #include "cli/Replay.h"
 #include "cli/Trace.h"
+#include "cli/Words.h"
 #include "client/Fields.h"
+#include "common/Number.h"
 #include "protocol/operations.h"
 
 namespace quillwork::cli {
@@ -25,21 +32,28 @@ namespace {
 using std::chrono::milliseconds;
 using Kind = Argument::Kind;
 
+/// `nothing`: what an empty list is for people; to programs it is an answer like another.
 template <class Element>
-void show(const Session& session, const std::vector<Element>& elements) {
+void show(const Session& session, const std::vector<Element>& elements,
+          const std::string& nothing) {
   if (!session.settings().json) {
+    if (elements.empty()) throw NothingFound(nothing);
     printTable(elements);
     return;
   }
   Json list = Json::array();
   for (const Element& element : elements) list.push_back(toJson(element));
-  fmt::print("{}\n", list.dump(2));
+  fmt::print("{}\n", written(list, 2));
 }
 
+/// `isThere`: a record that says that there is none is an answer for programs only.
 template <class Record>
-void showRecord(const Session& session, const Record& record) {
+void showRecord(const Session& session, const Record& record, bool isThere,
+                const std::string& nothing) {
   if (session.settings().json) {
-    fmt::print("{}\n", toJson(record).dump(2));
+    fmt::print("{}\n", written(toJson(record), 2));
+  } else if (!isThere) {
+    throw NothingFound(nothing);
   } else {
     printRecord(record);
   }
@@ -47,34 +61,30 @@ void showRecord(const Session& session, const Record& record) {
 
 /// A value that is neither a record nor a list.
 void showValue(const Session& session, std::string_view key, const Json& value) {
-  const auto text = [](const Json& json) {
-    return json.dump(-1, ' ', false, Json::error_handler_t::replace);
-  };
   if (session.settings().json) {
-    fmt::print("{}\n", text(Json{{key, value}}));
+    fmt::print("{}\n", written(Json{{key, value}}));
   } else {
-    fmt::print("{}\n", value.is_string() ? value.get<std::string>() : text(value));
+    fmt::print("{}\n", value.is_string() ? printable(value.get<std::string>()) : written(value));
   }
 }
 
-void showIdentifiers(const Session& session, const std::vector<std::int32_t>& identifiers,
-                     bool hexadecimal) {
-  if (session.settings().json) {
-    fmt::print("{}\n", Json(identifiers).dump());
-    return;
+/// The same, where -1 or an empty text means that there is none.
+void showFound(const Session& session, std::string_view key, const Json& value,
+               const std::string& nothing) {
+  if (!session.settings().json && (value == Json(-1) || value == Json(""))) {
+    throw NothingFound(nothing);
   }
-  for (const std::int32_t identifier : identifiers) {
-    fmt::print("{}\n",
-               hexadecimal ? fmt::format("{:#06x}", identifier) : fmt::to_string(identifier));
-  }
+  showValue(session, key, value);
 }
 
-void showTexts(const Session& session, const std::vector<std::string>& texts) {
+void showTexts(const Session& session, const std::vector<std::string>& texts,
+               const std::string& nothing) {
   if (session.settings().json) {
-    fmt::print("{}\n", Json(texts).dump(-1, ' ', false, Json::error_handler_t::replace));
+    fmt::print("{}\n", written(Json(texts)));
     return;
   }
-  for (const std::string& text : texts) fmt::print("{}\n", text);
+  if (texts.empty()) throw NothingFound(nothing);
+  for (const std::string& text : texts) fmt::print("{}\n", printable(text));
 }
 
 void showRectangle(const Session& session, const Rectangle& rectangle) {
@@ -104,8 +114,10 @@ constexpr Argument flag(std::string_view name, std::string_view description) {
   return {name, Kind::flag, description, "off"};
 }
 
+constexpr double anyReal = std::numeric_limits<double>::max();
 constexpr Argument level = {
-    "LEVEL", Kind::real, "for the reference receiver: sound 0 to 1, others -1 to 1", {}, -1e9, 1e9};
+    "LEVEL", Kind::real, "for the reference receiver: sound 0 to 1, others -1 to 1",
+    {},      -anyReal,   anyReal};
 constexpr Argument onOff = {"ON", Kind::onOff, "on or off", {}};
 constexpr Argument player = integer("PLAYER", "what 'media open' gave");
 
@@ -114,39 +126,9 @@ constexpr Argument upperEdge = integer("Y", "upper edge");
 constexpr Argument width = integer("WIDTH", "width");
 constexpr Argument height = integer("HEIGHT", "height");
 
-/// The types of all rows of an operation, in words: "9 to 16" or "3 or 5".
-class TypesInWords {
- public:
-  constexpr explicit TypesInWords(std::string_view operation) {
-    for (const operations::Request& row : operations::requests) {
-      if (row.name != operation) continue;
-      if (size_ > 0) add(" or ");
-      add(row.types.first);
-      if (row.types.last == row.types.first) continue;
-      add(" to ");
-      add(row.types.last);
-    }
-  }
-  [[nodiscard]] constexpr std::string_view text() const { return {text_.data(), size_}; }
-
- private:
-  constexpr void add(std::string_view text) {
-    for (const char character : text) text_[size_++] = character;
-  }
-  constexpr void add(std::int32_t number) {
-    if (number >= 10) add(number / 10);
-    text_[size_++] = static_cast<char>('0' + number % 10);
-  }
-
-  std::array<char, 32> text_{};
-  std::size_t size_ = 0;
-};
-template <operations::Name operation>
-constexpr TypesInWords typesInWords{operation};
-
 /// An argument that says which of the operation's types is meant.
 template <operations::Name operation>
-constexpr Argument oneOfTypes(std::string_view name) {
+constexpr Argument oneOfTypes(std::string_view name, std::string_view description) {
   double least = INT32_MAX;
   double most = INT32_MIN;
   for (const operations::Request& row : operations::requests) {
@@ -154,7 +136,7 @@ constexpr Argument oneOfTypes(std::string_view name) {
     least = std::min<double>(least, row.types.first);
     most = std::max<double>(most, row.types.last);
   }
-  return integer(name, typesInWords<operation>.text(), {}, least, most);
+  return integer(name, description, {}, least, most);
 }
 
 Rectangle rectangle(const Values& values) {
@@ -190,11 +172,11 @@ struct Filter {
   Filter(const std::string& option, const std::string& written) {
     std::string rest = written;
     if (const std::size_t colon = rest.find(':'); colon != std::string::npos) {
-      const char* const end = rest.data() + colon;
-      const auto [last, error] = std::from_chars(rest.data(), end, offset);
-      if (error != std::errc() || last != end || offset < 0) {
+      const auto number = parseInteger(rest.substr(0, colon));
+      if (!number || *number < 0 || *number > INT32_MAX) {
         throw std::invalid_argument(option + ": '" + rest.substr(0, colon) + "' is no offset");
       }
+      offset = static_cast<int>(*number);
       rest.erase(0, colon + 1);
     }
     for (auto& vector : vectors) {
@@ -267,7 +249,7 @@ void readSections(Session& session, const Values& values) {
   for (int left = values.integer("--count"); left > 0; --left) {
     const std::vector<std::uint8_t> bytes = channel.read_section(milliseconds(timeOut));
     if (bytes.empty()) {
-      throw Refusal(fmt::format("no section on PID {} within {} ms", pid, timeOut));
+      throw NothingFound(fmt::format("no section on PID {} within {} ms", pid, timeOut));
     }
     showSection(session, bytes);
   }
@@ -323,7 +305,7 @@ void mountAndWait(Session& session, const Values& values) {
   int left = values.integer("--wait");
   if (left > 0) channel.addCarouselListener();
   const std::string path = channel.mountCarousel(locator);
-  if (path.empty()) throw Refusal("'" + locator + "' cannot be mounted");
+  if (path.empty()) throw NothingFound("'" + locator + "' cannot be mounted");
   showValue(session, "path", path);
   std::fflush(stdout);
   while (left > 0) {
@@ -348,26 +330,300 @@ void changeProperty(Session& session, const Values& values) {
   if (name.empty() && (isSet || values.isOn("--remove"))) {
     throw std::invalid_argument("NAME is required");
   }
-  if (values.isOn("--remove")) {
-    channel.removeSystemProperty(name);
-  } else if (isSet) {
+  if (isSet) {
     channel.setSystemProperty(name, values.text("--set"));
-  } else if (name.empty()) {
-    show(session, channel.getSystemProperties());
-  } else {
-    showValue(session, "value", channel.getSystemProperty(name));
+    return;
   }
+  if (name.empty()) {
+    show(session, channel.getSystemProperties(), "no properties");
+    return;
+  }
+  const std::string value = channel.getSystemProperty(name);
+  // The empty text is also the value of a property that is not there.
+  const auto isMeant = [&](const SystemProperty& property) { return property.name == name; };
+  const bool isThere =
+      !value.empty() || std::ranges::any_of(channel.getSystemProperties(), isMeant);
+  if (values.isOn("--remove")) channel.removeSystemProperty(name);
+  if (!isThere) throw NothingFound("no property '" + name + "'");
+  if (!values.isOn("--remove")) showValue(session, "value", value);
+}
+
+/// "2026-09-24T20:00", with seconds or without, with a blank for the T, or the date alone; or
+/// seconds since 1970.
+std::optional<std::int64_t> parseTime(const std::string& option, const std::string& written) {
+  if (written.empty()) return std::nullopt;
+  if (const auto seconds = parseInteger(written)) return seconds;
+  constexpr std::string_view form = "dddd-dd-ddTdd:dd:dd";
+  std::array<int, 6> parts{};
+  std::size_t part = 0;
+  bool isTime = written.size() == 10 || written.size() == 16 || written.size() == form.size();
+  for (std::size_t index = 0; isTime && index < written.size(); ++index) {
+    const char character = written[index];
+    if (form[index] == 'd') {
+      isTime = character >= '0' && character <= '9';
+      parts[part] = parts[part] * 10 + (character - '0');
+    } else {
+      isTime = character == form[index] || (form[index] == 'T' && character == ' ');
+      ++part;
+    }
+  }
+  const auto& [year, month, day, hour, minute, second] = parts;
+  const std::chrono::year_month_day date{std::chrono::year(year),
+                                         std::chrono::month(static_cast<unsigned>(month)),
+                                         std::chrono::day(static_cast<unsigned>(day))};
+  if (!isTime || !date.ok() || hour > 23 || minute > 59 || second > 59) {
+    throw std::invalid_argument(
+        fmt::format("{}: '{}' is no time such as 2026-09-24T20:00", option, written));
+  }
+  return std::chrono::sys_days(date).time_since_epoch() / std::chrono::seconds(1) + hour * 3600 +
+         minute * 60 + second;
+}
+
+/// In small letters, as far as the locale has them.
+std::wstring folded(const std::string& text) {
+  std::wstring wide(text.size() + 1, L'\0');
+  std::mbstate_t state{};
+  std::size_t size = 0;
+  for (std::size_t index = 0; index < text.size();) {
+    const std::size_t length =
+        std::mbrtowc(&wide[size], text.data() + index, text.size() - index, &state);
+    const bool isCharacter = length > 0 && length <= text.size() - index;
+    if (!isCharacter) {
+      wide[size] = static_cast<unsigned char>(text[index]);
+      state = {};
+    }
+    index += isCharacter ? length : 1;
+    wide[size] = static_cast<wchar_t>(std::towlower(static_cast<std::wint_t>(wide[size])));
+    ++size;
+  }
+  wide.resize(size);
+  return wide;
+}
+
+/// What an event must have to be listed.
+class EventFilter {
+ public:
+  explicit EventFilter(const Values& values)
+      : service_(values.integer("--service")),
+        isPresentFollowing_(values.isOn("--present-following")),
+        from_(parseTime("--from", values.text("--from"))),
+        to_(parseTime("--to", values.text("--to"))),
+        text_(folded(values.text("--text"))) {
+    const std::string& table = values.text("--table");
+    if (table.empty()) return;
+    const std::pair<std::string_view, std::pair<int, int>> names[] = {
+        {"p/f", {0x4e, 0x4e}},
+        {"p/f-other", {0x4f, 0x4f}},
+        {"schedule", {0x50, 0x5f}},
+        {"schedule-other", {0x60, 0x6f}},
+    };
+    const auto* const named =
+        std::ranges::find(names, table, [](const auto& n) { return n.first; });
+    const auto number = parseInteger(table);
+    if (named != std::end(names)) {
+      tables_ = named->second;
+    } else if (number && *number >= 0 && *number <= 0xff) {
+      tables_ = {static_cast<int>(*number), static_cast<int>(*number)};
+    } else {
+      throw std::invalid_argument(fmt::format(
+          "--table: '{}' is not p/f, p/f-other, schedule, schedule-other or a table id", table));
+    }
+  }
+
+  [[nodiscard]] bool passes(const ProgramEvent& event) const {
+    const int table = event.values[4];
+    if (service_ != -1 && event.values[0] != service_) return false;
+    if (isPresentFollowing_ && table != 0x4e && table != 0x4f) return false;
+    if (table < tables_.first || table > tables_.second) return false;
+    return isInTime(event) && hasText(event);
+  }
+
+ private:
+  /// Whether some of it lies between the two times.
+  [[nodiscard]] bool isInTime(const ProgramEvent& event) const {
+    if (!from_ && !to_) return true;
+    if (event.values[2] == -1) return false;
+    const std::int64_t start = static_cast<std::uint32_t>(event.values[2]);
+    const std::int64_t end = start + std::max(event.values[3], 0);
+    return (!from_ || end > *from_ || start == *from_) && (!to_ || start < *to_);
+  }
+
+  [[nodiscard]] bool hasText(const ProgramEvent& event) const {
+    if (text_.empty()) return true;
+    const auto has = [&](const std::string& text) {
+      return folded(text).find(text_) != std::wstring::npos;
+    };
+    return std::ranges::any_of(event.texts, has) ||
+           std::ranges::any_of(event.textLists,
+                               [&](const auto& list) { return std::ranges::any_of(list, has); });
+  }
+
+  int service_;
+  bool isPresentFollowing_;
+  std::pair<int, int> tables_{INT32_MIN, INT32_MAX};
+  std::optional<std::int64_t> from_;
+  std::optional<std::int64_t> to_;
+  std::wstring text_;
+};
+
+bool isServiceKnown(Session& session, int service) {
+  return std::ranges::any_of(session.control().getServices(),
+                             [&](const Service& known) { return known.values[0] == service; });
 }
 
 void listEvents(Session& session, const Values& values) {
+  const EventFilter filter(values);
   std::vector<ProgramEvent> all = session.control().getProgramEvents();
-  const int wanted = values.integer("--service");
-  std::erase_if(all, [&](const ProgramEvent& event) {
-    const bool isPresentFollowing = event.values[4] == 0x4e || event.values[4] == 0x4f;
-    return (wanted != -1 && event.values[0] != wanted) ||
-           (values.isOn("--present-following") && !isPresentFollowing);
-  });
-  show(session, all);
+  std::erase_if(all, [&](const ProgramEvent& event) { return !filter.passes(event); });
+  const int service = values.integer("--service");
+  if (all.empty() && service != -1 && !isServiceKnown(session, service)) {
+    throw NothingFound(fmt::format("no service {}", service));
+  }
+  show(session, all, "no such events");
+}
+
+void showEvent(Session& session, const Values&) {
+  const ProgramEvent event = session.control().getProgramEvent();
+  showRecord(session, event, event.values[1] != -1, "no present event");
+}
+
+void listServices(Session& session, const Values&) {
+  show(session, session.control().getServices(), "no services");
+}
+
+/// Selects nothing: no request does. What it says is how the service can be selected.
+void selectService(Session& session, const Values& values) {
+  const int wanted = values.integer("SERVICE");
+  const int current = session.control().getCurrentService();
+  if (wanted != current) {
+    if (!isServiceKnown(session, wanted)) throw NothingFound(fmt::format("no service {}", wanted));
+    throw Refusal(
+        fmt::format("service {0} is not selected, {1} is: no request selects a service; "
+                    "type 'service {0}' into the receiver's standard input",
+                    wanted, current));
+  }
+  showValue(session, "service", current);
+}
+
+std::vector<int> programs(Session& session) {
+  std::vector<int> list;
+  for (const ProgramMap& map : session.control().getPMTs(-1)) list.push_back(map.values[0]);
+  return list;
+}
+
+void listComponents(Session& session, const Values& values) {
+  const int service = values.integer("SERVICE");
+  const auto components = session.control().getServiceComponents(service);
+  if (components.empty() && service != -1 && std::ranges::count(programs(session), service) == 0) {
+    throw NothingFound(fmt::format("no program map of service {}", service));
+  }
+  show(session, components, "no components");
+}
+
+void listMaps(Session& session, const Values& values) {
+  const int program = values.integer("PROGRAM");
+  const std::vector<ProgramMap> maps = session.control().getPMTs(program);
+  if (maps.empty() && program != -1) throw NothingFound(fmt::format("no program {}", program));
+  std::vector<NamedMap> named;
+  const std::vector<Service> services =
+      maps.empty() ? std::vector<Service>() : session.control().getServices();
+  for (const ProgramMap& map : maps) {
+    // Those of the received stream come first.
+    const auto service = std::ranges::find_if(
+        services, [&](const Service& candidate) { return candidate.values[0] == map.values[0]; });
+    named.push_back({map, service == services.end() ? "" : service->name});
+  }
+  show(session, named, "no program maps");
+}
+
+void showNetwork(Session& session, const Values&) {
+  const Network network = session.control().getNetwork();
+  showRecord(session, network, network.value != -1, "no network");
+}
+
+void showStream(Session& session, const Values&) {
+  const TransportStream stream = session.control().getTransportStream();
+  showRecord(session, stream, stream.values[0] != -1, "no transport stream");
+}
+
+/// The character table of texts that do not name their own, found out as the reference receiver
+/// does: by the delivery and the number of the network.
+std::string characterTable(Session& session) {
+  constexpr int isdbTerrestrialDelivery = 0xfa;
+  constexpr int firstOfJapan = 0x7800;
+  const auto loop = session.control().getTransportStreamDescriptors(-1);
+  if (std::ranges::none_of(loop, [](const Descriptor& descriptor) {
+        return static_cast<std::uint8_t>(descriptor.tag) == isdbTerrestrialDelivery;
+      })) {
+    return "ISO6937";
+  }
+  const int network = session.control().getTransportStream().values[1];
+  return network >= firstOfJapan ? "ARIB" : "ISO-8859-15";
+}
+
+/// A loop without descriptors is an answer, too.
+void showDescriptors(Session& session, const std::vector<Descriptor>& loop) {
+  if (loop.empty() && !session.settings().json) {
+    fmt::print("no descriptors\n");
+    return;
+  }
+  const std::string table = loop.empty() ? std::string() : characterTable(session);
+  show(session, describe(loop, table), "");
+}
+
+void listEventDescriptors(Session& session, const Values& values) {
+  ControlChannel& channel = session.control();
+  const int service = values.integer("SERVICE");
+  const int event = values.integer("EVENT");
+  const auto loop = channel.getProgramEventDescriptors(service, event);
+  if (loop.empty()) {
+    const int wanted = service == -1 ? channel.getCurrentService() : service;
+    const bool isThere =
+        std::ranges::any_of(channel.getProgramEvents(), [&](const ProgramEvent& candidate) {
+          return candidate.values[0] == wanted && candidate.values[1] == event;
+        });
+    if (!isThere) throw NothingFound(fmt::format("no event {} of service {}", event, wanted));
+  }
+  showDescriptors(session, loop);
+}
+
+void listComponentDescriptors(Session& session, const Values& values) {
+  const int pid = values.integer("COMPONENT");
+  const auto loop = session.control().getServiceComponentDescriptors(pid);
+  const auto isThere = [&](int program) {
+    return std::ranges::any_of(
+        session.control().getServiceComponents(program),
+        [&](const ServiceComponent& component) { return component.values[0] == pid; });
+  };
+  if (loop.empty() && std::ranges::none_of(programs(session), isThere)) {
+    throw NothingFound(fmt::format("no component {0:#06x} ({0})", pid));
+  }
+  showDescriptors(session, loop);
+}
+
+NothingFound unknownStream(int stream) {
+  return NothingFound(fmt::format("no transport stream {0} ({0:#06x})", stream));
+}
+
+void listStreamDescriptors(Session& session, const Values& values) {
+  constexpr int allStreams = 2;
+  const int stream = values.integer("STREAM");
+  const auto loop = session.control().getTransportStreamDescriptors(stream);
+  if (loop.empty() && stream != -1) {
+    const auto known = session.control().getAllIDs(allStreams, 0);
+    if (std::ranges::find(known, stream) == known.end()) {
+      throw unknownStream(stream);
+    }
+  }
+  showDescriptors(session, loop);
+}
+
+void listNetworkDescriptors(Session& session, const Values&) {
+  const auto loop = session.control().getNetworkDescriptors();
+  if (loop.empty() && !session.settings().json && session.control().getNetwork().value == -1) {
+    throw NothingFound("no network");
+  }
+  showDescriptors(session, loop);
 }
 
 void trace(Session& session, const Values& values) {
@@ -415,26 +671,52 @@ void showAnswer(Session& session, const Values& values) {
   showValue(session, key, call<operation, arguments...>(session, values));
 }
 
-template <auto operation>
-void showRecordOf(Session& session, const Values& values) {
-  showRecord(session, call<operation>(session, values));
-}
-
-template <auto operation, operations::Name... arguments>
-void showList(Session& session, const Values& values) {
-  show(session, call<operation, arguments...>(session, values));
+/// `nothing`: what -1 or an empty text means.
+template <operations::Name key, auto operation, operations::Name nothing,
+          operations::Name... arguments>
+void showIfFound(Session& session, const Values& values) {
+  showFound(session, key, call<operation, arguments...>(session, values),
+            std::string(std::string_view(nothing)));
 }
 
 void listCASystems(Session& session, const Values&) {
-  showIdentifiers(session, session.control().getCASystemIds(), true);
+  const auto systems = session.control().getCASystemIds();
+  if (session.settings().json) {
+    fmt::print("{}\n", written(Json(systems)));
+    return;
+  }
+  if (systems.empty()) throw NothingFound("no conditional-access systems");
+  for (const std::int32_t system : systems) {
+    const std::string name = words::caSystem(system);
+    fmt::print("{:#06x}{}{}\n", system, name.empty() ? "" : " ", name);
+  }
 }
 
 void listIdentifiers(Session& session, const Values& values) {
-  showIdentifiers(session, call<&ControlChannel::getAllIDs, "KIND", "KEY">(session, values), false);
+  enum Identifiers { ofStream = 1, streams = 2, ofNetwork = 3, ofBouquet = 4 };
+  const auto identifiers = call<&ControlChannel::getAllIDs, "KIND", "KEY">(session, values);
+  const int kind = values.integer("KIND");
+  const int key = values.integer("KEY");
+  if (identifiers.empty() && kind == ofStream) {
+    const auto known = session.control().getAllIDs(streams, 0);
+    if (std::ranges::find(known, key) == known.end()) throw unknownStream(key);
+  }
+  if (session.settings().json) {
+    fmt::print("{}\n", written(Json(identifiers)));
+    return;
+  }
+  if (identifiers.empty()) {
+    // Whether a network or a bouquet is known without any streams, no request tells.
+    throw NothingFound(kind == ofStream    ? fmt::format("no services of transport stream {}", key)
+                       : kind == ofNetwork ? fmt::format("no network {}", key)
+                       : kind == ofBouquet ? fmt::format("no bouquet {}", key)
+                                           : "no transport streams");
+  }
+  for (const std::int32_t identifier : identifiers) fmt::print("{}\n", identifier);
 }
 
 void listVideoLanguages(Session& session, const Values&) {
-  showTexts(session, session.control().getVideoLanguages());
+  showTexts(session, session.control().getVideoLanguages(), "no languages");
 }
 
 template <auto operation>
@@ -471,58 +753,72 @@ void openMedia(Session& session, const Values& values) {
 
 /// In the order of the help.
 constexpr Command all[] = {
-    {"", "services", "list the services", {}, showList<&ControlChannel::getServices>},
+    {"", "services", "list the services", {}, listServices},
+    {"", "service", "tell whether a service is the current one, or how to select it",
+     {integer("SERVICE", "the service")},
+     selectService},
     {"", "current-service", "show the current service", {},
-     showAnswer<"service", &ControlChannel::getCurrentService>},
+     showIfFound<"service", &ControlChannel::getCurrentService, "no current service">},
     {"", "description", "show the description of the current service", {},
-     showAnswer<"description", &ControlChannel::getServiceDescription>},
+     showIfFound<"description", &ControlChannel::getServiceDescription, "no description">},
     {"", "protected", "tell whether the current service is protected", {},
      showAnswer<"protected", &ControlChannel::isProtectedService>},
     {"", "events", "list the events",
      {integer("--service", "only the events of this service", "-1"),
-      flag("--present-following", "only the present and following ones")},
+      flag("--present-following", "only the present and following ones"),
+      text("--from", "only what goes on after this time: 2026-09-24T20:00, or seconds since 1970", ""),
+      text("--to", "only what begins before this time", ""),
+      text("--table", "only of this table: p/f, p/f-other, schedule, schedule-other, or its id", ""),
+      text("--text", "only with this in a name or text, in small letters or capitals", "")},
      listEvents},
     {"", "event", "show the present event of the current service", {},
-     showRecordOf<&ControlChannel::getProgramEvent>},
+     showEvent},
     {"", "components", "list the components of a service",
      {integer("SERVICE", "the service; the current one without it", "-1")},
-     showList<&ControlChannel::getServiceComponents, "SERVICE">},
+     listComponents},
     {"", "pmts", "list the program maps",
      {integer("PROGRAM", "only the map of this program", "-1")},
-     showList<&ControlChannel::getPMTs, "PROGRAM">},
-    {"", "network", "show the network", {}, showRecordOf<&ControlChannel::getNetwork>},
+     listMaps},
+    {"", "network", "show the network", {}, showNetwork},
     {"", "transport-stream", "show the transport stream", {},
-     showRecordOf<&ControlChannel::getTransportStream>},
+     showStream},
     {"", "ca-systems", "list the conditional-access systems", {}, listCASystems},
     {"", "coding-format", "show the coding of the texts", {},
      showAnswer<"coding_format", &ControlChannel::getSICodingFormat>},
     {"descriptors", "event", "list the descriptors of an event",
      {integer("SERVICE", "the event's service"), integer("EVENT", "the event's identifier")},
-     showList<&ControlChannel::getProgramEventDescriptors, "SERVICE", "EVENT">},
+     listEventDescriptors},
     {"descriptors", "component", "list the descriptors of a component",
      {integer("COMPONENT", "the component, for the reference receiver its PID")},
-     showList<&ControlChannel::getServiceComponentDescriptors, "COMPONENT">},
+     listComponentDescriptors},
     {"descriptors", "transport-stream", "list the descriptors of a transport stream",
      {integer("STREAM", "its identifier; the current one without it", "-1")},
-     showList<&ControlChannel::getTransportStreamDescriptors, "STREAM">},
+     listStreamDescriptors},
     {"descriptors", "network", "list the descriptors of the network", {},
-     showList<&ControlChannel::getNetworkDescriptors>},
+     listNetworkDescriptors},
 
     {"", "tuned", "show the transport stream that is tuned to", {},
-     showAnswer<"transport_stream", &ControlChannel::getCurrentTransportStreamID>},
+     showIfFound<"transport_stream", &ControlChannel::getCurrentTransportStreamID,
+                 "no transport stream">},
     {"", "ids", "list identifiers of the tuner",
-     {integer("KIND", "which identifiers: 1, 2, 3 or 4", {}, 1, 4),
+     {integer("KIND",
+              "1: services of the transport stream KEY; 2: all transport streams; "
+              "3: transport streams of the network KEY; 4: of the bouquet KEY",
+              {}, 1, 4),
       integer("KEY", "the key that the kinds 1, 3 and 4 need", "0")},
      listIdentifiers},
     {"", "property", "list, show or change properties",
      {text("NAME", "the property; all of them without it", ""),
       text("--set", "give it this value, also an empty one", ""), flag("--remove", "remove it")},
      changeProperty},
-    {"", "version", "tell whether a version flag is set", {integer("FLAG", "the flag")},
+    {"", "version", "tell whether a version flag is set",
+     {integer("FLAG",
+              "for the reference receiver: 0 reference receiver; 1 service information; "
+              "2 section filter; 3 ARIB texts; 4 carousels; 5 stream events; 6 properties; 7 video")},
      showAnswer<"set", &ControlChannel::checkVersionFlag, "FLAG">},
     {"", "section", "read sections through the section filter",
-     {integer("--pid", "PID, 0 to 8191", {}, 0, 8191),
-      integer("--table-id", "table id, 0 to 255; any without it", "-1", -1, 255),
+     {integer("--pid", "PID", {}, 0, 8191),
+      integer("--table-id", "table id; any without it", "-1", -1, 255),
       text("--filter", "[OFFSET:]VALUE[/MASK] in hexadecimal: bytes that the section must have",
            ""),
       text("--greater", "the same: the section's bytes must be greater, as a number", ""),
@@ -556,8 +852,8 @@ constexpr Command all[] = {
     {"video", "reset", "do what the receiver does when its client goes away", {},
      tell<&ControlChannel::videoPropertyAction>},
     {"video", "language", "show a language of the main video",
-     {oneOfTypes<"getVideoLanguage">("WHICH")},
-     showAnswer<"language", &ControlChannel::getVideoLanguage, "WHICH">},
+     {oneOfTypes<"getVideoLanguage">("WHICH", "3: the selected one; 5: the first one")},
+     showIfFound<"language", &ControlChannel::getVideoLanguage, "no language", "WHICH">},
     {"video", "languages", "list the languages of the main video", {}, listVideoLanguages},
     {"video", "select-language", "select the language of the main video",
      {text("LANGUAGE", "one of 'video languages'")},
@@ -567,7 +863,10 @@ constexpr Command all[] = {
     {"video", "option", "set the main video's option", {onOff},
      tell<&ControlChannel::setVideoOption, "ON">},
     {"video", "property", "show a property of the main video",
-     {oneOfTypes<"getVideoProperty">("NUMBER")},
+     {oneOfTypes<"getVideoProperty">(
+         "NUMBER",
+         "for the reference receiver: 9, 10 width and height of the plane; 11, 12 PID and stream "
+         "type of the pictures, -1 for none; 13, 14 of the sound; 15 sound off; 16 picture frozen")},
      showAnswer<"value", &ControlChannel::getVideoProperty, "NUMBER">},
     {"video", "region", "set the region of the graphics", {leftEdge, upperEdge, width, height},
      setRectangle<&ControlChannel::updateGraphicsRegion>},
@@ -620,11 +919,40 @@ constexpr Command all[] = {
 
 }  // namespace
 
-std::int32_t Values::integer(std::string_view name) const {
-  return static_cast<std::int32_t>(std::stol(text(name)));
+std::string Argument::complaint(const std::string& text) const {
+  std::optional<double> number;
+  if (kind == Kind::integer) {
+    if (const auto integer = parseInteger(text)) number = static_cast<double>(*integer);
+  } else {
+    number = parseReal(text);
+  }
+  if (!number) return fmt::format("'{}' is no number", text);
+  if (*number >= least && *number <= most) return {};
+  const std::string wanted = range();
+  return wanted.empty() ? text + " is too large" : fmt::format("{} is not {}", text, wanted);
 }
 
-double Values::real(std::string_view name) const { return std::stod(text(name)); }
+std::string Argument::range() const {
+  const bool hasLeast = least > INT32_MIN;
+  const bool hasMost = most < INT32_MAX;
+  // What stands for an option that is not given is not for people.
+  const double lowest = least == -1 && absent == "-1" ? 0 : least;
+  if (hasLeast && hasMost) return fmt::format("{:.0f} to {:.0f}", lowest, most);
+  return hasLeast ? fmt::format("{:.0f} or more", lowest) : std::string();
+}
+
+std::int32_t Values::integer(std::string_view name) const {
+  return static_cast<std::int32_t>(parseInteger(text(name)).value());
+}
+
+double Values::real(std::string_view name) const { return parseReal(text(name)).value(); }
+
+std::string_view descriptionOf(std::string_view group) {
+  if (group == "descriptors") return "what a descriptor loop of the tables says";
+  if (group == "video") return "the main video: bounds, language, sound, properties";
+  if (group == "media") return "media players: open, play, seek, bounds, sound";
+  return {};
+}
 
 std::span<const Command> commands() { return all; }
 

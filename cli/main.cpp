@@ -5,7 +5,6 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <clocale>
-#include <cstdlib>
 #include <exception>
 #include <memory>
 #include <optional>
@@ -13,12 +12,17 @@
 #include <vector>
 
 #include "cli/Command.h"
+#include "cli/Output.h"
 #include "cli/Session.h"
 #include "cli/Shell.h"
+#include "common/Number.h"
 
 namespace {
 
 using namespace quillwork::cli;
+using quillwork::parseInteger;
+
+constexpr Argument timeLimit{"--time-limit", Argument::Kind::integer, {}, {}, 1};
 
 /// The command line of one call, or of one line in the shell.
 class CommandLine {
@@ -61,9 +65,13 @@ CommandLine::CommandLine(Session::Settings& settings, bool isInShell) {
   application_.require_subcommand(1);
   application_.add_flag("--json", settings.json, "print JSON with the protocol's field names");
   if (!isInShell) {
-    application_
-        .add_option("--time-limit", settings.timeLimit, "milliseconds to wait for an answer")
-        ->check(CLI::PositiveNumber);
+    application_.set_version_flag("--version", "quillwork-client " QUILLWORK_VERSION);
+    const auto setLimit = [&settings](const std::string& text) {
+      settings.timeLimit = static_cast<int>(parseInteger(text).value());
+    };
+    CLI::Option* const limit = application_.add_option_function<std::string>(
+        "--time-limit", setLimit, "milliseconds to wait for an answer");
+    check(timeLimit, *limit);
     application_
         .add_subcommand("shell",
                         "read commands from the standard input, a line each, and run them on one "
@@ -80,8 +88,8 @@ CLI::App& CommandLine::parentOf(const Command& command) {
   const auto known = application_.get_subcommands(
       [&](const CLI::App* candidate) { return candidate->get_name() == command.group; });
   if (!known.empty()) return *known.front();
-  CLI::App* const parent =
-      application_.add_subcommand(std::string(command.group), "commands of this kind");
+  CLI::App* const parent = application_.add_subcommand(std::string(command.group),
+                                                       std::string(descriptionOf(command.group)));
   parent->require_subcommand(1);
   parent->fallthrough();
   return *parent;
@@ -111,13 +119,9 @@ void CommandLine::add(const Command& command) {
 void CommandLine::check(const Argument& argument, CLI::Option& option) {
   switch (argument.kind) {
     case Argument::Kind::integer:
-      // The text that is in its place may be any integer, also where a range is not asked for.
-      option.check(CLI::Range(static_cast<int>(argument.least), static_cast<int>(argument.most)));
-      option.type_name("INT");
-      break;
     case Argument::Kind::real:
-      option.check(CLI::Range(argument.least, argument.most));
-      option.type_name("FLOAT");
+      option.check([&argument](const std::string& text) { return argument.complaint(text); });
+      option.type_name(argument.range().empty() ? "NUMBER" : argument.range());
       break;
     case Argument::Kind::onOff:
       option.check(CLI::IsMember({"on", "off"}));
@@ -157,7 +161,9 @@ std::string CommandLine::describe(const CLI::Error& error) const {
                    : error.what();
 }
 
-void complain(const std::string& error) { fmt::print(stderr, "quillwork-client: {}\n", error); }
+void complain(const std::string& error) {
+  fmt::print(stderr, "quillwork-client: {}\n", printable(error));
+}
 
 /// A line of the shell: what goes wrong with it is said, and the next one is read.
 void runLine(Session& session, std::vector<std::string> words) {
@@ -188,11 +194,14 @@ void runLine(Session& session, std::vector<std::string> words) {
 int runOnce(CommandLine& line, Session& session) {
   try {
     line.run(session);
+  } catch (const NothingFound& error) {
+    complain(error.what());
+    return nothingFound;
   } catch (const std::exception& error) {
     complain(error.what());
-    return EXIT_FAILURE;
+    return failed;
   }
-  return EXIT_SUCCESS;
+  return answered;
 }
 
 }  // namespace
@@ -206,13 +215,13 @@ int main(int argumentCount, char** arguments) {
     line.parse({arguments + 1, arguments + argumentCount});
   } catch (const CLI::Success& success) {
     line.printHelp(success);
-    return EXIT_SUCCESS;
+    return answered;
   } catch (const CLI::Error& error) {
     complain(line.describe(error));
-    return EXIT_FAILURE;
+    return failed;
   }
   Session session(settings);
   if (!line.isShell()) return runOnce(line, session);
   runShell(session, [&](const std::vector<std::string>& words) { runLine(session, words); });
-  return EXIT_SUCCESS;
+  return answered;
 }

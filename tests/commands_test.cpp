@@ -35,8 +35,11 @@ Result client(Words words) {
 
 std::string firstLine(const std::string& text) { return text.substr(0, text.find('\n')); }
 
-void expectError(const Result& result, const std::string& message) {
-  EXPECT_NE(result.status, 0);
+constexpr int failed = 1;
+constexpr int nothingFound = 2;
+
+void expectError(const Result& result, const std::string& message, int status = failed) {
+  EXPECT_EQ(result.status, status);
   EXPECT_EQ(result.output, "");
   EXPECT_EQ(result.errors, message + "\n");
 }
@@ -76,12 +79,14 @@ TEST_F(OnTheSample, Services) {
   EXPECT_EQ(services[0]["name"], "Quill One");
   const Result table = client({"services"});
   EXPECT_EQ(firstLine(table.output),
-            "service  stream  network  type  running  flags                       name");
-  EXPECT_NE(
-      table.output.find("   1001    8193    65312    25        4  actual pat schedule p/f     "
-                        "Quill One\n"),
-      std::string::npos)
+            "service  stream  network  running  flags                       name            type");
+  EXPECT_NE(table.output.find("   1001    8193    65312  running  actual pat schedule p/f     "
+                              "Quill One       25 H.264/AVC HD digital television\n"),
+            std::string::npos)
       << table.output;
+  EXPECT_EQ(services[0]["service_type"], "H.264/AVC HD digital television");
+  EXPECT_EQ(services[0]["running_status"], "running");
+  EXPECT_EQ(services[0]["flags"], (Json{"actual", "pat", "schedule", "p/f"}));
 }
 
 TEST_F(OnTheSample, TextsOfEveryKind) {
@@ -125,6 +130,9 @@ TEST_F(OnTheSample, MapsComponentsAndDescriptors) {
   const Json maps = json({"pmts"});
   ASSERT_EQ(maps.size(), 4U);
   EXPECT_EQ(maps[1]["value_2"], 0x110);
+  EXPECT_EQ(maps[0]["name"], "Quill One");
+  EXPECT_EQ(firstLine(client({"pmts"}).output), "program  PMT PID  PCR PID  version  name");
+  EXPECT_NE(client({"pmts", "1002"}).output.find("   1002  0x0110   "), std::string::npos);
   EXPECT_EQ(json({"pmts", "1002"}).size(), 1U);
   const Json components = json({"components", "1002"});
   ASSERT_EQ(components.size(), 3U);
@@ -148,7 +156,7 @@ TEST_F(OnTheSample, SingleValues) {
   EXPECT_EQ(stream["real_value"], 570.0);
   EXPECT_EQ(stream["mode"], 3);
   EXPECT_EQ(json({"ca-systems"}), Json{0x0b00});
-  EXPECT_EQ(client({"ca-systems"}).output, "0x0b00\n");
+  EXPECT_EQ(client({"ca-systems"}).output, "0x0b00 Conax\n");
   EXPECT_EQ(json({"ids", "1", "8193"}), (Json{1001, 1002, 1003, 1004}));
   EXPECT_EQ(json({"ids", "2"}), (Json{8193, 8194}));
   EXPECT_EQ(json({"ids", "3", "65312"}), (Json{8193, 8194}));
@@ -159,6 +167,7 @@ TEST_F(OnTheSample, SingleValues) {
   EXPECT_EQ(json({"coding-format"})["coding_format"], "UTF-8");
   EXPECT_EQ(json({"version", "1"})["set"], true);
   EXPECT_EQ(json({"version", "77"})["set"], false);
+  EXPECT_EQ(client({"--version"}).output.rfind("quillwork-client ", 0), 0U);
 }
 
 TEST_F(OnTheSample, Sections) {
@@ -173,7 +182,88 @@ TEST_F(OnTheSample, Sections) {
   EXPECT_EQ(firstLine(shown.output), "section of 32 bytes");
   EXPECT_NE(shown.output.find("0000  00 b0 1d 20 01 "), std::string::npos) << shown.output;
   expectError(client({"section", "--pid", "99", "--timeout", "10"}),
-              "quillwork-client: no section on PID 99 within 10 ms");
+              "quillwork-client: no section on PID 99 within 10 ms", nothingFound);
+}
+
+TEST_F(OnTheSample, NumbersMayBeHexadecimal) {
+  const std::string sdt = json({"section", "--pid", "0x11", "--table-id", "0x42"})["section"];
+  EXPECT_EQ(sdt.substr(0, 2), "42");
+  EXPECT_EQ(json({"pmts", "0x3ea"})[0]["value_1"], 1002);
+  EXPECT_EQ(json({"ids", "0x1", "0x2001"}).size(), 4U);
+  const std::string service =
+      json({"section", "--pid", "18", "--filter", "0x3:03ec/ffff"})["section"];
+  EXPECT_EQ(service.substr(6, 4), "03ec");
+}
+
+TEST_F(OnTheSample, WhatIsNotThereIsSaidInOneLineAndHasAStatusOfItsOwn) {
+  const struct {
+    Words words;
+    std::string message;
+  } rows[] = {
+      {{"components", "77"}, "no program map of service 77"},
+      {{"pmts", "77"}, "no program 77"},
+      {{"service", "77"}, "no service 77"},
+      {{"events", "--service", "77"}, "no service 77"},
+      {{"descriptors", "component", "0x1234"}, "no component 0x1234 (4660)"},
+      {{"descriptors", "event", "1001", "9999"}, "no event 9999 of service 1001"},
+      {{"descriptors", "transport-stream", "77"}, "no transport stream 77 (0x004d)"},
+      {{"ids", "1", "77"}, "no transport stream 77 (0x004d)"},
+      {{"property", "no.such"}, "no property 'no.such'"},
+      {{"property", "no.such", "--remove"}, "no property 'no.such'"},
+      {{"mount", "dvb://..77"}, "'dvb://..77' cannot be mounted"},
+  };
+  for (const auto& row : rows) {
+    Words words = row.words;
+    expectError(client(words), "quillwork-client: " + row.message, nothingFound);
+    words.emplace_back("--json");
+    expectError(client(words), "quillwork-client: " + row.message, nothingFound);
+  }
+  expectError(client({"ids", "3", "77"}), "quillwork-client: no network 77", nothingFound);
+  expectError(client({"ids", "4", "77"}), "quillwork-client: no bouquet 77", nothingFound);
+  EXPECT_EQ(json({"ids", "4", "77"}), Json::array());
+  // A list that is empty without anything having been named is an answer to a program.
+  expectError(client({"events", "--text", "nowhere to be found"}),
+              "quillwork-client: no such events", nothingFound);
+  EXPECT_EQ(json({"events", "--text", "nowhere to be found"}), Json::array());
+}
+
+TEST_F(OnTheSample, EventsByTimeTableAndText) {
+  const Json all = json({"events", "--service", "1001"});
+  const auto count = [&](Words words) {
+    words.insert(words.begin(), {"events", "--service", "1001"});
+    return json(words).size();
+  };
+  EXPECT_EQ(count({"--table", "p/f"}), 2U);
+  EXPECT_EQ(count({"--table", "0x4e"}), 2U);
+  EXPECT_EQ(count({"--table", "schedule"}), all.size() - 2);
+  // The present event lasts from 20:00 to 22:00.
+  EXPECT_EQ(count({"--table", "p/f", "--to", "2026-09-24T20:00"}), 0U);
+  EXPECT_EQ(count({"--table", "p/f", "--to", "2026-09-24T20:00:01"}), 1U);
+  EXPECT_EQ(count({"--table", "p/f", "--from", "2026-09-24 21:59:59"}), 2U);
+  EXPECT_EQ(count({"--table", "p/f", "--from", "2026-09-24T22:00"}), 1U);
+  EXPECT_EQ(count({"--from", "1790280000"}), count({"--from", "2026-09-24T20:00:00"}));
+  EXPECT_EQ(count({"--table", "p/f", "--text", "EVENING news"}), 1U);
+  EXPECT_EQ(count({"--table", "p/f", "--text", "SEÑAL, été"}), 1U) << "in the extended text";
+  EXPECT_EQ(count({"--table", "p/f", "--text", "ada quill"}), 1U) << "in an item";
+  expectError(client({"events", "--from", "yesterday"}),
+              "quillwork-client: --from: 'yesterday' is no time such as 2026-09-24T20:00");
+  expectError(client({"events", "--from", "2026-02-30"}),
+              "quillwork-client: --from: '2026-02-30' is no time such as 2026-09-24T20:00");
+  expectError(
+      client({"events", "--table", "0x100"}),
+      "quillwork-client: --table: '0x100' is not p/f, p/f-other, schedule, schedule-other or "
+      "a table id");
+}
+
+TEST_F(OnTheSample, NoRequestSelectsAService) {
+  EXPECT_EQ(client({"service", "1001"}).output, "1001\n");
+  expectError(
+      client({"service", "1002"}),
+      "quillwork-client: service 1002 is not selected, 1001 is: no request selects a service; "
+      "type 'service 1002' into the receiver's standard input");
+  host.say("service 1002");
+  ASSERT_TRUE(host.awaitOutput("service 1002\n"));
+  EXPECT_EQ(client({"service", "1002"}).output, "1002\n");
 }
 
 TEST_F(OnTheSample, WatchingEndsWhenNothingComes) {
@@ -254,7 +344,12 @@ TEST(Commands, WhatIsWrongIsSaidInOneLine) {
   expectError(client({}), "quillwork-client: A subcommand is required");
   expectError(client({"services", "extra"}),
               "quillwork-client: The following argument was not expected: extra");
-  expectError(client({"ids", "9"}), "quillwork-client: KIND: Value 9 not in range 1 to 4");
+  expectError(client({"ids", "9"}), "quillwork-client: KIND: 9 is not 1 to 4");
+  expectError(client({"section", "--pid", "12x"}), "quillwork-client: --pid: '12x' is no number");
+  expectError(client({"section", "--pid", "8192"}),
+              "quillwork-client: --pid: 8192 is not 0 to 8191");
+  expectError(client({"version", "99999999999"}),
+              "quillwork-client: FLAG: 99999999999 is too large");
   expectError(client({"section"}), "quillwork-client: --pid is required");
 }
 

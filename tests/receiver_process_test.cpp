@@ -216,7 +216,11 @@ TEST_F(WholeSample, PropertiesSurviveAKill) {
   start();
   EXPECT_EQ(client({"property", "a"}), "one\n");
   client({"property", "a", "--remove"});
-  EXPECT_EQ(client({"property", "a"}), "\n");
+  constexpr int nothingFound = 2;
+  const Result removed = run({CLIENT, "--time-limit", patiently, "property", "a"});
+  EXPECT_EQ(removed.status, nothingFound);
+  EXPECT_EQ(removed.errors, "quillwork-client: no property 'a'\n");
+  EXPECT_EQ(client({"property", "b"}), "\n");
 }
 
 TEST_F(WholeSample, ACarouselIsMountedChangesAndIsUnmounted) {

@@ -140,7 +140,7 @@ TEST(Words, ArePartedByBlanksQuotedAndEscaped) {
 }
 
 TEST(Completion, KnowsCommandsTheirSecondWordsAndOptions) {
-  EXPECT_EQ(completions("serv"), Words{"services"});
+  EXPECT_EQ(completions("serv"), (Words{"service", "services"}));
   EXPECT_EQ(completions("me"), Words{"media"});
   EXPECT_EQ(completions("media b"), (Words{"balance", "bass", "bounds"}));
   EXPECT_EQ(completions("section --t"), (Words{"--table-id", "--timeout"}));
@@ -152,6 +152,7 @@ TEST(Completion, KnowsCommandsTheirSecondWordsAndOptions) {
 TEST(CommandTable, HasNoNameTwiceAndExplainsEverything) {
   std::set<std::pair<std::string_view, std::string_view>> names;
   for (const Command& command : commands()) {
+    EXPECT_EQ(command.group.empty(), descriptionOf(command.group).empty()) << command.group;
     EXPECT_TRUE(names.insert({command.group, command.name}).second) << command.name;
     EXPECT_FALSE(command.description.empty()) << command.name;
     for (const Argument& argument : command.arguments) {
