@@ -16,6 +16,7 @@
 #include <ctime>
 #include <exception>
 #include <filesystem>
+#include <functional>
 #include <list>
 #include <memory>
 #include <optional>
@@ -24,6 +25,7 @@
 #include <utility>
 
 #include "adapter/MiddlewareIpc.h"
+#include "common/Number.h"
 #include "protocol/ConnectionListener.h"
 #include "protocol/IpcServerManager.h"
 #include "receiver/Console.h"
@@ -81,7 +83,7 @@ class Announcements : public receiver::PacketSink {
         "events, broadcast time {}",
         stream_, counters.packets, counters.errors.damagedPackets, counters.errors.lostPackets,
         counters.sections, counters.errors.badSections, counters.changes,
-        information_.services().size(), information_.events().size(),
+        information_.services().size(), information_.eventCount(),
         receiver::timeText(information_.broadcastTime())));
   }
 
@@ -283,6 +285,25 @@ void serve(const Options& options) {
   while (sigtimedwait(&signals, nullptr, &second) == -1) announcements.showState();
 }
 
+/// An option with a number between the two.
+void addNumber(CLI::App& application, const std::string& name, double least, double most,
+               const std::string& description, const std::function<void(double)>& set) {
+  const std::string range = fmt::format("{:.0f} to {:.0f}", least, most);
+  application
+      .add_option_function<std::string>(
+          name,
+          [=](const std::string& text) {
+            const auto number = quillwork::parseReal(text);
+            if (!number) throw CLI::ValidationError(name, "'" + text + "' is no number");
+            if (*number < least || *number > most) {
+              throw CLI::ValidationError(name, text + " is not " + range);
+            }
+            set(*number);
+          },
+          description)
+      ->type_name(range);
+}
+
 }  // namespace
 
 int main(int argumentCount, char** arguments) {
@@ -299,12 +320,12 @@ int main(int argumentCount, char** arguments) {
   application.add_flag("--fast", options.play.isFast,
                        "play it as fast as it can be read, not paced by its clock");
   application.add_flag("--loop", options.play.isLooped, "begin a file again at its end");
-  application
-      .add_option("--bitrate", options.play.bitRate,
-                  "bits a second of a stream that has no clock of its own")
-      ->check(CLI::Range(1e3, 1e9));
-  application.add_option("--service", options.service,
-                         "the current service; the stream's first one without it");
+  addNumber(application, "--bitrate", 1e3, 1e9,
+            "bits a second of a stream that has no clock of its own",
+            [&](double bits) { options.play.bitRate = bits; });
+  addNumber(application, "--service", -1, 0xffff,
+            "the current service; the stream's first one without it",
+            [&](double service) { options.service = static_cast<int>(service); });
   application.add_option("--charset", options.charset,
                          "character table of texts that do not name their own: an iconv name, or "
                          "ARIB; found out from the stream without it");

@@ -377,7 +377,20 @@ TEST(Commands, TheReceiverRefusesBadStreamsInOneLine) {
   expectError(run({receiverProgram(), TABLES, "--charset", "nope"}),
               "quillwork-receiver: unknown character table 'nope'");
   EXPECT_NE(run({receiverProgram()}).status, 0);
+  for (const char* const number : {"1x", "", "0x", "999", "0x40000000", "nan"}) {
+    EXPECT_NE(run({receiverProgram(), "--bitrate", number, TABLES}).status, 0) << number;
+  }
+  for (const char* const number : {"x", "65536", "0x10000"}) {
+    EXPECT_NE(run({receiverProgram(), "--service", number, TABLES}).status, 0) << number;
+  }
   EXPECT_EQ(run({receiverProgram(), "--help"}).status, 0);
+}
+
+TEST(Commands, TheReceiverReadsHexadecimalNumbers) {
+  Program host(
+      {receiverProgram(), "--fast", "--service", "0x3ea", "--bitrate", "0x100000", TABLES});
+  ASSERT_TRUE(host.awaitOutput("broadcast time")) << host.errors();
+  EXPECT_EQ(client({"current-service"}).output, "1002\n");
 }
 
 TEST(Commands, TheReceiverEndsOnBothSignals) {
