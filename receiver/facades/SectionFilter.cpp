@@ -203,15 +203,15 @@ std::optional<Section> SectionFilter::takeSection() {
 }
 
 void SectionFilter::take(Packet packet) {
-  bool isFull = false;
+  bool mustWait = false;
   {
     const std::lock_guard lock(mutex_);
     const bool isDamaged = packet[0] != syncByte || (packet[1] & 0x80U) != 0;
     if (!isRunning_ || isDamaged || pidOf(packet) != pid_) return;
     assembler_.feed(packet, errors_, [this](const Section& section) { keep(section); });
-    isFull = sections_.size() >= mostSections / 2;
+    mustWait = waitsForReader_ && !hasGivenUp_ && sections_.size() >= mostSections / 2;
   }
-  if (isFull && waitsForReader_ && !hasGivenUp_) waitForReader();
+  if (mustWait) waitForReader();
 }
 
 void SectionFilter::waitForReader() {
