@@ -49,6 +49,14 @@ int Version::checkVersionFlag(int flag) {
   }
 }
 
-void Version::setVersion(std::string version) { libraryRevision_ = std::move(version); }
+void Version::setVersion(std::string version) {
+  const std::lock_guard lock(mutex_);
+  libraryRevision_ = std::move(version);
+}
+
+std::string Version::libraryRevision() const {
+  const std::lock_guard lock(mutex_);
+  return libraryRevision_;
+}
 
 }  // namespace receiver

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <mutex>
 #include <string>
 
 #include "facade/VersionFacade.h"
@@ -12,10 +13,11 @@ class Version : public middlewarefacade::VersionFacade {
   int checkVersionFlag(int flag) override;
   void setVersion(std::string version) override;
 
-  /// Empty until the library has said it.
-  [[nodiscard]] std::string libraryRevision() const { return libraryRevision_; }
+  /// Empty until the library has said it, which it does while a client may already ask.
+  [[nodiscard]] std::string libraryRevision() const;
 
  private:
+  mutable std::mutex mutex_;
   std::string libraryRevision_;
 };
 
