@@ -1,8 +1,11 @@
 #include "receiver/StreamPlayer.h"
 
+#include <fmt/format.h>
 #include <pthread.h>
 
 #include <algorithm>
+#include <cstdio>
+#include <exception>
 #include <utility>
 
 #include "receiver/SectionAssembler.h"
@@ -73,11 +76,31 @@ void StreamPlayer::retune() {
 void StreamPlayer::run() {
   due_ = Clock::now();
   for (;;) {
-    while (!isAsked() && fill()) play(spanOf(nextClock_));
+    while (!isAsked() && playNext()) {
+    }
     const Next next = waitForNext();
     if (next == Next::nothing) return;
     begin(next == Next::another);
   }
+}
+
+/// False at the stream's end.
+bool StreamPlayer::playNext() {
+  try {
+    if (!fill()) return false;
+    play(spanOf(nextClock_));
+  } catch (const std::exception& error) {
+    complain(error);
+  }
+  return true;
+}
+
+/// What goes wrong with a packet, such as memory that has run out, ends neither the stream nor the
+/// process.
+void StreamPlayer::complain(const std::exception& error) {
+  if (complaint_ == error.what()) return;
+  complaint_ = error.what();
+  fmt::print(stderr, "quillwork-receiver: a part of the stream is lost: {}\n", complaint_);
 }
 
 bool StreamPlayer::isAsked() {
@@ -110,7 +133,13 @@ void StreamPlayer::begin(bool isOther) {
 template <class Call>
 void StreamPlayer::forEachSink(Call&& call) {
   const std::lock_guard lock(sinksMutex_);
-  for (PacketSink* const sink : sinks_) call(*sink);
+  for (PacketSink* const sink : sinks_) {
+    try {
+      call(*sink);
+    } catch (const std::exception& error) {
+      complain(error);
+    }
+  }
 }
 
 /// Reads on to the next clock reference; false at the stream's end.

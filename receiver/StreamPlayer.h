@@ -3,9 +3,11 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
+#include <exception>
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -13,7 +15,8 @@
 
 namespace receiver {
 
-/// Who takes the packets of the stream that is played. Called on the stream player's thread.
+/// Who takes the packets of the stream that is played. Called on the stream player's thread, which
+/// says what an exception is about and goes on.
 class PacketSink {
  public:
   PacketSink() = default;
@@ -62,6 +65,8 @@ class StreamPlayer {
   using Clock = std::chrono::steady_clock;
 
   void run();
+  bool playNext();
+  void complain(const std::exception& error);
   bool isAsked();
   bool fill();
   [[nodiscard]] bool keepsPace() const { return settings_.isFast || source_->keepsPace(); }
@@ -93,6 +98,7 @@ class StreamPlayer {
   std::optional<std::uint64_t> nextClock_;
   Clock::duration packetTime_{};
   Clock::time_point due_;
+  std::string complaint_;  ///< the last one, which is not repeated
   std::thread thread_;
 };
 

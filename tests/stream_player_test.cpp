@@ -13,6 +13,7 @@
 #include <chrono>
 #include <fstream>
 #include <future>
+#include <stdexcept>
 #include <thread>
 
 #include "receiver/Worker.h"
@@ -194,6 +195,27 @@ TEST_F(Playing, AStreamThatWaitsForItsTimeEndsAtOnce) {
   player.start();
   const Watchdog watchdog{10s};
   player.stop();
+}
+
+TEST_F(Playing, WhatGoesWrongInASinkIsSaidOnceAndEndsNothing) {
+  struct Failing : PacketSink {
+    void take(Packet) override { throw std::runtime_error("no room"); }
+    void interrupted(bool) override {}
+  } failing;
+  write({plain(1), plain(2), plain(3)});
+  StreamPlayer::Settings settings;
+  settings.isFast = true;
+  testing::internal::CaptureStderr();
+  {
+    StreamPlayer player(std::make_unique<FileSource>(path), settings);
+    player.add(failing);
+    player.add(recorder);
+    player.start();
+    EXPECT_TRUE(recorder.awaitEnd());
+  }
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "quillwork-receiver: a part of the stream is lost: no room\n");
+  EXPECT_EQ(recorder.packets.size(), 3U);
 }
 
 /// Everything that a source has, in the fifth bytes of its packets.
