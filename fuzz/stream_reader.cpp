@@ -166,7 +166,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     fail("cannot write a file");
   }
   try {
-    const StreamFile opened("/proc/self/fd/" + std::to_string(file));
+    StreamFile opened("/proc/self/fd/" + std::to_string(file));
     ServiceInformation information(table);
     DataBroadcast broadcast(information);
     broadcast.onTree([](const CarouselPlace&, const std::shared_ptr<const CarouselTree>&) {});
@@ -175,12 +175,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     StreamPlayer player(nullptr, {});
     SectionFilter filter(player, false);
     setFilter(filter, filters);
-    for (std::size_t index = 0; index < opened.packets(); ++index) {
-      const Packet packet = opened.packet(index);
-      information.take(packet);
-      broadcast.take(packet);
-      filter.take(packet);
-      if (index % 32 == 31) readEverything(information);
+    std::size_t index = 0;
+    while (const auto packet = opened.next()) {
+      information.take(*packet);
+      broadcast.take(*packet);
+      filter.take(*packet);
+      if (++index % 32 == 0) readEverything(information);
     }
     readEverything(information);
     while (!filter.readSection().empty()) {

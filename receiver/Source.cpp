@@ -45,13 +45,8 @@ int openUdp(const std::string& name) {
 
 }  // namespace
 
-std::optional<Packet> FileSource::next() {
-  if (position_ == file_.packets()) return std::nullopt;
-  return file_.packet(position_++);
-}
-
 bool FileSource::rewind() {
-  position_ = 0;
+  file_.rewind();
   return true;
 }
 

@@ -37,15 +37,16 @@ class FileSource : public Source {
   /// Throws StreamError for what is no transport stream.
   explicit FileSource(const std::string& path) : file_(path) {}
 
-  std::optional<Packet> next() override;
+  std::optional<Packet> next() override { return file_.next(); }
   bool isReady() override { return true; }
   bool rewind() override;
   void interrupt() override {}
   [[nodiscard]] bool keepsPace() const override { return false; }
+  /// What is skipped at the file's ends, as one line; empty for nothing.
+  [[nodiscard]] const std::string& notice() const { return file_.notice(); }
 
  private:
   StreamFile file_;
-  std::size_t position_ = 0;
 };
 
 /// Packets of a descriptor: the standard input, or datagrams. What stands between packets is

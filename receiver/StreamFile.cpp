@@ -1,64 +1,94 @@
 #include "receiver/StreamFile.h"
 
 #include <fcntl.h>
-#include <sys/mman.h>
+#include <fmt/format.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
+#include <array>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
+
+#include "receiver/PacketFramer.h"
 
 namespace receiver {
 namespace {
 
-/// A descriptor that is closed at the end of the scope.
-class File {
- public:
-  explicit File(const std::string& path) : number_(open(path.c_str(), O_RDONLY | O_CLOEXEC)) {}
-  ~File() {
-    if (number_ != -1) close(number_);
-  }
-  File(const File&) = delete;
-  File& operator=(const File&) = delete;
-  [[nodiscard]] int number() const { return number_; }
-
- private:
-  int number_;
-};
+constexpr std::size_t portion = std::size_t{256} << 10U;
 
 }  // namespace
 
-StreamFile::StreamFile(const std::string& path) {
-  const File file(path);
-  struct stat status {};
-  if (file.number() == -1 || fstat(file.number(), &status) != 0) {
-    throw StreamError(path + ": " + std::strerror(errno));
+StreamFile::StreamFile(const std::string& path)
+    : path_(path),
+      file_(open(path.c_str(), O_RDONLY | O_CLOEXEC)),
+      framer_(std::make_unique<PacketFramer>()) {
+  if (file_ == -1) throw StreamError(path + ": " + std::strerror(errno));
+  try {
+    struct stat status {};
+    if (fstat(file_, &status) != 0) throw StreamError(path + ": " + std::strerror(errno));
+    if (!S_ISREG(status.st_mode)) throw StreamError(path + ": is not a regular file");
+    if (status.st_size == 0) throw StreamError(path + ": is empty");
+    findPackets(static_cast<std::uint64_t>(status.st_size));
+  } catch (const StreamError&) {
+    close(file_);
+    throw;
   }
-  if (!S_ISREG(status.st_mode)) throw StreamError(path + ": is not a regular file");
-  if (status.st_size == 0) throw StreamError(path + ": is empty");
-  size_ = static_cast<std::size_t>(status.st_size);
-  void* const mapped = mmap(nullptr, size_, PROT_READ, MAP_PRIVATE, file.number(), 0);
-  if (mapped == MAP_FAILED) throw StreamError(path + ": " + std::strerror(errno));
-  data_ = static_cast<const std::uint8_t*>(mapped);
-  // One damaged packet may come first; a stream of which most packets lack the sync byte is none.
-  const std::size_t looked = std::min<std::size_t>(packets(), 100);
-  std::size_t synchronised = 0;
-  for (std::size_t index = 0; index < looked; ++index) {
-    synchronised += packet(index)[0] == syncByte ? 1U : 0U;
-  }
-  std::string error;
-  if (synchronised * 2 <= looked) {
-    error = path + ": is no MPEG transport stream of 188-byte packets";
-  } else if (size_ % packetSize != 0) {
-    error = path + ": is cut inside a packet, " + std::to_string(size_ % packetSize) +
-            " bytes after its " + std::to_string(packets()) + " whole packets";
-  }
-  if (error.empty()) return;
-  munmap(mapped, size_);
-  throw StreamError(error);
 }
 
-StreamFile::~StreamFile() { munmap(const_cast<std::uint8_t*>(data_), size_); }
+StreamFile::~StreamFile() { close(file_); }
+
+void StreamFile::findPackets(std::uint64_t size) {
+  // What has no packets is not read to its end for that.
+  readMore();
+  if (size <= portion) framer_->end();
+  const bool isStream = framer_->next().has_value();
+  const std::size_t stride = framer_->stride();
+  const std::uint64_t first = framer_->position() - stride;
+  rewind();
+  if (!isStream) {
+    std::array<std::uint8_t, 8192> bytes{};
+    const ssize_t count = pread(file_, bytes.data(), bytes.size(), 0);
+    throw StreamError(
+        path_ + ": is no MPEG transport stream of 188, 192 or 204-byte packets: " +
+        describeBytes({bytes.data(), static_cast<std::size_t>(std::max<ssize_t>(count, 0))}));
+  }
+  // The four bytes of a time stamp belong to the packet.
+  const std::uint64_t before = stride == 192 && first >= 4 ? first - 4 : first;
+  const std::uint64_t rest = (size - first) % stride;
+  const std::uint64_t behind = rest < packetSize ? rest : 0;
+  if (before == 0 && behind == 0) return;
+  notice_ = fmt::format(
+      "{}: is cut inside packets: {} bytes before the first whole one and {} behind the last are "
+      "skipped",
+      path_, before, behind);
+}
+
+bool StreamFile::readMore() {
+  const std::span<std::uint8_t> room = framer_->room(portion);
+  for (;;) {
+    const ssize_t size = read(file_, room.data(), room.size());
+    if (size > 0) {
+      framer_->add(static_cast<std::size_t>(size));
+      return true;
+    }
+    if (size == -1 && errno == EINTR) continue;
+    if (size == -1) fmt::print(stderr, "quillwork-receiver: {}: {}\n", path_, std::strerror(errno));
+    framer_->end();
+    return false;
+  }
+}
+
+std::optional<Packet> StreamFile::next() {
+  for (bool isEnd = false;; isEnd = !readMore()) {
+    if (auto packet = framer_->next()) return packet;
+    if (isEnd) return std::nullopt;
+  }
+}
+
+void StreamFile::rewind() {
+  lseek(file_, 0, SEEK_SET);
+  framer_->reset();
+}
 
 }  // namespace receiver

@@ -2,6 +2,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
+#include <optional>
 #include <span>
 #include <stdexcept>
 #include <string>
@@ -12,29 +14,38 @@ inline constexpr std::size_t packetSize = 188;
 inline constexpr std::uint8_t syncByte = 0x47;
 using Packet = std::span<const std::uint8_t, packetSize>;
 
-/// What is wrong with a stream file, as one line that names it.
+/// What is wrong with a stream, as one line that names it.
 struct StreamError : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-/// An MPEG transport stream (ISO/IEC 13818-1) in a file, mapped into memory.
+class PacketFramer;
+
+/// An MPEG transport stream (ISO/IEC 13818-1) in a file. It is read, not mapped: a file may become
+/// shorter while it is played.
 class StreamFile {
  public:
-  /// Throws StreamError for a file that is missing, empty, no transport stream or cut inside a
-  /// packet.
+  /// Throws StreamError for a file that is missing, empty or no transport stream.
   explicit StreamFile(const std::string& path);
   ~StreamFile();
   StreamFile(const StreamFile&) = delete;
   StreamFile& operator=(const StreamFile&) = delete;
 
-  [[nodiscard]] std::size_t packets() const { return size_ / packetSize; }
-  [[nodiscard]] Packet packet(std::size_t index) const {
-    return Packet(data_ + index * packetSize, packetSize);
-  }
+  /// The next packet, valid until the next call; nothing at the end of the file.
+  std::optional<Packet> next();
+  void rewind();
+  /// What is skipped before the first packet and behind the last one, as one line; empty for a file
+  /// of whole packets.
+  [[nodiscard]] const std::string& notice() const { return notice_; }
 
  private:
-  const std::uint8_t* data_ = nullptr;
-  std::size_t size_ = 0;
+  bool readMore();
+  void findPackets(std::uint64_t size);
+
+  const std::string path_;
+  const int file_;
+  const std::unique_ptr<PacketFramer> framer_;
+  std::string notice_;
 };
 
 }  // namespace receiver

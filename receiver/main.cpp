@@ -228,7 +228,11 @@ void serve(const Options& options) {
   { const receiver::Properties checked(options.properties, {}); }
 #endif
   auto source = receiver::openSource(options.stream);
-  const bool isFile = dynamic_cast<receiver::FileSource*>(source.get()) != nullptr;
+  const auto* const file = dynamic_cast<receiver::FileSource*>(source.get());
+  const bool isFile = file != nullptr;
+  if (isFile && !file->notice().empty()) {
+    fmt::print(stderr, "quillwork-receiver: {}\n", file->notice());
+  }
   ServiceInformation information(
       options.charset.empty() ? std::nullopt
                               : std::optional(receiver::CharacterTable::named(options.charset)));

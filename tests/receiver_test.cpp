@@ -480,21 +480,16 @@ std::string complaint(const std::string& path) {
 
 TEST(StreamFile, EachKindOfBadFileIsNamedInOneLine) {
   const std::string path = "/dev/shm/bad.ts";
+  const std::string none =
+      path + ": is no MPEG transport stream of 188, 192 or 204-byte packets: it begins with ";
   EXPECT_EQ(complaint("/nowhere/x.ts"), "/nowhere/x.ts: No such file or directory");
   EXPECT_EQ(complaint("/dev/shm"), "/dev/shm: is not a regular file");
   std::ofstream(path).close();
   EXPECT_EQ(complaint(path), path + ": is empty");
   std::ofstream(path) << std::string(1000, 'x');
-  EXPECT_EQ(complaint(path), path + ": is no MPEG transport stream of 188-byte packets");
-  std::ofstream(path) << "G";
-  EXPECT_EQ(complaint(path), path + ": is no MPEG transport stream of 188-byte packets");
-  std::string packets;
-  for (int index = 0; index < 5; ++index) packets += "G" + std::string(187, 'x');
-  std::ofstream(path) << packets << "G12";
-  EXPECT_EQ(complaint(path), path + ": is cut inside a packet, 3 bytes after its 5 whole packets");
-  std::ofstream(path) << packets;
+  EXPECT_EQ(complaint(path), none + "78 78 78 78 78 78 78 78");
+  std::ofstream(path) << "G" << std::string(187, 'x');
   EXPECT_EQ(complaint(path), "");
-  EXPECT_EQ(StreamFile(path).packets(), 5U);
 }
 
 }  // namespace

@@ -14,7 +14,9 @@
 #include <fstream>
 #include <future>
 #include <stdexcept>
+#include <string>
 #include <thread>
+#include <utility>
 
 #include "receiver/Worker.h"
 #include "support/Patience.h"
@@ -218,14 +220,116 @@ TEST_F(Playing, WhatGoesWrongInASinkIsSaidOnceAndEndsNothing) {
   EXPECT_EQ(recorder.packets.size(), 3U);
 }
 
-/// Everything that a source has, in the fifth bytes of its packets.
+/// Everything that a source has, in the fifth bytes of its packets; 'x' for one whose sync byte is
+/// damaged.
 std::string numbers(Source& source) {
   std::string all;
-  while (const auto packet = source.next()) all += static_cast<char>('0' + (*packet)[4]);
+  while (const auto packet = source.next()) {
+    all += (*packet)[0] == syncByte ? static_cast<char>('0' + (*packet)[4]) : 'x';
+  }
   return all;
 }
 
 std::string bytesOf(const PacketBytes& bytes) { return {bytes.begin(), bytes.end()}; }
+
+/// Packets 0 to 9, each between other bytes.
+std::string tenBetween(const std::string& before, const std::string& behind) {
+  std::string all;
+  for (std::uint8_t number = 0; number < 10; ++number) {
+    all += before + bytesOf(plain(number)) + behind;
+  }
+  return all;
+}
+
+/// What the source has that opens a file of these bytes, and what it says of the file.
+struct Read {
+  std::string numbers;
+  std::string notice;
+};
+constexpr const char* readPath = "/dev/shm/read.ts";
+Read readFile(const std::string& bytes) {
+  std::ofstream(readPath, std::ios::binary) << bytes;
+  FileSource source(readPath);
+  return {numbers(source), source.notice()};
+}
+std::string complaint(const std::string& bytes) {
+  try {
+    readFile(bytes);
+  } catch (const StreamError& error) {
+    return error.what();
+  }
+  return "";
+}
+
+TEST(StreamFiles, PacketsOf192AndOf204BytesAreTaken) {
+  for (const auto& [before, behind] :
+       {std::pair{"", ""}, {"\x01\x02\x03\x04", ""}, {"", "0123456789abcdef"}}) {
+    const Read read = readFile(tenBetween(before, behind));
+    EXPECT_EQ(read.numbers, "0123456789") << before << behind;
+    EXPECT_EQ(read.notice, "") << before << behind;
+  }
+}
+
+TEST(StreamFiles, AFileThatIsCutIsPlayedAndSaysSo) {
+  const std::string whole = tenBetween("", "");
+  const auto said = [](int before, int behind) {
+    return std::string(readPath) + ": is cut inside packets: " + std::to_string(before) +
+           " bytes before the first whole one and " + std::to_string(behind) +
+           " behind the last are skipped";
+  };
+  for (const std::size_t cut : {1U, 4U, 100U, 187U}) {
+    const Read head = readFile(whole.substr(cut));
+    EXPECT_EQ(head.numbers, "123456789") << cut;
+    EXPECT_EQ(head.notice, said(static_cast<int>(188 - cut), 0));
+    const Read tail = readFile(whole.substr(0, whole.size() - cut));
+    EXPECT_EQ(tail.numbers, "012345678") << cut;
+    EXPECT_EQ(tail.notice, said(0, static_cast<int>(188 - cut)));
+  }
+  const std::string stamped = tenBetween("\x01\x02\x03\x04", "");
+  EXPECT_EQ(readFile(stamped.substr(10)).notice, said(182, 0));
+  EXPECT_EQ(readFile("some other thing" + whole + "G12").notice, said(16, 3));
+}
+
+TEST(StreamFiles, DamagedSyncBytesStayInTheirPacketsAndOtherBytesBetweenThemAreSkipped) {
+  std::string bytes = tenBetween("", "");
+  for (const std::size_t damaged : {0U, 4U, 9U}) bytes[damaged * 188] = 'D';
+  EXPECT_EQ(readFile(bytes).numbers, "x123x5678x");
+  bytes = tenBetween("", "");
+  bytes.insert(5 * 188, "GG");
+  EXPECT_EQ(readFile(bytes).numbers, "0123456789");
+  bytes.erase(8 * 188 + 100, 30);
+  EXPECT_EQ(readFile(bytes + bytesOf(plain(10))).numbers.substr(0, 7), "0123456");
+  // The last packet before a gap has none behind it that would bear it out.
+  const std::string apart = tenBetween("", "") + std::string(1000, 'x') + tenBetween("abcd", "");
+  EXPECT_EQ(readFile(apart).numbers, "0123456780123456789");
+}
+
+TEST(StreamFiles, WhatIsRefusedNamesWhatWasFound) {
+  const std::string none =
+      std::string(readPath) + ": is no MPEG transport stream of 188, 192 or 204-byte packets: ";
+  EXPECT_EQ(complaint(tenBetween("", std::string(20, 'x'))), none + "it has packets of 208 bytes");
+  EXPECT_EQ(complaint(std::string("\0\0\0\x18"
+                                  "ftypisom",
+                                  12) +
+                      std::string(1000, 0)),
+            none + "it is an MP4 file");
+  EXPECT_EQ(complaint("RIFF" + std::string(1000, 0)), none + "it is a RIFF file");
+  EXPECT_EQ(complaint("ten bytes!"), none + "it begins with 74 65 6e 20 62 79 74 65");
+  EXPECT_EQ(complaint("G"), none + "it begins with 47");
+}
+
+TEST(StreamFiles, AFileThatBecomesShorterWhileItIsPlayedHasItsEndThere) {
+  std::string all;
+  for (int index = 0; index < 1000; ++index) all += tenBetween("", "");
+  std::ofstream(readPath, std::ios::binary) << all;
+  FileSource source(readPath);
+  ASSERT_TRUE(source.next());
+  ASSERT_EQ(truncate(readPath, 0), 0);
+  // What had been read stays.
+  EXPECT_LT(numbers(source).size(), 9000U);
+  EXPECT_TRUE(source.rewind());
+  EXPECT_EQ(numbers(source), "");
+}
 
 TEST(LiveSources, FindThePacketsBetweenOtherBytes) {
   int ends[2];
