@@ -1,46 +1,64 @@
 #include "receiver/Source.h"
 
-#include <arpa/inet.h>
 #include <fcntl.h>
-#include <netinet/in.h>
+#include <fmt/format.h>
 #include <poll.h>
 #include <sys/eventfd.h>
-#include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <charconv>
+#include <cstdio>
 #include <cstring>
 #include <iterator>
-#include <string_view>
+#include <utility>
 
 namespace receiver {
 namespace {
 
-constexpr std::string_view udpScheme = "udp://";
+constexpr std::size_t portion = 65536;
+/// So many bytes without a packet are no stream.
+constexpr std::uint64_t mostWithoutPacket = std::uint64_t{1} << 16U;
 
-/// A socket that datagrams to "ADDRESS:PORT" arrive at.
-int openUdp(const std::string& name) {
-  const std::string place = name.substr(udpScheme.size());
-  const std::size_t colon = place.rfind(':');
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  std::uint16_t port = 0;
-  const char* const end = place.data() + place.size();
-  const bool isPlace = colon != std::string::npos &&
-                       inet_pton(AF_INET, place.substr(0, colon).c_str(), &address.sin_addr) == 1 &&
-                       std::from_chars(place.data() + colon + 1, end, port).ptr == end && port != 0;
-  if (!isPlace) throw StreamError(name + ": is not udp://ADDRESS:PORT");
-  address.sin_port = htons(port);
-  const int descriptor = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-  if (descriptor != -1 &&
-      bind(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) {
-    return descriptor;
+class DescriptorInput : public ByteInput {
+ public:
+  explicit DescriptorInput(int descriptor)
+      : descriptor_(descriptor), interrupted_(eventfd(0, EFD_CLOEXEC)) {}
+  ~DescriptorInput() override {
+    close(descriptor_);
+    close(interrupted_);
   }
-  const int error = errno;
-  if (descriptor != -1) close(descriptor);
-  throw StreamError(name + ": " + std::strerror(error));
+
+  Arrival read(PacketFramer& framer, std::chrono::milliseconds time) override;
+  bool isReady() override;
+  bool restart() override { return false; }
+  void interrupt() override { eventfd_write(interrupted_, 1); }
+  [[nodiscard]] bool keepsPace() const override { return false; }
+
+ private:
+  const int descriptor_;
+  /// Readable once interrupt() was called.
+  const int interrupted_;
+};
+
+ByteInput::Arrival DescriptorInput::read(PacketFramer& framer, std::chrono::milliseconds time) {
+  pollfd inputs[] = {{interrupted_, POLLIN, 0}, {descriptor_, POLLIN, 0}};
+  const int ready = poll(inputs, std::size(inputs), static_cast<int>(time.count()));
+  if (ready == 0) return Arrival::nothing;
+  if (ready == -1 || inputs[0].revents != 0) return Arrival::end;
+  const std::span<std::uint8_t> room = framer.room(portion);
+  const ssize_t size = ::read(descriptor_, room.data(), room.size());
+  // A device of which too much was not read in time goes on behind that.
+  const bool isOver = size == -1 && errno != EINTR && errno != EAGAIN && errno != EOVERFLOW;
+  if (size == 0 || isOver) return Arrival::end;
+  if (size > 0) framer.add(static_cast<std::size_t>(size));
+  return Arrival::bytes;
+}
+
+bool DescriptorInput::isReady() {
+  pollfd input{descriptor_, POLLIN, 0};
+  return poll(&input, 1, 0) > 0;
 }
 
 }  // namespace
@@ -50,68 +68,89 @@ bool FileSource::rewind() {
   return true;
 }
 
-LiveSource::LiveSource(int descriptor, bool keepsPace)
-    : descriptor_(descriptor), keepsPace_(keepsPace), interrupted_(eventfd(0, EFD_CLOEXEC)) {}
-
-LiveSource::~LiveSource() {
-  close(descriptor_);
-  close(interrupted_);
-}
-
-void LiveSource::interrupt() { eventfd_write(interrupted_, 1); }
+LiveSource::LiveSource(std::string name, std::unique_ptr<ByteInput> input,
+                       std::chrono::milliseconds silence)
+    : name_(std::move(name)), input_(std::move(input)), silence_(silence) {}
 
 std::optional<Packet> LiveSource::next() {
-  for (;;) {
-    const auto sync =
-        std::find(buffer_.begin() + static_cast<std::ptrdiff_t>(begin_), buffer_.end(), syncByte);
-    begin_ = static_cast<std::size_t>(sync - buffer_.begin());
-    const std::size_t left = buffer_.size() - begin_;
-    // A sync byte counts where the next one follows in its place, as far as that is known.
-    const bool isCertain =
-        left > packetSize ? buffer_[begin_ + packetSize] == syncByte : left == packetSize;
-    if (isCertain) {
-      const Packet packet(buffer_.data() + begin_, packetSize);
-      begin_ += packetSize;
-      return packet;
+  for (bool isEnd = false;;) {
+    if (auto packet = framer_.next()) return packet;
+    if (!framer_.hasFound() && (isEnd || framer_.position() > mostWithoutPacket)) {
+      sayWhatIsNoStream();
     }
-    if (left > packetSize) {
-      ++begin_;
-    } else if (!readMore()) {
-      return std::nullopt;
+    if (isEnd) return std::nullopt;
+    switch (input_->read(framer_, silence_)) {
+      case ByteInput::Arrival::bytes:
+        keepBeginning();
+        if (std::exchange(isSilent_, false)) {
+          fmt::print(stderr, "quillwork-receiver: {}: the stream goes on\n", name_);
+        }
+        break;
+      case ByteInput::Arrival::nothing:
+        if (!std::exchange(isSilent_, true)) {
+          fmt::print(stderr, "quillwork-receiver: {}: nothing has arrived for {:.1f} s\n", name_,
+                     std::chrono::duration<double>(silence_).count());
+        }
+        break;
+      case ByteInput::Arrival::end:
+        framer_.end();
+        isEnd = true;
+        break;
     }
   }
 }
 
-bool LiveSource::isReady() {
-  pollfd input{descriptor_, POLLIN, 0};
-  return buffer_.size() - begin_ > packetSize || poll(&input, 1, 0) > 0;
+/// Keeps what shows of which kind bytes without packets are.
+void LiveSource::keepBeginning() {
+  constexpr std::size_t most = 4096;
+  if (!beginning_.empty()) return;
+  const std::span<const std::uint8_t> bytes = framer_.unread();
+  beginning_.assign(bytes.begin(),
+                    bytes.begin() + static_cast<std::ptrdiff_t>(std::min(bytes.size(), most)));
 }
 
-bool LiveSource::readMore() {
-  buffer_.erase(buffer_.begin(), buffer_.begin() + static_cast<std::ptrdiff_t>(begin_));
-  begin_ = 0;
-  for (;;) {
-    pollfd inputs[] = {{interrupted_, POLLIN, 0}, {descriptor_, POLLIN, 0}};
-    if (poll(inputs, std::size(inputs), -1) == -1 && errno != EINTR) return false;
-    if (inputs[0].revents != 0) return false;
-    if (inputs[1].revents == 0) continue;
-    std::uint8_t bytes[65536];
-    const ssize_t size = read(descriptor_, bytes, sizeof bytes);
-    if (size < 0 && (errno == EINTR || errno == EAGAIN)) continue;
-    if (size < 0) return false;
-    // A datagram can be empty; the end of a stream is not.
-    if (size == 0 && !keepsPace_) return false;
-    buffer_.insert(buffer_.end(), bytes, bytes + size);
-    return true;
-  }
+bool LiveSource::isReady() { return framer_.left() > packetSize || input_->isReady(); }
+
+bool LiveSource::rewind() {
+  if (!input_->restart()) return false;
+  framer_.reset();
+  beginning_.clear();
+  hasComplained_ = false;
+  return true;
+}
+
+void LiveSource::sayWhatIsNoStream() {
+  if (beginning_.empty() || std::exchange(hasComplained_, true)) return;
+  fmt::print(stderr,
+             "quillwork-receiver: {}: what arrives is no MPEG transport stream of 188, 192 or "
+             "204-byte packets: {}\n",
+             name_, describeBytes(beginning_));
+}
+
+std::unique_ptr<ByteInput> readDescriptor(int descriptor) {
+  return std::make_unique<DescriptorInput>(descriptor);
+}
+
+bool isUrl(const std::string& name) {
+  const std::size_t end = name.find("://");
+  return end != std::string::npos && end > 0 &&
+         name.find_first_not_of("abcdefghijklmnopqrstuvwxyz") == end;
 }
 
 std::unique_ptr<Source> openSource(const std::string& name) {
-  if (name.starts_with(udpScheme)) return std::make_unique<LiveSource>(openUdp(name), true);
-  if (name != "-") return std::make_unique<FileSource>(name);
-  const int input = fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 3);
-  if (input == -1) throw StreamError(std::string("standard input: ") + std::strerror(errno));
-  return std::make_unique<LiveSource>(input, false);
+  struct stat status {};
+  const bool isInput = name == "-";
+  if (!isInput &&
+      (stat(name.c_str(), &status) != 0 || S_ISREG(status.st_mode) || S_ISDIR(status.st_mode))) {
+    return std::make_unique<FileSource>(name);
+  }
+  // A pipe is not waited for before somebody writes to it.
+  const int input = isInput ? fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 3)
+                            : open(name.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  if (input == -1) {
+    throw StreamError((isInput ? "standard input" : name) + ": " + std::strerror(errno));
+  }
+  return std::make_unique<LiveSource>(isInput ? "standard input" : name, readDescriptor(input));
 }
 
 }  // namespace receiver

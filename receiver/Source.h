@@ -1,12 +1,15 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
+#include "receiver/PacketFramer.h"
 #include "receiver/StreamFile.h"
 
 namespace receiver {
@@ -49,33 +52,66 @@ class FileSource : public Source {
   StreamFile file_;
 };
 
-/// Packets of a descriptor: the standard input, or datagrams. What stands between packets is
-/// skipped.
+/// Bytes that arrive when they do. One thread reads; interrupt() is for any other.
+class ByteInput {
+ public:
+  enum class Arrival { bytes, nothing, end };
+
+  ByteInput() = default;
+  ByteInput(const ByteInput&) = delete;
+  ByteInput& operator=(const ByteInput&) = delete;
+  virtual ~ByteInput() = default;
+
+  /// Adds what has arrived to the framer; waits for it until the time is over. `end` after
+  /// interrupt(), too.
+  virtual Arrival read(PacketFramer& framer, std::chrono::milliseconds time) = 0;
+  /// Whether read() would not wait.
+  virtual bool isReady() = 0;
+  /// Begins anew behind its end; false where that cannot be.
+  virtual bool restart() = 0;
+  /// Ends every wait, now and later.
+  virtual void interrupt() = 0;
+  [[nodiscard]] virtual bool keepsPace() const = 0;
+};
+
+/// Packets that arrive among bytes; what stands between them is skipped. Says on the standard error
+/// stream when nothing arrives for a while, and when what arrives has no packets.
 class LiveSource : public Source {
  public:
-  /// Takes the descriptor over.
-  LiveSource(int descriptor, bool keepsPace);
-  ~LiveSource() override;
+  /// After so long a silence it is said.
+  static constexpr std::chrono::milliseconds longestSilence{5'000};
+
+  /// `name`: for what is said.
+  LiveSource(std::string name, std::unique_ptr<ByteInput> input,
+             std::chrono::milliseconds silence = longestSilence);
 
   std::optional<Packet> next() override;
   bool isReady() override;
-  bool rewind() override { return false; }
-  void interrupt() override;
-  [[nodiscard]] bool keepsPace() const override { return keepsPace_; }
+  bool rewind() override;
+  void interrupt() override { input_->interrupt(); }
+  [[nodiscard]] bool keepsPace() const override { return input_->keepsPace(); }
 
  private:
-  bool readMore();
+  void keepBeginning();
+  void sayWhatIsNoStream();
 
-  const int descriptor_;
-  const bool keepsPace_;
-  /// Readable once interrupt() was called.
-  const int interrupted_;
-  std::vector<std::uint8_t> buffer_;
-  std::size_t begin_ = 0;
+  const std::string name_;
+  const std::unique_ptr<ByteInput> input_;
+  const std::chrono::milliseconds silence_;
+  PacketFramer framer_;
+  std::vector<std::uint8_t> beginning_;  ///< the first bytes that arrived
+  bool isSilent_ = false;
+  bool hasComplained_ = false;
 };
 
-/// A file by its path, the standard input by "-", datagrams by "udp://ADDRESS:PORT" with a numeric
-/// IPv4 address of this machine. Throws StreamError for what cannot be opened.
+/// The bytes of a descriptor: of the standard input, a pipe or a device.
+std::unique_ptr<ByteInput> readDescriptor(int descriptor);
+
+/// Whether the name is one of a source behind a scheme, such as "udp://".
+bool isUrl(const std::string& name);
+
+/// A file by its path, or a pipe or a device; the standard input by "-". Throws StreamError for
+/// what cannot be opened.
 std::unique_ptr<Source> openSource(const std::string& name);
 
 }  // namespace receiver

@@ -35,6 +35,9 @@
 #endif
 #include "receiver/EditingCommands.h"
 #include "receiver/Host.h"
+#ifdef QUILLWORK_GSTREAMER
+#include "receiver/NetworkInput.h"
+#endif
 #ifdef QUILLWORK_SQLITE
 #include "receiver/facades/Properties.h"
 #endif
@@ -180,6 +183,15 @@ void deleteAdapter(MiddlewareIpc* adapter) {
 #pragma GCC diagnostic pop
 }
 
+std::unique_ptr<receiver::Source> openStream(const std::string& name) {
+  if (!receiver::isUrl(name)) return receiver::openSource(name);
+#ifdef QUILLWORK_GSTREAMER
+  return receiver::openUrl(name);
+#else
+  throw receiver::StreamError(name + ": URLs need GStreamer, which this receiver is built without");
+#endif
+}
+
 int openScript(const std::string& path) {
   const int script = open(path.c_str(), O_RDONLY | O_CLOEXEC);
   if (script == -1) throw std::runtime_error(path + ": " + std::strerror(errno));
@@ -227,7 +239,7 @@ void serve(const Options& options) {
   // What is wrong with the file is better said before the library needs it.
   { const receiver::Properties checked(options.properties, {}); }
 #endif
-  auto source = receiver::openSource(options.stream);
+  auto source = openStream(options.stream);
   const auto* const file = dynamic_cast<receiver::FileSource*>(source.get());
   const bool isFile = file != nullptr;
   if (isFile && !file->notice().empty()) {
@@ -318,8 +330,8 @@ int main(int argumentCount, char** arguments) {
   Options options;
   application
       .add_option("STREAM", options.stream,
-                  "MPEG transport stream of 188-byte packets: a file, '-' for the standard input, "
-                  "or udp://ADDRESS:PORT")
+                  "MPEG transport stream: a file or a pipe, '-' for the standard input, or what "
+                  "udp://, rtp://, srt://, http://, https:// or dvb:// names")
       ->required();
   application.add_flag("--fast", options.play.isFast,
                        "play it as fast as it can be read, not paced by its clock");

@@ -1,9 +1,6 @@
 // Everything that the receiver can do, through the client: two processes on the sample stream.
 
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -554,28 +551,6 @@ TEST(Receiver, PlaysItsStandardInput) {
   }
   while (Json::parse(client({"services", "--json"})).size() < 5) {
   }
-  host.signal(SIGTERM);
-  EXPECT_EQ(host.wait(), 0);
-}
-
-TEST(Receiver, PlaysDatagrams) {
-  Program host({receiverProgram(), "udp://127.0.0.1:45679"});
-  ASSERT_TRUE(host.awaitOutput("serving\n"));
-  const int sender = socket(AF_INET, SOCK_DGRAM, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(45679);
-  inet_pton(AF_INET, "127.0.0.1", &address.sin_addr);
-  std::ifstream file(TABLES, std::ios::binary);
-  const std::string bytes((std::istreambuf_iterator<char>(file)), {});
-  // What comes too fast is lost; it is sent again and again.
-  do {
-    for (std::size_t begin = 0; begin + 7 * 188 <= bytes.size(); begin += 7 * 188) {
-      sendto(sender, bytes.data() + begin, 7 * 188, 0, reinterpret_cast<sockaddr*>(&address),
-             sizeof address);
-    }
-  } while (client({"tuned"}) != "8193\n");
-  close(sender);
   host.signal(SIGTERM);
   EXPECT_EQ(host.wait(), 0);
 }

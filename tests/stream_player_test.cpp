@@ -2,10 +2,8 @@
 
 #include "receiver/StreamPlayer.h"
 
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
@@ -338,48 +336,95 @@ TEST(LiveSources, FindThePacketsBetweenOtherBytes) {
       "xxG" + bytesOf(plain(1)) + bytesOf(plain(2)) + "G" + bytesOf(plain(3)) + bytesOf(plain(4));
   ASSERT_EQ(write(ends[1], all.data(), all.size()), static_cast<ssize_t>(all.size()));
   close(ends[1]);
-  LiveSource source(ends[0], false);
+  LiveSource source("a pipe", readDescriptor(ends[0]));
   EXPECT_FALSE(source.rewind());
   EXPECT_EQ(numbers(source), "1234");
+}
+
+TEST(LiveSources, HandOnWhatHasComeWithoutWaitingForMore) {
+  int ends[2];
+  ASSERT_EQ(pipe(ends), 0);
+  LiveSource source("a pipe", readDescriptor(ends[0]));
+  for (std::uint8_t number = 1; number <= 3; ++number) {
+    const std::string one = bytesOf(plain(number));
+    ASSERT_EQ(write(ends[1], one.data(), one.size()), static_cast<ssize_t>(one.size()));
+    EXPECT_TRUE(source.isReady());
+    const auto packet = source.next();
+    ASSERT_TRUE(packet);
+    EXPECT_EQ((*packet)[4], number);
+  }
+  EXPECT_FALSE(source.isReady());
+  close(ends[1]);
 }
 
 TEST(LiveSources, AWaitEndsWhenItIsInterrupted) {
   int ends[2];
   ASSERT_EQ(pipe(ends), 0);
-  LiveSource source(ends[0], false);
+  LiveSource source("a pipe", readDescriptor(ends[0]));
   std::thread other([&] { source.interrupt(); });
   EXPECT_FALSE(source.next());
   other.join();
   close(ends[1]);
 }
 
-TEST(LiveSources, Datagrams) {
-  const std::string name = "udp://127.0.0.1:45678";
-  const auto source = openSource(name);
-  EXPECT_TRUE(source->keepsPace());
-  const int sender = socket(AF_INET, SOCK_DGRAM, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(45678);
-  inet_pton(AF_INET, "127.0.0.1", &address.sin_addr);
-  const std::string two = bytesOf(plain(1)) + bytesOf(plain(2));
-  const std::string empty;
-  for (const std::string& datagram : {empty, two, bytesOf(plain(3))}) {
-    sendto(sender, datagram.data(), datagram.size(), 0, reinterpret_cast<sockaddr*>(&address),
-           sizeof address);
+TEST(LiveSources, ANamedPipeIsReadToItsWritersEnd) {
+  const char* const path = "/dev/shm/pipe";
+  ASSERT_EQ(mkfifo(path, 0600), 0);
+  const auto source = openSource(path);
+  EXPECT_FALSE(source->isReady()) << "nobody writes yet";
+  std::thread writer([&] { std::ofstream(path, std::ios::binary) << tenBetween("", ""); });
+  EXPECT_EQ(numbers(*source), "0123456789");
+  writer.join();
+}
+
+/// Brings what it is told to, piece by piece.
+class Pieces : public ByteInput {
+ public:
+  explicit Pieces(std::vector<std::string> pieces) : pieces_(std::move(pieces)) {}
+
+  /// An empty piece is a silence.
+  Arrival read(PacketFramer& framer, std::chrono::milliseconds) override {
+    if (next_ == pieces_.size()) return Arrival::end;
+    const std::string& piece = pieces_[next_++];
+    std::copy(piece.begin(), piece.end(), framer.room(piece.size()).begin());
+    framer.add(piece.size());
+    return piece.empty() ? Arrival::nothing : Arrival::bytes;
   }
-  close(sender);
-  for (int number = 1; number <= 3; ++number) {
-    const auto packet = source->next();
-    ASSERT_TRUE(packet);
-    EXPECT_EQ((*packet)[4], number);
-  }
-  EXPECT_THROW(openSource(name), StreamError) << "in use";
-  for (const char* const wrong :
-       {"udp://", "udp://127.0.0.1", "udp://127.0.0.1:", "udp://x:1", "udp://127.0.0.1:0",
-        "udp://127.0.0.1:70000", "udp://127.0.0.1:1x"}) {
-    EXPECT_THROW(openSource(wrong), StreamError) << wrong;
-  }
+  bool isReady() override { return true; }
+  bool restart() override { return false; }
+  void interrupt() override {}
+  [[nodiscard]] bool keepsPace() const override { return true; }
+
+ private:
+  const std::vector<std::string> pieces_;
+  std::size_t next_ = 0;
+};
+
+/// What a source says that brings these pieces.
+std::string saidOf(std::vector<std::string> pieces) {
+  testing::internal::CaptureStderr();
+  LiveSource source("it", std::make_unique<Pieces>(std::move(pieces)));
+  numbers(source);
+  return testing::internal::GetCapturedStderr();
+}
+
+TEST(LiveSources, ASilenceIsSaidOnceAndItsEndToo) {
+  const std::string one = bytesOf(plain(1));
+  EXPECT_EQ(saidOf({"", "", one, one, "", one}),
+            "quillwork-receiver: it: nothing has arrived for 5.0 s\n"
+            "quillwork-receiver: it: the stream goes on\n"
+            "quillwork-receiver: it: nothing has arrived for 5.0 s\n"
+            "quillwork-receiver: it: the stream goes on\n");
+  EXPECT_EQ(saidOf({one, one}), "");
+}
+
+TEST(LiveSources, WhatIsNoStreamIsSaidOnce) {
+  EXPECT_EQ(saidOf({"<html>", std::string(70'000, ' '), std::string(70'000, ' ')}),
+            "quillwork-receiver: it: what arrives is no MPEG transport stream of 188, 192 or "
+            "204-byte packets: it is a markup text\n");
+  EXPECT_EQ(saidOf({"ten bytes!"}),
+            "quillwork-receiver: it: what arrives is no MPEG transport stream of 188, 192 or "
+            "204-byte packets: it begins with 74 65 6e 20 62 79 74 65\n");
 }
 
 TEST(Workers, DoWhatTheyAreGivenInOrderAndDropWhatIsTooMuch) {
