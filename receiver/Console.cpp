@@ -7,14 +7,15 @@
 
 #include <algorithm>
 #include <charconv>
-#include <csignal>
 #include <cstdio>
+#include <exception>
 #include <optional>
 #include <string_view>
 #include <vector>
 
 #include "adapter/MiddlewareIpc.h"
 #include "receiver/Host.h"
+#include "receiver/Output.h"
 
 namespace receiver {
 namespace {
@@ -24,7 +25,7 @@ constexpr std::string_view help =
     "event CODE [TEXT]         give the client a DSM-CC command, its text to the line's end\n"
     "graphics WIDTH HEIGHT     change the graphics settings: the plane's size\n"
     "retune [SERVICE]          tune anew: the stream begins from its start\n"
-    "service SERVICE           select a service of the stream\n"
+    "service SERVICE           zap: select a service of the stream\n"
     "wait SECONDS              begin the next command later\n"
     "help                      show this\n"
     "quit                      end the receiver\n";
@@ -56,10 +57,7 @@ constexpr Needed needed[] = {
     {"help"},           {"quit"},          {"state", 1, 1},  {"event", 1, 1, true},
     {"graphics", 2, 2}, {"service", 1, 1}, {"retune", 0, 1}, {"wait", 1, 1}};
 
-void answer(const std::string& text) {
-  fmt::print("{}\n", text);
-  std::fflush(stdout);
-}
+void answer(const std::string& text) { printAnswer(text + "\n"); }
 
 }  // namespace
 
@@ -79,7 +77,13 @@ Console::~Console() {
 void Console::stop() { eventfd_write(stopped_, 1); }
 
 void Console::run() {
-  for (std::string line; readLine(line);) perform(line);
+  for (std::string line; readLine(line);) {
+    try {
+      perform(line);
+    } catch (const std::exception& error) {
+      fmt::print(stderr, "quillwork-receiver: '{}': {}\n", line, error.what());
+    }
+  }
 }
 
 /// Waits for the next line; false at the input's end or after stop().
@@ -140,7 +144,7 @@ void Console::perform(const std::string& line) {
   if (command == "help") {
     answer(std::string(help.substr(0, help.size() - 1)));
   } else if (command == "quit") {
-    kill(getpid(), SIGTERM);
+    requestEnd();
   } else if (command == "state") {
     const bool granted = adapter_.sendAppState(quillwork::state{numbers[0]});
     answer(fmt::format("state {}: {}", numbers[0], granted ? "yes" : "no"));
@@ -156,7 +160,12 @@ void Console::perform(const std::string& line) {
     answer(fmt::format("graphics {} {}", numbers[0], numbers[1]));
   } else if (command == "service") {
     host_.information.selectService(numbers[0]);
-    answer(fmt::format("service {}", host_.information.currentService()));
+    const int current = host_.information.currentService();
+    answer(fmt::format("service {}", current));
+    if (current != numbers[0]) {
+      fmt::print(stderr, "quillwork-receiver: service {} is not in the stream so far\n",
+                 numbers[0]);
+    }
   } else if (command == "retune") {
     if (!numbers.empty()) host_.information.selectService(numbers[0]);
     host_.streamPlayer.retune();

@@ -16,7 +16,6 @@
 #include <ctime>
 #include <exception>
 #include <filesystem>
-#include <functional>
 #include <list>
 #include <memory>
 #include <optional>
@@ -25,9 +24,6 @@
 #include <utility>
 
 #include "adapter/MiddlewareIpc.h"
-#include "common/Number.h"
-#include "protocol/ConnectionListener.h"
-#include "protocol/IpcServerManager.h"
 #include "receiver/Console.h"
 #include "receiver/DataBroadcast.h"
 #ifdef QUILLWORK_GSTREAMER
@@ -38,6 +34,7 @@
 #ifdef QUILLWORK_GSTREAMER
 #include "receiver/NetworkInput.h"
 #endif
+#include "receiver/Output.h"
 #ifdef QUILLWORK_SQLITE
 #include "receiver/facades/Properties.h"
 #endif
@@ -63,11 +60,11 @@ struct Options {
 /// What is said on the standard output: nothing where it is to be quiet.
 class Announcements : public receiver::PacketSink {
  public:
-  Announcements(std::string stream, const ServiceInformation& information, bool isQuiet)
-      : stream_(std::move(stream)),
+  Announcements(const Options& options, const ServiceInformation& information)
+      : stream_(options.stream),
         information_(information),
-        isQuiet_(isQuiet),
-        showsState_(!isQuiet && isatty(STDOUT_FILENO) != 0) {}
+        isQuiet_(options.isQuiet),
+        showsState_(!isQuiet_ && isatty(STDOUT_FILENO) != 0) {}
 
   void take(receiver::Packet) override {}
   void interrupted(bool isOther) override {
@@ -86,26 +83,24 @@ class Announcements : public receiver::PacketSink {
         "events, broadcast time {}",
         stream_, counters.packets, counters.errors.damagedPackets, counters.errors.lostPackets,
         counters.sections, counters.errors.badSections, counters.changes,
-        information_.services().size(), information_.eventCount(),
+        information_.services().size(), information_.events().size(),
         receiver::timeText(information_.broadcastTime())));
   }
 
   void say(const std::string& line) const {
     if (isQuiet_) return;
-    fmt::print("{}{}\n", showsState_ ? clearLine : "", line);
-    std::fflush(stdout);
+    receiver::print(fmt::format("{}{}\n", showsState_ ? clearLine : "", line));
   }
 
   /// The line of state on a terminal, in place of the one before.
   void showState() const {
     if (!showsState_) return;
     const receiver::Counters counters = information_.counters();
-    fmt::print(
-        "{}{}  service {}  {} packets  {} sections  {} errors", clearLine,
-        receiver::timeText(information_.broadcastTime()), information_.currentService(),
-        counters.packets, counters.sections,
-        counters.errors.damagedPackets + counters.errors.lostPackets + counters.errors.badSections);
-    std::fflush(stdout);
+    receiver::print(fmt::format("{}{}  service {}  {} packets  {} sections  {} errors", clearLine,
+                                receiver::timeText(information_.broadcastTime()),
+                                information_.currentService(), counters.packets, counters.sections,
+                                counters.errors.damagedPackets + counters.errors.lostPackets +
+                                    counters.errors.badSections));
   }
 
  private:
@@ -153,34 +148,17 @@ class ScratchDirectory {
   std::filesystem::path path_;
 };
 
-/// SIGINT and SIGTERM, blocked in every thread so that one place waits for them.
+/// The signals that end the receiver, blocked in every thread so that one place waits for them.
 sigset_t endingSignals() {
   sigset_t signals;
   sigemptyset(&signals);
   sigaddset(&signals, SIGINT);
   sigaddset(&signals, SIGTERM);
+  // Whoever started it to outlive the terminal has it ignored.
+  struct sigaction hangUp {};
+  sigaction(SIGHUP, nullptr, &hangUp);
+  if (hangUp.sa_handler != SIG_IGN) sigaddset(&signals, SIGHUP);
   return signals;
-}
-
-/// Calls a function at its end.
-template <class Call>
-class AtEnd {
- public:
-  explicit AtEnd(Call call) : call_(std::move(call)) {}
-  ~AtEnd() { call_(); }
-  AtEnd(const AtEnd&) = delete;
-  AtEnd& operator=(const AtEnd&) = delete;
-
- private:
-  const Call call_;
-};
-
-void deleteAdapter(MiddlewareIpc* adapter) {
-  // The adapter's class has no virtual destructor, and this is an object of that class.
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wdelete-non-virtual-dtor"
-  delete adapter;
-#pragma GCC diagnostic pop
 }
 
 std::unique_ptr<receiver::Source> openStream(const std::string& name) {
@@ -192,23 +170,45 @@ std::unique_ptr<receiver::Source> openStream(const std::string& name) {
 #endif
 }
 
+/// What runs while the receiver serves. However that ends, its parts go in the order in which they
+/// need one another.
+class Serving {
+ public:
+  Serving(Host& host, std::optional<receiver::Worker>& worker) : host_(host), worker_(worker) {
+    Host::current() = &host_;
+    adapter_ = MiddlewareIpc::getInstance();
+  }
+  ~Serving() {
+    for (receiver::Console& console : consoles_) console.stop();
+    worker_->stop();
+    host_.streamPlayer.stop();
+    // The adapter's class has no virtual destructor, and this is an object of that class.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdelete-non-virtual-dtor"
+    delete adapter_;
+#pragma GCC diagnostic pop
+    consoles_.clear();
+    worker_.reset();
+    Host::current() = nullptr;
+  }
+  Serving(const Serving&) = delete;
+  Serving& operator=(const Serving&) = delete;
+
+  /// Takes commands from the descriptor.
+  void listenTo(int input) { consoles_.emplace_back(host_, *adapter_, input); }
+
+ private:
+  Host& host_;
+  std::optional<receiver::Worker>& worker_;
+  MiddlewareIpc* adapter_ = nullptr;
+  std::list<receiver::Console> consoles_;
+};
+
 int openScript(const std::string& path) {
   const int script = open(path.c_str(), O_RDONLY | O_CLOEXEC);
   if (script == -1) throw std::runtime_error(path + ": " + std::strerror(errno));
   return script;
 }
-
-/// What a client has asked to hear of carousels ends with its connection, which the carousel facade
-/// does not learn of.
-class ClientsEnd : public quillwork::ConnectionListener {
- public:
-  explicit ClientsEnd(Host& host) : host_(host) {}
-  void clientConnected() override {}
-  void clientDisconnected() override { host_.carouselListener.set(nullptr); }
-
- private:
-  Host& host_;
-};
 
 /// Tells the library, and whoever watches, what the stream's data services bring.
 void connectData(receiver::DataBroadcast& data, Host& host, const Announcements& announcements) {
@@ -232,6 +232,7 @@ void serve(const Options& options) {
   mallopt(M_ARENA_MAX, 2);
   // In the background it may not read from its terminal, and shall not be stopped for trying.
   std::signal(SIGTTIN, SIG_IGN);
+  receiver::prepareOutput(options.isQuiet);
   const sigset_t signals = endingSignals();
   pthread_sigmask(SIG_BLOCK, &signals, nullptr);
 
@@ -251,7 +252,7 @@ void serve(const Options& options) {
   information.selectService(options.service);
   if (isFile) lookAhead(options.stream, information);
   receiver::DataBroadcast data(information);
-  Announcements announcements(options.stream, information, options.isQuiet);
+  Announcements announcements(options, information);
   receiver::StreamPlayer streamPlayer(std::move(source), options.play);
   streamPlayer.add(information);
   streamPlayer.add(data);
@@ -259,9 +260,8 @@ void serve(const Options& options) {
 
   std::optional<ScratchDirectory> scratch;
   if (options.mount.empty()) scratch.emplace();
-  std::optional<receiver::Worker> writer(std::in_place, "carousels");
-  std::optional<receiver::Worker> worker(std::in_place, "worker");
-  receiver::CarouselMounts mounts(data, information, *writer, *worker,
+  std::optional<receiver::Worker> worker(std::in_place);
+  receiver::CarouselMounts mounts(data, information, *worker,
                                   scratch ? scratch->path() : std::filesystem::path(options.mount),
                                   [](const std::string& locator, const std::string& path) {
                                     Host::current()->carouselListener.notify([&](auto& listener) {
@@ -275,49 +275,16 @@ void serve(const Options& options) {
 #endif
   Host host{information,         streamPlayer, *worker, mounts, display, options.properties,
             options.play.isFast, {},           {},      {},     {}};
-  Host::current() = &host;
   connectData(data, host, announcements);
-  ClientsEnd clientsEnd(host);
-  std::list<receiver::Console> consoles;
-  MiddlewareIpc* adapter = nullptr;
-  // Also where something below fails: the library's threads use what stands above.
-  const AtEnd shutDown([&] {
-    for (receiver::Console& console : consoles) console.stop();
-    writer->stop();
-    worker->stop();
-    streamPlayer.stop();
-    if (adapter != nullptr) deleteAdapter(adapter);
-    writer.reset();
-    worker.reset();
-    Host::current() = nullptr;
-  });
-  adapter = MiddlewareIpc::getInstance();
-  quillwork::IpcServerManager::getInstance()->addConnectionListener(&clientsEnd);
-  announcements.say("serving");
-  streamPlayer.start();
-  if (!options.script.empty()) consoles.emplace_back(host, *adapter, openScript(options.script));
-  if (options.stream != "-") consoles.emplace_back(host, *adapter, STDIN_FILENO);
-  const timespec second{1, 0};
-  while (sigtimedwait(&signals, nullptr, &second) == -1) announcements.showState();
-}
-
-/// An option with a number between the two.
-void addNumber(CLI::App& application, const std::string& name, double least, double most,
-               const std::string& description, const std::function<void(double)>& set) {
-  const std::string range = fmt::format("{:.0f} to {:.0f}", least, most);
-  application
-      .add_option_function<std::string>(
-          name,
-          [=](const std::string& text) {
-            const auto number = quillwork::parseReal(text);
-            if (!number) throw CLI::ValidationError(name, "'" + text + "' is no number");
-            if (*number < least || *number > most) {
-              throw CLI::ValidationError(name, text + " is not " + range);
-            }
-            set(*number);
-          },
-          description)
-      ->type_name(range);
+  {
+    Serving serving(host, worker);
+    announcements.say("serving");
+    streamPlayer.start();
+    if (!options.script.empty()) serving.listenTo(openScript(options.script));
+    if (options.stream != "-") serving.listenTo(STDIN_FILENO);
+    const timespec second{1, 0};
+    while (sigtimedwait(&signals, nullptr, &second) == -1) announcements.showState();
+  }
 }
 
 }  // namespace
@@ -326,7 +293,7 @@ int main(int argumentCount, char** arguments) {
   CLI::App application{
       "Plays a transport stream as if it came off air and serves it to the client of "
       "quillwork-ipc, on the sockets /dev/shm/ipc.socket and /dev/shm/ipcdemux.socket, until "
-      "SIGINT or SIGTERM. On its standard input it takes commands; 'help' lists them."};
+      "SIGINT, SIGTERM or SIGHUP. On its standard input it takes commands; 'help' lists them."};
   Options options;
   application
       .add_option("STREAM", options.stream,
@@ -336,12 +303,12 @@ int main(int argumentCount, char** arguments) {
   application.add_flag("--fast", options.play.isFast,
                        "play it as fast as it can be read, not paced by its clock");
   application.add_flag("--loop", options.play.isLooped, "begin a file again at its end");
-  addNumber(application, "--bitrate", 1e3, 1e9,
-            "bits a second of a stream that has no clock of its own",
-            [&](double bits) { options.play.bitRate = bits; });
-  addNumber(application, "--service", -1, 0xffff,
-            "the current service; the stream's first one without it",
-            [&](double service) { options.service = static_cast<int>(service); });
+  application
+      .add_option("--bitrate", options.play.bitRate,
+                  "bits a second of a stream that has no clock of its own")
+      ->check(CLI::Range(1e3, 1e9));
+  application.add_option("--service", options.service,
+                         "the current service; the stream's first one without it");
   application.add_option("--charset", options.charset,
                          "character table of texts that do not name their own: an iconv name, or "
                          "ARIB; found out from the stream without it");
@@ -355,7 +322,8 @@ int main(int argumentCount, char** arguments) {
   application.add_flag("--display", options.hasDisplay,
                        "show the main video and the media players in a window");
 #endif
-  application.add_flag("--quiet", options.isQuiet, "print nothing but errors");
+  application.add_flag("--quiet", options.isQuiet,
+                       "print nothing but errors and the answers to commands");
   CLI11_PARSE(application, argumentCount, arguments);
   if (options.properties.empty()) options.properties = ":memory:";
   try {

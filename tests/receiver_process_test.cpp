@@ -509,12 +509,51 @@ TEST(Receiver, TakesItsServiceAndItsCommandsFromTheCommandLine) {
   EXPECT_EQ(missing.errors, "quillwork-receiver: /dev/shm/none: No such file or directory\n");
 }
 
-TEST(Receiver, IsSilentWhenItIsToldSo) {
+TEST(Receiver, AnswersNothingButCommandsWhenItIsToBeQuiet) {
   const std::string script = "/dev/shm/script";
-  std::ofstream(script) << "quit\n";
+  std::ofstream(script) << "service 1004\nquit\n";
   const Result result = run({receiverProgram(), "--fast", "--quiet", "--script", script, TABLES});
   EXPECT_EQ(result.status, 0);
-  EXPECT_EQ(result.output, "deleting middleware ipc\n") << "which is the library's own";
+  EXPECT_EQ(result.output, "service 1004\n");
+  EXPECT_EQ(result.errors, "");
+}
+
+TEST(Receiver, SaysWhichServiceIsNotThere) {
+  const std::string script = "/dev/shm/script";
+  std::ofstream(script) << "service 77\nquit\n";
+  const Result result = run({receiverProgram(), "--quiet", "--script", script, TABLES});
+  EXPECT_EQ(result.output, "service 1001\n");
+  EXPECT_EQ(result.errors, "quillwork-receiver: service 77 is not in the stream so far\n");
+}
+
+TEST_F(WholeSample, AHangUpEndsItAsItIsToEnd) {
+  stop(SIGHUP);
+  EXPECT_NE(host->output().find("deleting middleware ipc\n"), std::string::npos);
+  host = nullptr;
+}
+
+TEST(Receiver, OutlivesAHangUpWhenItIsToldSo) {
+  Program host({"/usr/bin/nohup", receiverProgram(), "--loop", TABLES});
+  ASSERT_TRUE(host.awaitOutput("serving\n")) << host.errors();
+  host.signal(SIGHUP);
+  EXPECT_EQ(client({"tuned"}), "8193\n");
+  host.say("quit");
+  EXPECT_EQ(host.wait(), 0);
+}
+
+TEST(Receiver, EndsAsItIsToEndWhenNobodyReadsItsOutputAnyMore) {
+  // It says each stream event, time and again. The shell's status is that of the receiver.
+  const std::string command =
+      receiverProgram() + " --fast --loop " SAMPLE " | head -n 1; exit ${PIPESTATUS[0]}";
+  const Result result = run({"/bin/bash", "-c", command});
+  EXPECT_EQ(result.status, 0) << result.errors;
+  EXPECT_EQ(result.output, "serving\n");
+}
+
+TEST(Receiver, DeletesItsAdapterAlsoWhenSomethingIsWrongBesides) {
+  const Result result = run({receiverProgram(), "--script", "/dev/shm/none", TABLES});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(result.output, "serving\ndeleting middleware ipc\n");
 }
 
 TEST(Receiver, RefusesWhatItCannotUseInOneLine) {
