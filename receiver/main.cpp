@@ -5,6 +5,8 @@
 #include <fmt/format.h>
 #include <malloc.h>
 #include <pthread.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
@@ -44,6 +46,8 @@ namespace {
 
 using receiver::Host;
 using receiver::ServiceInformation;
+
+constexpr const char* controlSocket = "/dev/shm/ipc.socket";
 
 struct Options {
   std::string stream;
@@ -161,6 +165,23 @@ sigset_t endingSignals() {
   return signals;
 }
 
+/// Whether a process serves on the library's control socket already, which a second one would take
+/// from it. Nothing of this reaches that process, whose one client a connection would disturb: the
+/// kernel refuses a datagram socket for its type where a stream socket lives, and for the lack of
+/// any where only the path is left.
+bool isServed(const char* path) {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  std::strncpy(address.sun_path, path, sizeof address.sun_path - 1);
+  const int probe = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  if (probe == -1) return false;
+  const bool isRefused =
+      connect(probe, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0;
+  const bool isLiving = !isRefused || errno == EPROTOTYPE;
+  close(probe);
+  return isLiving;
+}
+
 std::unique_ptr<receiver::Source> openStream(const std::string& name) {
   if (!receiver::isUrl(name)) return receiver::openSource(name);
 #ifdef QUILLWORK_GSTREAMER
@@ -236,6 +257,10 @@ void serve(const Options& options) {
   const sigset_t signals = endingSignals();
   pthread_sigmask(SIG_BLOCK, &signals, nullptr);
 
+  if (isServed(controlSocket)) {
+    throw std::runtime_error(std::string(controlSocket) +
+                             ": another receiver serves there; it has to end first");
+  }
 #ifdef QUILLWORK_SQLITE
   // What is wrong with the file is better said before the library needs it.
   { const receiver::Properties checked(options.properties, {}); }

@@ -526,6 +526,19 @@ TEST(Receiver, SaysWhichServiceIsNotThere) {
   EXPECT_EQ(result.errors, "quillwork-receiver: service 77 is not in the stream so far\n");
 }
 
+TEST_F(WholeSample, ASecondReceiverIsRefusedAndTheFirstOnesClientNotDisturbed) {
+  const auto watcher = watch();
+  for (int i = 0; i < 20; ++i) {
+    const Result second = run({receiverProgram(), TABLES});
+    EXPECT_EQ(second.status, 1);
+    EXPECT_EQ(second.errors,
+              "quillwork-receiver: /dev/shm/ipc.socket: another receiver serves there; it has to "
+              "end first\n");
+  }
+  host->say("event 1234 after it");
+  EXPECT_TRUE(watcher->awaitOutput("\"code\":1234,")) << watcher->output() << watcher->errors();
+}
+
 TEST_F(WholeSample, AHangUpEndsItAsItIsToEnd) {
   stop(SIGHUP);
   EXPECT_NE(host->output().find("deleting middleware ipc\n"), std::string::npos);
