@@ -12,6 +12,7 @@
 #include <CLI/CLI.hpp>
 #include <cerrno>
 #include <csignal>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -58,6 +59,7 @@ struct Options {
   std::string properties;
   std::string script;
   bool isQuiet = false;
+  bool endsWithStream = false;
   bool hasDisplay = false;
 };
 
@@ -67,6 +69,7 @@ class Announcements : public receiver::PacketSink {
   Announcements(const Options& options, const ServiceInformation& information)
       : stream_(options.stream),
         information_(information),
+        endsWithStream_(options.endsWithStream),
         isQuiet_(options.isQuiet),
         showsState_(!isQuiet_ && isatty(STDOUT_FILENO) != 0) {}
 
@@ -75,20 +78,17 @@ class Announcements : public receiver::PacketSink {
     if (isOther) {
       hasSaid_ = false;
     } else {
-      ended();
+      sayTotals();
     }
   }
-  /// What the stream has, once it has been seen whole.
   void ended() override {
-    if (std::exchange(hasSaid_, true)) return;
-    const receiver::Counters counters = information_.counters();
-    say(fmt::format(
-        "{}: {} packets ({} damaged, {} gaps), {} sections ({} bad, {} changes), {} services, {} "
-        "events, broadcast time {}",
-        stream_, counters.packets, counters.errors.damagedPackets, counters.errors.lostPackets,
-        counters.sections, counters.errors.badSections, counters.changes,
-        information_.services().size(), information_.events().size(),
-        receiver::timeText(information_.broadcastTime())));
+    sayTotals();
+    if (endsWithStream_) receiver::requestEnd();
+  }
+  /// What the stream has had so far, where that has not been said.
+  void sayNews() {
+    if (information_.counters().packets != saidPackets_) hasSaid_ = false;
+    sayTotals();
   }
 
   void say(const std::string& line) const {
@@ -108,13 +108,29 @@ class Announcements : public receiver::PacketSink {
   }
 
  private:
+  /// Once for each time that the stream was tuned to.
+  void sayTotals() {
+    if (std::exchange(hasSaid_, true)) return;
+    const receiver::Counters counters = information_.counters();
+    saidPackets_ = counters.packets;
+    say(fmt::format(
+        "{}: {} packets ({} damaged, {} gaps), {} sections ({} bad, {} changes), {} services, {} "
+        "events, broadcast time {}",
+        stream_, counters.packets, counters.errors.damagedPackets, counters.errors.lostPackets,
+        counters.sections, counters.errors.badSections, counters.changes,
+        information_.services().size(), information_.events().size(),
+        receiver::timeText(information_.broadcastTime())));
+  }
+
   static constexpr const char* clearLine = "\r\x1b[K";
 
   const std::string stream_;
   const ServiceInformation& information_;
+  const bool endsWithStream_;
   const bool isQuiet_;
   const bool showsState_;
   bool hasSaid_ = false;
+  std::uint64_t saidPackets_ = 0;
 };
 
 /// A receiver has the PAT from the last time that it was tuned here; a map that comes before the
@@ -310,6 +326,8 @@ void serve(const Options& options) {
     const timespec second{1, 0};
     while (sigtimedwait(&signals, nullptr, &second) == -1) announcements.showState();
   }
+  // A stream that never ends has its totals, too.
+  if (!isFile) announcements.sayNews();
 }
 
 }  // namespace
@@ -327,7 +345,9 @@ int main(int argumentCount, char** arguments) {
       ->required();
   application.add_flag("--fast", options.play.isFast,
                        "play it as fast as it can be read, not paced by its clock");
-  application.add_flag("--loop", options.play.isLooped, "begin a file again at its end");
+  auto* const loop =
+      application.add_flag("--loop", options.play.isLooped, "begin a file again at its end");
+  application.add_flag("--once", options.endsWithStream, "end at the stream's end")->excludes(loop);
   application
       .add_option("--bitrate", options.play.bitRate,
                   "bits a second of a stream that has no clock of its own")

@@ -125,6 +125,7 @@ class Urls : public testing::Test {
     sendUntilTuned(hosts, port);
     receiver.signal(SIGTERM);
     EXPECT_EQ(receiver.wait(), 0) << receiver.errors();
+    EXPECT_NE(receiver.output().find(url + ": "), std::string::npos) << "its totals";
   }
   /// That the receiver refuses its arguments with this complaint.
   static void expectRefusal(const Words& words, const std::string& complaint) {
@@ -212,6 +213,9 @@ TEST_F(Urls, RtpInTheWrongOrderIsPutInOrderAndItsLossesAreCounted) {
   }
   receiver.signal(SIGTERM);
   EXPECT_EQ(receiver.wait(), 0);
+  const std::string totals =
+      url + ": " + std::to_string((count - 3) * 7 + 1) + " packets (0 damaged, 2 gaps), 1 sections";
+  EXPECT_NE(receiver.output().find(totals), std::string::npos) << receiver.output();
 }
 
 TEST_F(Urls, SrtFromASenderThatCalls) {
@@ -366,6 +370,28 @@ TEST(Sources, ANamedPipeLeavesTheStandardInputToCommands) {
   receiver.say("quit");
   EXPECT_EQ(receiver.wait(), 0);
   EXPECT_EQ(receiver.errors(), "");
+}
+
+TEST(Sources, OnceEndsTheReceiverAtTheStreamsEnd) {
+  const std::string cut = "/dev/shm/cut.ts";
+  std::ofstream(cut, std::ios::binary) << tables().substr(100);
+  Program receiver({receiverProgram(), "--once", "--fast", cut});
+  EXPECT_EQ(receiver.wait(), 0);
+  EXPECT_NE(receiver.output().find("broadcast time"), std::string::npos);
+  EXPECT_EQ(receiver.errors(), "quillwork-receiver: " + cut +
+                                   ": is cut inside packets: 88 bytes before the first whole one "
+                                   "and 0 behind the last are skipped\n");
+}
+
+TEST(Sources, ALiveSourceHasItsTotalsWhenTheReceiverEnds) {
+  Program receiver({receiverProgram(), "-"});
+  receiver.give(tables());
+  while (!isTuned()) {
+  }
+  receiver.signal(SIGTERM);
+  EXPECT_EQ(receiver.wait(), 0);
+  EXPECT_NE(receiver.output().find("-: "), std::string::npos) << receiver.output();
+  EXPECT_NE(receiver.output().find("broadcast time"), std::string::npos);
 }
 
 }  // namespace
