@@ -369,7 +369,17 @@ int main(int argumentCount, char** arguments) {
 #endif
   application.add_flag("--quiet", options.isQuiet,
                        "print nothing but errors and the answers to commands");
-  CLI11_PARSE(application, argumentCount, arguments);
+  application.set_version_flag("--version", "quillwork-receiver " QUILLWORK_VERSION,
+                               "print the version");
+  try {
+    application.parse(argumentCount, arguments);
+  } catch (const CLI::ParseError& error) {
+    if (error.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) {
+      return application.exit(error);
+    }
+    fmt::print(stderr, "quillwork-receiver: {}\n", error.what());
+    return EXIT_FAILURE;
+  }
   if (options.properties.empty()) options.properties = ":memory:";
   try {
     serve(options);

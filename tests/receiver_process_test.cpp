@@ -13,6 +13,7 @@
 #include <set>
 #include <sstream>
 #include <thread>
+#include <utility>
 
 #include "support/Patience.h"
 #include "support/Program.h"
@@ -524,6 +525,23 @@ TEST(Receiver, SaysWhichServiceIsNotThere) {
   const Result result = run({receiverProgram(), "--quiet", "--script", script, TABLES});
   EXPECT_EQ(result.output, "service 1001\n");
   EXPECT_EQ(result.errors, "quillwork-receiver: service 77 is not in the stream so far\n");
+}
+
+TEST(Receiver, SaysItsVersionAndWhatIsWrongWithItsArgumentsInOneLine) {
+  const Result version = run({receiverProgram(), "--version"});
+  EXPECT_EQ(version.status, 0);
+  EXPECT_TRUE(version.output.starts_with("quillwork-receiver 0.")) << version.output;
+  for (const auto& [words, message] :
+       {std::pair{Words{}, "STREAM is required"},
+        {Words{"--none", "x.ts"}, "The following argument was not expected: --none"},
+        {Words{"/dev/shm/none.ts"}, "/dev/shm/none.ts: No such file or directory"}}) {
+    Words all = {receiverProgram()};
+    all.insert(all.end(), words.begin(), words.end());
+    const Result result = run(all);
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.output, "");
+    EXPECT_EQ(result.errors, std::string("quillwork-receiver: ") + message + "\n");
+  }
 }
 
 TEST_F(WholeSample, ASecondReceiverIsRefusedAndTheFirstOnesClientNotDisturbed) {

@@ -381,6 +381,9 @@ TEST(Sources, OnceEndsTheReceiverAtTheStreamsEnd) {
   EXPECT_EQ(receiver.errors(), "quillwork-receiver: " + cut +
                                    ": is cut inside packets: 88 bytes before the first whole one "
                                    "and 0 behind the last are skipped\n");
+  Program both({receiverProgram(), "--once", "--loop", cut});
+  EXPECT_EQ(both.wait(), 1);
+  EXPECT_EQ(both.errors(), "quillwork-receiver: --loop excludes --once\n");
 }
 
 TEST(Sources, ALiveSourceHasItsTotalsWhenTheReceiverEnds) {
