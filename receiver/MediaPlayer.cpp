@@ -74,6 +74,7 @@ MediaPlayer::MediaPlayer(const MediaSource& source, const std::string& channel, 
   if (filter_) g_object_set(playbin_.get(), "audio-filter", filter_.get(), nullptr);
   g_signal_connect(playbin_.get(), "deep-element-added", G_CALLBACK(onElement), this);
   g_signal_connect(playbin_.get(), "source-setup", G_CALLBACK(onSource), this);
+  g_signal_connect(playbin_.get(), "audio-changed", G_CALLBACK(onAudio), this);
   GstBus* const bus = gst_element_get_bus(playbin_.get());
   gst_bus_set_sync_handler(bus, onMessage, this, nullptr);
   gst_object_unref(bus);
@@ -256,7 +257,16 @@ void MediaPlayer::setTone(const char* band, double level) {
 }
 
 void MediaPlayer::selectAudio(int index) {
+  audio_ = index;
   g_object_set(playbin_.get(), "current-audio", index, nullptr);
+}
+
+/// What was selected before the sound came is selected now.
+void MediaPlayer::onAudio(GstElement* playbin, void* self) {
+  const int index = static_cast<MediaPlayer*>(self)->audio_;
+  gint count = 0;
+  g_object_get(playbin, "n-audio", &count, nullptr);
+  if (index < count) g_object_set(playbin, "current-audio", index, nullptr);
 }
 
 void MediaPlayer::take(Packet packet) {

@@ -57,7 +57,7 @@ class MediaPlayer : public PacketSink {
   /// -1 to 1 for 12 dB less to 12 dB more.
   void setBass(double level);
   void setTreble(double level);
-  /// Of the audio components, in the order of the stream.
+  /// Of the audio components, in the order of the stream; also before they are known.
   void selectAudio(int index);
 
   void take(Packet packet) override;
@@ -68,6 +68,7 @@ class MediaPlayer : public PacketSink {
   static GstBusSyncReply onMessage(GstBus* bus, GstMessage* message, void* self);
   static void onElement(GstBin* bin, GstBin* inner, GstElement* element, void* self);
   static GstPadProbeReturn onPicture(GstPad* pad, GstPadProbeInfo* info, void* self);
+  static void onAudio(GstElement* playbin, void* self);
   static void onSource(GstElement* playbin, GstElement* source, void* self);
 
   void watchPictures(const gst::Element& sink);
@@ -84,6 +85,7 @@ class MediaPlayer : public PacketSink {
   std::int64_t begin_ = 0;  ///< the position of the medium's beginning, in nanoseconds
   std::atomic<bool> hasEnded_{false};
   std::atomic<bool> hasFailed_{false};
+  std::atomic<int> audio_{0};
 
   std::mutex pictureMutex_;
   bool isFrozen_ = false;

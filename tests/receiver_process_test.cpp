@@ -490,6 +490,18 @@ TEST(Window, ShowsTheVideosAtTheirBoundsBelowTheGraphics) {
     }
   }
   EXPECT_EQ(difference, "");
+  // The main video follows the service: the next one's pictures are a ball before black.
+  host.say("service 1002");
+  const auto isBlack = [](const Screenshot& shot) {
+    int count = 0;
+    for (const std::size_t x : {780U, 870U, 960U, 1050U, 1140U}) {
+      if (isNear(shot.at(x, 150), black)) ++count;
+    }
+    return count >= 4;
+  };
+  while (!isBlack(Screenshot()) && std::chrono::steady_clock::now() < end + patience) {
+  }
+  EXPECT_TRUE(isBlack(Screenshot()));
   shell.say("quit");
   shell.wait();
   host.signal(SIGTERM);

@@ -1,6 +1,9 @@
 #include "receiver/facades/Video.h"
 
+#include <pthread.h>
+
 #include <algorithm>
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <system_error>
@@ -31,29 +34,70 @@ Video::Video(StreamPlayer& streamPlayer, const ServiceInformation& information, 
       worker_(worker),
       graphicsListener_(graphicsListener),
       display_(display) {
-  if (display_ != nullptr) startMain();
+  if (display_ == nullptr) return;
+  // Below the players, however late its pictures come.
+  display_->show(mainChannel, main_.bounds);
+  follower_ = std::thread([this] { follow(); });
+  pthread_setname_np(follower_.native_handle(), "main-video");
 }
 
 Video::~Video() {
+  {
+    const std::lock_guard lock(mutex_);
+    isStopped_ = true;
+    stopped_.notify_all();
+  }
+  if (follower_.joinable()) follower_.join();
   videoPropertyAction();
   if (mainPlayer_) streamPlayer_.remove(*mainPlayer_);
   graphicsListener_.set(nullptr);
 }
 
-void Video::startMain() {
-  MediaSource source;
-  source.program = information_.currentService();
-  mainPlayer_ = std::make_unique<MediaPlayer>(source, mainChannel, hasSoundDevice(), [] {});
-  if (!mainPlayer_->open() || !mainPlayer_->play()) {
-    mainPlayer_.reset();
-    return;
+/// Plays whichever service is the current one: a live stream has none before its first PAT.
+void Video::follow() {
+  std::unique_lock lock(mutex_);
+  while (!isStopped_) {
+    const int service = information_.currentService();
+    if (service != mainService_ && service != -1) playMain(service);
+    // Somebody who zaps does not notice so short a time.
+    stopped_.wait_for(lock, std::chrono::milliseconds(100), [this] { return isStopped_; });
   }
-  streamPlayer_.add(*mainPlayer_);
-  display_->show(mainChannel, main_.bounds);
 }
 
-void Video::withMain(const std::function<void(MediaPlayer&)>& call) {
-  if (mainPlayer_) call(*mainPlayer_);
+void Video::playMain(int service) {
+  if (mainPlayer_) streamPlayer_.remove(*mainPlayer_);
+  mainPlayer_.reset();
+  mainService_ = service;
+  MediaSource source;
+  source.program = service;
+  auto player = std::make_unique<MediaPlayer>(source, mainChannel, hasSoundDevice(), [] {});
+  if (!player->open() || !player->play()) return;
+  mainPlayer_ = std::move(player);
+  applyMain();
+  streamPlayer_.add(*mainPlayer_);
+}
+
+/// Sets the player to what the main video is set to.
+void Video::applyMain() {
+  if (!mainPlayer_) return;
+  mainPlayer_->setFrozen(main_.isFrozen);
+  mainPlayer_->setMute(main_.isMute);
+  mainPlayer_->setSound(main_.sound);
+  mainPlayer_->setBalance(main_.balance);
+  mainPlayer_->setBass(main_.bass);
+  mainPlayer_->setTreble(main_.treble);
+  const std::vector<Component> audio = components(true, mainService_);
+  const auto selected = std::ranges::find(audio, main_.language, &Component::language);
+  mainPlayer_->selectAudio(selected == audio.end() ? 0
+                                                   : static_cast<int>(selected - audio.begin()));
+}
+
+void Video::changeMain(const std::function<void(Main&)>& change) {
+  const std::lock_guard lock(mutex_);
+  change(main_);
+  applyMain();
+  if (display_ == nullptr) return;
+  display_->move(mainChannel, main_.isShown ? main_.bounds : ipcutil::Rectangle_t{});
 }
 
 Video::Opened* Video::find(int player) {
@@ -61,9 +105,9 @@ Video::Opened* Video::find(int player) {
   return found == players_.end() ? nullptr : &found->second;
 }
 
-std::vector<Component> Video::components(bool isAudio) const {
+std::vector<Component> Video::components(bool isAudio, int service) const {
   for (ProgramMap& map : information_.programMaps()) {
-    if (map.program != information_.currentService()) continue;
+    if (map.program != service) continue;
     std::erase_if(map.components, [&](const Component& component) {
       return isAudio ? !component.isAudio() : !component.isVideo();
     });
@@ -72,18 +116,23 @@ std::vector<Component> Video::components(bool isAudio) const {
   return {};
 }
 
-const Component* Video::selectedAudio(const std::vector<Component>& audio) const {
+std::vector<Component> Video::components(bool isAudio) const {
+  return components(isAudio, information_.currentService());
+}
+
+const Component* Video::selectedAudio(const std::vector<Component>& audio) {
+  const std::lock_guard lock(mutex_);
   const auto selected = std::ranges::find(audio, main_.language, &Component::language);
   if (selected != audio.end()) return &*selected;
   return audio.empty() ? nullptr : &audio.front();
 }
 
 void Video::setVideoBounds(int x, int y, int width, int height) {
-  main_.bounds = {x, y, width, height};
-  if (display_ != nullptr && main_.isShown) display_->move(mainChannel, main_.bounds);
+  changeMain([&](Main& main) { main.bounds = {x, y, width, height}; });
 }
 
 void Video::getMainVideoBounds(int& x, int& y, int& width, int& height) {
+  const std::lock_guard lock(mutex_);
   x = main_.bounds.x;
   y = main_.bounds.y;
   width = main_.bounds.width;
@@ -203,16 +252,12 @@ std::string Video::getVideoLanguageB() {
 
 void Video::selectVideoLanguage(std::string language) {
   const std::vector<Component> audio = components(true);
-  const auto selected = std::ranges::find(audio, language, &Component::language);
-  if (selected == audio.end()) return;
-  main_.language = std::move(language);
-  withMain(
-      [&](MediaPlayer& player) { player.selectAudio(static_cast<int>(selected - audio.begin())); });
+  if (std::ranges::find(audio, language, &Component::language) == audio.end()) return;
+  changeMain([&](Main& main) { main.language = std::move(language); });
 }
 
 void Video::setVideoFreeze(bool freeze) {
-  main_.isFrozen = freeze;
-  withMain([freeze](MediaPlayer& player) { player.setFrozen(freeze); });
+  changeMain([freeze](Main& main) { main.isFrozen = freeze; });
 }
 
 void Video::setMediaFreeze(int player, bool freeze) {
@@ -220,10 +265,7 @@ void Video::setMediaFreeze(int player, bool freeze) {
 }
 
 void Video::setVideoOption(bool option) {
-  main_.isShown = option;
-  if (display_ != nullptr) {
-    display_->move(mainChannel, option ? main_.bounds : ipcutil::Rectangle_t{});
-  }
+  changeMain([option](Main& main) { main.isShown = option; });
 }
 
 int Video::getVideoProperty9() { return Display::width; }
@@ -252,32 +294,26 @@ int Video::getVideoProperty14() {
   return selected == nullptr ? -1 : selected->streamType;
 }
 
-int Video::getVideoProperty15() { return main_.isMute ? 1 : 0; }
+int Video::getVideoProperty15() {
+  const std::lock_guard lock(mutex_);
+  return main_.isMute ? 1 : 0;
+}
 
-int Video::getVideoProperty16() { return main_.isFrozen ? 1 : 0; }
+int Video::getVideoProperty16() {
+  const std::lock_guard lock(mutex_);
+  return main_.isFrozen ? 1 : 0;
+}
 
 /// The client has gone, or begins anew: its players go, and the main video is as it was.
 void Video::videoPropertyAction() {
   for (auto& [number, opened] : players_) closeOpened(opened);
   players_.clear();
-  main_ = {};
-  withMain([](MediaPlayer& player) {
-    player.setFrozen(false);
-    player.setMute(false);
-    player.setSound(1);
-    player.setBalance(0);
-    player.setBass(0);
-    player.setTreble(0);
-    player.selectAudio(0);
-  });
-  if (display_ != nullptr) {
-    display_->move(mainChannel, main_.bounds);
-    display_->setRegion({});
-  }
+  changeMain([](Main& main) { main = {}; });
+  if (display_ != nullptr) display_->setRegion({});
 }
 
 void Video::setVideoBalanceLevel(double level) {
-  withMain([level](MediaPlayer& player) { player.setBalance(level); });
+  changeMain([level](Main& main) { main.balance = level; });
 }
 
 void Video::setMediaBalanceLevel(int player, double level) {
@@ -285,7 +321,7 @@ void Video::setMediaBalanceLevel(int player, double level) {
 }
 
 void Video::setVideoSoundLevel(double level) {
-  withMain([level](MediaPlayer& player) { player.setSound(level); });
+  changeMain([level](Main& main) { main.sound = level; });
 }
 
 void Video::setMediaSoundLevel(int player, double level) {
@@ -293,8 +329,7 @@ void Video::setMediaSoundLevel(int player, double level) {
 }
 
 void Video::setVideoMute(bool mute) {
-  main_.isMute = mute;
-  withMain([mute](MediaPlayer& player) { player.setMute(mute); });
+  changeMain([mute](Main& main) { main.isMute = mute; });
 }
 
 void Video::setMediaMute(int player, bool mute) {
@@ -302,7 +337,7 @@ void Video::setMediaMute(int player, bool mute) {
 }
 
 void Video::setVideoBassLevel(double level) {
-  withMain([level](MediaPlayer& player) { player.setBass(level); });
+  changeMain([level](Main& main) { main.bass = level; });
 }
 
 void Video::setMediaBassLevel(int player, double level) {
@@ -310,7 +345,7 @@ void Video::setMediaBassLevel(int player, double level) {
 }
 
 void Video::setVideoTrebleLevel(double level) {
-  withMain([level](MediaPlayer& player) { player.setTreble(level); });
+  changeMain([level](Main& main) { main.treble = level; });
 }
 
 void Video::setMediaTrebleLevel(int player, double level) {

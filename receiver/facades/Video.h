@@ -1,10 +1,14 @@
 #pragma once
 
+#include <condition_variable>
 #include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "facade/GraphicsSettingsListener.h"
 #include "facade/MediaListener.h"
@@ -91,16 +95,23 @@ class Video : public middlewarefacade::VideoFacade {
     bool isShown = true;
     bool isFrozen = false;
     bool isMute = false;
+    double sound = 1;
+    double balance = 0;
+    double bass = 0;
+    double treble = 0;
     std::string language;
   };
 
-  /// The components of the current service whose stream types are among those.
+  /// The components of a service whose stream types are among those.
+  [[nodiscard]] std::vector<Component> components(bool isAudio, int service) const;
   [[nodiscard]] std::vector<Component> components(bool isAudio) const;
-  [[nodiscard]] const Component* selectedAudio(const std::vector<Component>& audio) const;
+  [[nodiscard]] const Component* selectedAudio(const std::vector<Component>& audio);
   Opened* find(int player);
-  /// Calls the main video's player, where there is one.
-  void withMain(const std::function<void(MediaPlayer&)>& call);
-  void startMain();
+  /// Changes what the main video is set to, and its player, where there is one.
+  void changeMain(const std::function<void(Main&)>& change);
+  void follow();
+  void playMain(int service);
+  void applyMain();
   void closeOpened(Opened& opened);
 
   StreamPlayer& streamPlayer_;
@@ -108,8 +119,16 @@ class Video : public middlewarefacade::VideoFacade {
   Worker& worker_;
   GraphicsListener& graphicsListener_;
   Display* const display_;
+
+  /// Guards the main video, whose player is changed by the thread that follows the current service.
+  std::mutex mutex_;
+  std::condition_variable stopped_;
+  bool isStopped_ = false;
   Main main_;
   std::unique_ptr<MediaPlayer> mainPlayer_;
+  int mainService_ = -1;  ///< that the player plays
+  std::thread follower_;
+
   std::map<int, Opened> players_;
   int next_ = 1;
 };
