@@ -1,4 +1,5 @@
 #include "receiver/CarouselMounts.h"
+#include "receiver/Text.h"
 
 #include <fmt/format.h>
 
@@ -16,7 +17,7 @@ namespace fs = std::filesystem;
 
 std::string escaped(const std::string& text) {
   std::string xml;
-  for (const char character : text) {
+  for (const char character : withoutControls(text)) {
     switch (character) {
       case '&':
         xml += "&amp;";

@@ -6,14 +6,15 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <charconv>
 #include <cstdio>
 #include <exception>
 #include <optional>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "adapter/MiddlewareIpc.h"
+#include "common/Number.h"
 #include "receiver/Host.h"
 #include "receiver/Output.h"
 
@@ -39,11 +40,10 @@ std::string_view takeWord(std::string_view& line) {
 }
 
 std::optional<std::int32_t> takeNumber(std::string_view& line) {
-  const std::string_view word = takeWord(line);
-  std::int32_t number = 0;
-  const auto [end, error] = std::from_chars(word.data(), word.data() + word.size(), number);
-  if (error != std::errc() || end != word.data() + word.size()) return std::nullopt;
-  return number;
+  const auto number = quillwork::parseInteger(takeWord(line));
+  return number && std::in_range<std::int32_t>(*number)
+             ? std::optional(static_cast<std::int32_t>(*number))
+             : std::nullopt;
 }
 
 /// How many numbers a command needs and takes, and whether the rest of the line is its text.
@@ -162,7 +162,8 @@ void Console::perform(const std::string& line) {
     host_.information.selectService(numbers[0]);
     const int current = host_.information.currentService();
     answer(fmt::format("service {}", current));
-    if (current != numbers[0]) {
+    // -1 selects the first one of the stream again.
+    if (numbers[0] != -1 && current != numbers[0]) {
       fmt::print(stderr, "quillwork-receiver: service {} is not in the stream so far\n",
                  numbers[0]);
     }

@@ -19,6 +19,7 @@
 #include <ctime>
 #include <exception>
 #include <filesystem>
+#include <functional>
 #include <list>
 #include <memory>
 #include <optional>
@@ -27,6 +28,9 @@
 #include <utility>
 
 #include "adapter/MiddlewareIpc.h"
+#include "common/Number.h"
+#include "protocol/ConnectionListener.h"
+#include "protocol/IpcServerManager.h"
 #include "receiver/Console.h"
 #include "receiver/DataBroadcast.h"
 #ifdef QUILLWORK_GSTREAMER
@@ -118,7 +122,7 @@ class Announcements : public receiver::PacketSink {
         "events, broadcast time {}",
         stream_, counters.packets, counters.errors.damagedPackets, counters.errors.lostPackets,
         counters.sections, counters.errors.badSections, counters.changes,
-        information_.services().size(), information_.events().size(),
+        information_.services().size(), information_.eventCount(),
         receiver::timeText(information_.broadcastTime())));
   }
 
@@ -207,17 +211,38 @@ std::unique_ptr<receiver::Source> openStream(const std::string& name) {
 #endif
 }
 
+/// What a client has asked to hear of carousels ends with its connection, which the carousel facade
+/// does not learn of.
+class ClientsEnd : public quillwork::ConnectionListener {
+ public:
+  explicit ClientsEnd(Host& host) : host_(host) {}
+  void clientConnected() override {}
+  void clientDisconnected() override { host_.carouselListener.set(nullptr); }
+
+ private:
+  Host& host_;
+};
+
+/// The threads that work behind the stream's: one writes carousels' files, the other notifies the
+/// client, which may keep it waiting.
+struct Workers {
+  std::optional<receiver::Worker> writer{std::in_place, "carousels"};
+  std::optional<receiver::Worker> notifier{std::in_place, "worker"};
+};
+
 /// What runs while the receiver serves. However that ends, its parts go in the order in which they
 /// need one another.
 class Serving {
  public:
-  Serving(Host& host, std::optional<receiver::Worker>& worker) : host_(host), worker_(worker) {
+  Serving(Host& host, Workers& workers) : host_(host), workers_(workers), clientsEnd_(host) {
     Host::current() = &host_;
     adapter_ = MiddlewareIpc::getInstance();
+    quillwork::IpcServerManager::getInstance()->addConnectionListener(&clientsEnd_);
   }
   ~Serving() {
     for (receiver::Console& console : consoles_) console.stop();
-    worker_->stop();
+    workers_.writer->stop();
+    workers_.notifier->stop();
     host_.streamPlayer.stop();
     // The adapter's class has no virtual destructor, and this is an object of that class.
 #pragma GCC diagnostic push
@@ -225,7 +250,8 @@ class Serving {
     delete adapter_;
 #pragma GCC diagnostic pop
     consoles_.clear();
-    worker_.reset();
+    workers_.writer.reset();
+    workers_.notifier.reset();
     Host::current() = nullptr;
   }
   Serving(const Serving&) = delete;
@@ -236,7 +262,8 @@ class Serving {
 
  private:
   Host& host_;
-  std::optional<receiver::Worker>& worker_;
+  Workers& workers_;
+  ClientsEnd clientsEnd_;
   MiddlewareIpc* adapter_ = nullptr;
   std::list<receiver::Console> consoles_;
 };
@@ -301,8 +328,8 @@ void serve(const Options& options) {
 
   std::optional<ScratchDirectory> scratch;
   if (options.mount.empty()) scratch.emplace();
-  std::optional<receiver::Worker> worker(std::in_place);
-  receiver::CarouselMounts mounts(data, information, *worker,
+  Workers workers;
+  receiver::CarouselMounts mounts(data, information, *workers.writer, *workers.notifier,
                                   scratch ? scratch->path() : std::filesystem::path(options.mount),
                                   [](const std::string& locator, const std::string& path) {
                                     Host::current()->carouselListener.notify([&](auto& listener) {
@@ -314,11 +341,20 @@ void serve(const Options& options) {
   std::optional<receiver::Display> window;
   if (options.hasDisplay) display = &window.emplace();
 #endif
-  Host host{information,         streamPlayer, *worker, mounts, display, options.properties,
-            options.play.isFast, {},           {},      {},     {}};
+  Host host{information,
+            streamPlayer,
+            *workers.notifier,
+            mounts,
+            display,
+            options.properties,
+            options.play.isFast,
+            {},
+            {},
+            {},
+            {}};
   connectData(data, host, announcements);
   {
-    Serving serving(host, worker);
+    Serving serving(host, workers);
     announcements.say("serving");
     streamPlayer.start();
     if (!options.script.empty()) serving.listenTo(openScript(options.script));
@@ -328,6 +364,25 @@ void serve(const Options& options) {
   }
   // A stream that never ends has its totals, too.
   if (!isFile) announcements.sayNews();
+}
+
+/// An option with a number between the two.
+void addNumber(CLI::App& application, const std::string& name, double least, double most,
+               const std::string& description, const std::function<void(double)>& set) {
+  const std::string range = fmt::format("{:.0f} to {:.0f}", least, most);
+  application
+      .add_option_function<std::string>(
+          name,
+          [=](const std::string& text) {
+            const auto number = quillwork::parseReal(text);
+            if (!number) throw CLI::ValidationError(name, "'" + text + "' is no number");
+            if (*number < least || *number > most) {
+              throw CLI::ValidationError(name, text + " is not " + range);
+            }
+            set(*number);
+          },
+          description)
+      ->type_name(range);
 }
 
 }  // namespace
@@ -348,12 +403,12 @@ int main(int argumentCount, char** arguments) {
   auto* const loop =
       application.add_flag("--loop", options.play.isLooped, "begin a file again at its end");
   application.add_flag("--once", options.endsWithStream, "end at the stream's end")->excludes(loop);
-  application
-      .add_option("--bitrate", options.play.bitRate,
-                  "bits a second of a stream that has no clock of its own")
-      ->check(CLI::Range(1e3, 1e9));
-  application.add_option("--service", options.service,
-                         "the current service; the stream's first one without it");
+  addNumber(application, "--bitrate", 1e3, 1e9,
+            "bits a second of a stream that has no clock of its own",
+            [&](double bits) { options.play.bitRate = bits; });
+  addNumber(application, "--service", -1, 0xffff,
+            "the current service; the stream's first one without it",
+            [&](double service) { options.service = static_cast<int>(service); });
   application.add_option("--charset", options.charset,
                          "character table of texts that do not name their own: an iconv name, or "
                          "ARIB; found out from the stream without it");
