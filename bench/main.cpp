@@ -25,6 +25,7 @@
 #include "bench/memory.h"
 #include "bench/quiet.h"
 #include "bench/requests.h"
+#include "bench/timed.h"
 #include "client/ControlChannel.h"
 #include "support/OwnSharedMemory.h"
 
@@ -39,15 +40,6 @@ struct Options {
   std::string only;
   double effort = 1;
 };
-
-/// Microseconds that an operation takes.
-template <class Operation>
-double timed(Operation operation) {
-  const auto begin = std::chrono::steady_clock::now();
-  operation();
-  return std::chrono::duration<double, std::micro>(std::chrono::steady_clock::now() - begin)
-      .count();
-}
 
 /// A server and a bare client's connections to it.
 struct Peer {
@@ -87,9 +79,6 @@ struct LibraryPeer {
     require(channel->getCurrentService() == currentService, "the current service");
   }
 };
-
-/// Microseconds since a notification's thread began.
-double since(std::int32_t sent) { return ((stamp() - sent) & 0x7fffffff) / 1000.0; }
 
 /// From before the send on the notifier's thread until the record is here.
 double timeNotification(const Peer& peer) {

@@ -20,6 +20,7 @@
 #include "bench/Measurement.h"
 #include "bench/peers/Peer.h"
 #include "bench/quiet.h"
+#include "bench/timed.h"
 #include "client/ControlChannel.h"
 #include "client/SectionFilterChannel.h"
 
@@ -56,14 +57,6 @@ namespace {
 
 void require(bool right, const std::string& what) {
   if (!right) throw std::runtime_error("a wrong answer: " + what);
-}
-
-template <class Operation>
-double timed(Operation operation) {
-  const auto begin = std::chrono::steady_clock::now();
-  operation();
-  return std::chrono::duration<double, std::micro>(std::chrono::steady_clock::now() - begin)
-      .count();
 }
 
 /// A client and its server. Who sends notifications is told through `notify`.
@@ -192,8 +185,7 @@ std::vector<Work> works() {
                  }});
   all.push_back({"a notification, one way", {}, [](Contestant& contestant) {
                    contestant.notify(1);
-                   const std::int32_t sent = contestant.connection->notification();
-                   return ((stamp() - sent) & 0x7fffffff) / 1000.0;
+                   return since(contestant.connection->notification());
                  }});
   all.push_back(
       {fmt::format("{} notifications at once, each", burst), {}, [](Contestant& contestant) {
