@@ -5,7 +5,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <initializer_list>
-#include <span>
 #include <string_view>
 
 #include "protocol/message.h"
@@ -160,7 +159,7 @@ struct Types {
 /// Any type for which the group has no row of its own.
 inline constexpr Types anyOther{INT32_MIN, INT32_MAX};
 constexpr bool isAnyOther(const Types& types) {
-  return types.first != types.last && types.first < 0;
+  return types.first == anyOther.first && types.last == anyOther.last;
 }
 
 // The type of a list's element records. Their group is the request's.
