@@ -140,38 +140,51 @@ void sendTrailing(IpcServer::SendGuard& guard, descriptor& element) {
 /// send when it is full or when raw bytes follow.
 class Pieces {
  public:
-  Pieces(IpcServer::SendGuard& guard, const message& request) : guard_(guard), request_(request) {}
-
-  /// The next record, with what the one before it holds in the words that the caller does not
-  /// write.
-  message& next() {
-    if (count_ == std::size(records_)) send();
-    message& record = records_[count_];
-    // A list's elements all write the same words, so that a record of the piece before holds the
-    // others already.
-    if (count_ == filled_) {
-      record = filled_ == 0 ? request_ : records_[filled_ - 1];
-      ++filled_;
-    }
-    last_ = count_++;
-    return record;
+  /// Begins with the list's header.
+  Pieces(IpcServer::SendGuard& guard, message& record, std::size_t elements)
+      : guard_(guard), record_(record) {
+    next(LIST_HEADER, static_cast<std::int32_t>(elements));
   }
 
+  /// The next record, with what the one before it holds in the words that the caller does not
+  /// write. A negative type leaves the type as it is, too.
+  message& next(message_group group, std::int32_t type);
+
+  /// Sends what has gathered.
   void send() {
     if (count_ > 0) guard_.sendMessages(records_, std::exchange(count_, 0));
   }
 
-  /// The record that next() gave out last.
-  [[nodiscard]] const message& last() const { return records_[last_]; }
+  /// Sends the rest. What a later request leaves out is as if the list had been sent from the
+  /// received record.
+  void finish() {
+    send();
+    record_ = records_[last_];
+  }
 
  private:
   IpcServer::SendGuard& guard_;
-  const message& request_;
+  message& record_;
   message records_[IpcServer::SendGuard::maxPiece];
   std::size_t count_ = 0;
   std::size_t filled_ = 0;
   std::size_t last_ = 0;
 };
+
+message& Pieces::next(message_group group, std::int32_t type) {
+  if (count_ == std::size(records_)) send();
+  message& record = records_[count_];
+  // A list's elements all write the same words, so that a record of the piece before holds the
+  // others already.
+  if (count_ == filled_) {
+    record = filled_ == 0 ? record_ : records_[filled_ - 1];
+    ++filled_;
+  }
+  last_ = count_++;
+  record.group = group;
+  if (type >= 0) record.type = type;
+  return record;
+}
 
 /// Sends a list: a header with the count, then a record for each element. The lists behind a
 /// descriptor come with it, those of events behind the last one. The pieces are on the stack here,
@@ -181,24 +194,16 @@ template <std::size_t place, class Element>
                                 message_group group, std::int32_t type) {
   OwnedRecords<Element> elements(std::move(list));
   IpcServer::SendGuard guard(server);
-  Pieces pieces(guard, record);
-  message& header = pieces.next();
-  header.group = LIST_HEADER;
-  header.type = static_cast<std::int32_t>(elements->size());
+  Pieces pieces(guard, record, elements->size());
   for (Element& element : *elements) {
-    message& next = pieces.next();
-    next.group = group;
-    if (type >= 0) next.type = type;
-    write<place>(next, element);
+    write<place>(pieces.next(group, type), element);
     if constexpr (std::is_same_v<Element, descriptor>) {
       if (element.data == nullptr || element.data->empty()) continue;
       pieces.send();
       sendTrailing(guard, element);
     }
   }
-  pieces.send();
-  // What a later request leaves out is as if the list had been sent from here.
-  record = pieces.last();
+  pieces.finish();
   if constexpr (std::is_same_v<Element, program_event>) {
     for (program_event& event : *elements) sendTrailing(guard, event);
   }
