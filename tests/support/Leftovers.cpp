@@ -21,6 +21,7 @@ namespace {
 using Names = std::vector<std::string>;
 
 Leftovers expectedLeftovers;
+std::chrono::milliseconds timeForLeftovers = patience;
 
 /// What the open descriptors refer to, sorted; by a file's name only, for a number that is closed
 /// and opened again may belong to something else.
@@ -69,6 +70,7 @@ std::string list(const Names& names) {
 class LeftoverWatch : public testing::EmptyTestEventListener {
   void OnTestStart(const testing::TestInfo&) override {
     expectedLeftovers = {};
+    timeForLeftovers = patience;
     filesBefore_ = openFiles();
     threadsBefore_ = threads();
   }
@@ -76,7 +78,7 @@ class LeftoverWatch : public testing::EmptyTestEventListener {
   void OnTestEnd(const testing::TestInfo&) override {
     // The end of a thread, and what a server closes after its client, tell nobody. A server first
     // works through the requests that its client left in the socket.
-    for (std::chrono::milliseconds waited{}; waited < patience && !isAsExpected();
+    for (std::chrono::milliseconds waited{}; waited < timeForLeftovers && !isAsExpected();
          waited += pause) {
       std::this_thread::sleep_for(pause);
     }
@@ -114,6 +116,8 @@ void leavesBehind(Leftovers expected) {
   expectedLeftovers.descriptors += expected.descriptors;
   expectedLeftovers.threads += expected.threads;
 }
+
+void awaitsLeftovers(std::chrono::milliseconds time) { timeForLeftovers = time; }
 
 void watchForLeftovers() {
   // With the first thread a sanitizer's runtime begins one of its own, which stays.

@@ -5,11 +5,14 @@
 #include <pthread.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <thread>
 
 #include "support/Leftovers.h"
 
 namespace {
+
+constexpr std::chrono::milliseconds notLong(100);
 
 void leakDescriptor() { ASSERT_NE(open("/dev/null", O_RDONLY | O_CLOEXEC), -1); }
 
@@ -20,9 +23,15 @@ void leakThread() {
   }).detach();
 }
 
-TEST(Leaking, ADescriptor) { leakDescriptor(); }
+TEST(Leaking, ADescriptor) {
+  awaitsLeftovers(notLong);
+  leakDescriptor();
+}
 
-TEST(Leaking, AThread) { leakThread(); }
+TEST(Leaking, AThread) {
+  awaitsLeftovers(notLong);
+  leakThread();
+}
 
 TEST(Leaking, AsItHasSaid) {
   leavesBehind({.descriptors = 1, .threads = 1});
@@ -30,7 +39,10 @@ TEST(Leaking, AsItHasSaid) {
   leakThread();
 }
 
-TEST(Leaking, LessThanItHasSaid) { leavesBehind({.threads = 1}); }
+TEST(Leaking, LessThanItHasSaid) {
+  awaitsLeftovers(notLong);
+  leavesBehind({.threads = 1});
+}
 
 TEST(Leaking, NothingInTheEnd) {
   const int file = open("/dev/null", O_RDONLY | O_CLOEXEC);
