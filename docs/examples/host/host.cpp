@@ -30,14 +30,22 @@ class ServiceInformation : public SIFacade {
   int getCurrentService() override { return 1001; }
   std::string getSICodingFormat() override { return "DVB"; }
 
-  // What this middleware does not know.
+  // What this middleware does not know. Records have -1 in their key field then.
   Network_ getNetwork() override { return {"", -1}; }
   std::list<Descriptors_> getNetworkDescriptors() override { return {}; }
-  TransportStream_ getTransportStream() override { return {}; }
+  TransportStream_ getTransportStream() override {
+    TransportStream_ unknown;
+    unknown.value_2 = -1;
+    return unknown;
+  }
   std::list<Descriptors_> getTransportStreamDescriptors(int) override { return {}; }
   std::list<Descriptors_> getServiceDescriptors(int) override { return {}; }
   std::list<ProgramEvent_> getProgramEvents() override { return {}; }
-  ProgramEvent_ getProgramEvent() override { return {}; }
+  ProgramEvent_ getProgramEvent() override {
+    ProgramEvent_ unknown;
+    unknown.value_2 = -1;
+    return unknown;
+  }
   std::list<Descriptors_> getProgramEventDescriptors(int, int) override { return {}; }
   std::list<ServiceComponent_> getServiceComponents(int) override { return {}; }
   std::list<Descriptors_> getServiceComponentDescriptors(int) override { return {}; }
