@@ -177,8 +177,8 @@ bool isAnsweredWithIntegers(const Request& row) {
                      });
 }
 
-TEST(ReceiverPage, SaysWhatTheReceiverAnswersWithIntegers) {
-  std::ifstream file(RECEIVER_PAGE);
+TEST(ProfilePage, SaysWhatTheReceiverAnswersWithIntegers) {
+  std::ifstream file(PROFILE_PAGE);
   const std::string page((std::istreambuf_iterator<char>(file)), {});
   // What the page has by other words than the request's name.
   const std::map<std::string_view, std::string_view> words = {

@@ -8,7 +8,7 @@
 
 namespace receiver {
 
-/// The service-information facade on the tables of the stream. docs/receiver.md says what stands in
+/// The service-information facade on the tables of the stream. docs/profile.md says what stands in
 /// each integer.
 class Information : public middlewarefacade::SIFacade {
  public:

@@ -13,7 +13,7 @@
 
 namespace receiver {
 
-/// A comparison of a section's bytes with a pattern. docs/receiver.md says what each vector means.
+/// A comparison of a section's bytes with a pattern. docs/profile.md says what each vector means.
 struct Pattern {
   std::size_t offset = 0;
   std::vector<unsigned char> value;

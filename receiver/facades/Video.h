@@ -23,7 +23,7 @@
 namespace receiver {
 
 /// The video facade: the current service's pictures and sound, media players on files and on
-/// programmes of the stream. Called on the control channel's thread. docs/receiver.md says what
+/// programmes of the stream. Called on the control channel's thread. docs/profile.md says what
 /// each number means.
 class Video : public middlewarefacade::VideoFacade {
  public:

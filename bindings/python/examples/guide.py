@@ -27,7 +27,7 @@ from quillwork_ipc import (
 )
 
 KEYS = "Up/Down service   c carousel   v video   r read anew   q quit"
-# What the reference receiver means by its integers: docs/receiver.md.
+# What the reference receiver means by its integers: docs/profile.md.
 OBJECT_CAROUSEL = 0x0B
 PRESENT_FOLLOWING = (0x4E, 0x4F)
 PLANE_WIDTH, PLANE_HEIGHT = 9, 10
