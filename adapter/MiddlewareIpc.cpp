@@ -45,7 +45,8 @@ MiddlewareIpc* instance = nullptr;
 pthread_mutex_t instanceMutex = PTHREAD_MUTEX_INITIALIZER;
 
 // The constructor initialises instanceMutex while getInstance() holds it, which lets a second
-// caller in and loses those who sleep on it. This one, around the whole, gives the exclusion.
+// caller in and loses the threads that sleep on it. This mutex is held around the whole call and
+// gives the exclusion.
 constinit quillwork::Mutex creationMutex;
 
 /// Calls the facade's code on the way to the adapter's end, which no exception holds up.
@@ -88,7 +89,7 @@ MiddlewareIpc::MiddlewareIpc(int width, int height)
       dsmccCommandFacade(nullptr),
       versionFacade(nullptr) {
   // Both channels can reach this object from the first step on: if a later step throws, neither
-  // may keep what is about to be freed.
+  // may keep a pointer to it.
   struct Rollback {
     explicit Rollback(MiddlewareIpc& owner) : adapter(&owner) {}
     ~Rollback() {

@@ -11,7 +11,8 @@ Answer askOr(Answer nothing, Facade* facade, Answer (Facade::*operation)(Paramet
   return facade != nullptr ? (facade->*operation)(std::forward<Arguments>(arguments)...) : nothing;
 }
 
-/// Likewise, with the answer 0, false or empty without the facade.
+/// Calls the facade's operation and returns its answer, or 0, false or an empty value without the
+/// facade.
 template <class Facade, class Answer, class... Parameters, class... Arguments>
 Answer ask(Facade* facade, Answer (Facade::*operation)(Parameters...), Arguments&&... arguments) {
   return facade != nullptr ? (facade->*operation)(std::forward<Arguments>(arguments)...) : Answer();

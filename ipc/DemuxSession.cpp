@@ -21,15 +21,14 @@ namespace {
 
 using Bytes = SectionRequest::Bytes;
 
-// Shared by all servers of the process; a session keeps its own sockets, too.
+// Shared by all servers of the process; each session also keeps its own.
 int listenSocket = -1;
 int clientSocket = -1;
 
 // How long a call into a released listener may take to come back by itself.
 constexpr long graceNanoseconds = 200'000'000;
 
-/// What the channel speaks to when its listener has been released: as if the receiver had no
-/// demultiplexer.
+/// The listener in the place of a released one: it answers as if the receiver had no demultiplexer.
 class NoDemultiplexer : public IpcDemuxServerListener {
  public:
   void start() override {}
@@ -111,7 +110,7 @@ void DemuxSession::stop() {
     mustLeave_ = true;
     server = server_;
   }
-  // The thread waits for a client, or for bytes from it, or for it to read.
+  // The thread waits for a client, for bytes of the client, or until the client reads.
   listening_.shutDown();
   connection_.shutDown();
   endThread();
@@ -134,7 +133,7 @@ void DemuxSession::detach() {
 
 void DemuxSession::releaseListener(IpcDemuxServerListener* listener) {
   if (listener == nullptr) return;
-  // A cancellation of the calling thread waits until nobody is left inside of the listener.
+  // A cancellation of the calling thread waits until no call into the listener is left.
   const CancellationScope whole(PTHREAD_CANCEL_DISABLE);
   const Lock alone(threads);
   MonotonicCondition ended;

@@ -25,7 +25,7 @@ class Descriptor {
   /// The number, or -1 for no descriptor.
   [[nodiscard]] int number() const { return number_; }
 
-  /// Gives the descriptor away: whoever takes the number closes it.
+  /// Gives the descriptor away: the caller closes the number that this returns.
   [[nodiscard]] int release() { return std::exchange(number_, -1); }
 
   void close() {

@@ -7,10 +7,10 @@
 
 namespace quillwork {
 
-/// A non-recursive mutex that passes from one waiting thread to the next in the order of their
-/// coming. A client that floods the accept thread with requests would keep everybody else out of a
-/// plain mutex, which is free for an instant only between two requests. Usable before any
-/// constructor has run. The wait is no cancellation point.
+/// A non-recursive mutex that passes from one waiting thread to the next in the order in
+/// which they came. A client that floods the accept thread with requests would keep all other
+/// threads out of a plain mutex, which is free for an instant only between two requests. Usable
+/// before any constructor has run. The wait is no cancellation point.
 class QUILLWORK_CAPABILITY("mutex") FairMutex {
  public:
   constexpr FairMutex() = default;

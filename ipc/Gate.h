@@ -7,8 +7,8 @@
 
 namespace quillwork {
 
-/// Counts the threads that are inside something, so that the thread that takes it down can shut the
-/// entry and wait for the last of them to leave. Closed at first. Any thread may use it; only
+/// Counts the threads that use an object, so that the thread that takes the object down can refuse
+/// new ones and wait for the last to leave. A gate is closed at first. Any thread may use it; only
 /// awaitEmpty() blocks. A gate in static storage needs no construction at run time.
 class QUILLWORK_CAPABILITY("gate") Gate {
  public:
@@ -38,7 +38,7 @@ class QUILLWORK_CAPABILITY("gate") Gate {
   void close() { state_.fetch_or(shut); }
   [[nodiscard]] bool isClosed() const { return (state_.load() & shut) != 0; }
 
-  /// Waits until nobody is inside. Ends only behind a closed gate: an open one may never be empty.
+  /// Waits until no thread is inside. Close the gate before: an open gate may never be empty.
   void awaitEmpty() QUILLWORK_EXCLUDES(this) {
     for (std::uint32_t seen = state_.load(); (seen & ~shut) != 0; seen = state_.load()) {
       state_.wait(seen);
@@ -57,7 +57,7 @@ class QUILLWORK_CAPABILITY("gate") Gate {
   }
 
   void leave() {
-    // Only the last one out of a closed gate can have somebody waiting for it.
+    // A thread waits only for the last one that leaves a closed gate.
     if (state_.fetch_sub(1) == (shut | 1U)) state_.notify_all();
   }
 

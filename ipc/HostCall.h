@@ -13,8 +13,9 @@ namespace quillwork {
 /// Thrown to end the client's connection for an exception that has been printed already.
 struct ReportedException {};
 
-/// Prints one line: what a call into the host's code ended by. `exception` is null for one that is
-/// no std::exception; one without a text counts as such. Line ends in its text are left out.
+/// Prints one line about the exception that ended a call into the host's code. `exception` is null
+/// if what was thrown is no std::exception. A std::exception without a text is printed in the same
+/// way. Line ends in its text are left out.
 void reportException(const char* consequence, const std::exception* exception);
 
 constexpr const char* connectionEnds = "Client's connection ended by an exception";

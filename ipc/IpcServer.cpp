@@ -28,14 +28,14 @@ int clientSocket = -1;
 
 }  // namespace
 
-/// What a server's thread serves, and who sends.
+/// What a server's thread serves, and the threads that send.
 struct IpcServer::Endpoint {
   constexpr Endpoint() : listening(listenSocket), connection(clientSocket) {}
 
   SharedSocket listening;
   SharedSocket connection;
-  /// Everybody who sends is inside; closed while the server is not running. The accept thread takes
-  /// a closed gate for the order to end.
+  /// The threads that send are inside. The gate is closed while the server is not running: the
+  /// accept thread ends when it finds the gate closed.
   Gate senders;
   std::atomic<bool> clientHasGone{false};
 
@@ -82,7 +82,7 @@ void IpcServer::start() {
   endpoint->listening.own(std::move(opened.socket));
   if (!opened.listens) return;
   endpoint->senders.open();
-  // Whoever stops the server right away must find its thread.
+  // A thread that stops the server right away must find the accept thread.
   if (createAcceptThread(thread, run, this) == 0) {
     inService.wait(false);
   } else {
@@ -143,14 +143,14 @@ void IpcServer::serve(Endpoint& endpoint) {
     }
     endpoint.clientHasGone = false;
     endpoint.connection.own(std::move(accepted));
-    // Nobody would break off a send to one that comes now. A send may already use the number:
-    // stop() closes it.
+    // stop() has broken off the sends before this client came, and would not break off a send to
+    // this one. A send may already use the number: stop() closes it.
     if (endpoint.senders.isClosed()) return endpoint.connection.shutDown();
   } while (serveClient(endpoint, record));
 }
 
 // One connection, from its first event to its last. False when the server is being stopped: then
-// stop() closes the connection and nobody hears of its end.
+// stop() closes the connection, and the listener is not told of its end.
 bool IpcServer::serveClient(Endpoint& endpoint, message& record) {
   if (listener == nullptr || callHost([&] { listener->clientConnected(); })) {
     receiveRecords(endpoint, record);
@@ -175,7 +175,7 @@ void IpcServer::receiveRecords(Endpoint& endpoint, message& record) {
 }
 
 bool IpcServer::closeConnection(Endpoint& endpoint) {
-  // Wakes a sender that is blocked towards a client that only half went away.
+  // Wakes a sender that is blocked towards a client which has closed only its sending direction.
   endpoint.connection.shutDown();
   const SendGuard guard(*this);
   if (!guard.isAdmitted()) return false;
@@ -190,7 +190,7 @@ bool IpcServer::sendMessage(const void* data, unsigned int length) {
 }
 
 namespace {
-/// What a server has that was never started.
+/// The gate of a server that was never started.
 constinit Gate closedGate;
 }  // namespace
 

@@ -101,8 +101,8 @@ class QUILLWORK_SCOPED_CAPABILITY IpcServer::SendGuard {
   /// that was cut; each that fails prints its own line. Returns whether all bytes were taken.
   bool sendMessages(const message* records, std::size_t count);
 
-  /// A piece of so many records stays in one buffer of the kernel: a receive of one record never
-  /// comes up short.
+  /// Sixteen records stay in one buffer of the kernel, so that a receive of one record never comes
+  /// up short.
   static constexpr std::size_t maxPiece = 16;
 
  private:

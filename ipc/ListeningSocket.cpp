@@ -14,7 +14,7 @@ namespace quillwork {
 namespace {
 
 /// A host that was started without standard streams gives their numbers to the next files it opens.
-/// What is printed must not reach a client.
+/// Printed text must not reach a client through such a number.
 Descriptor aboveStandardStreams(Descriptor opened) {
   if (opened.number() < 0 || opened.number() > STDERR_FILENO) return opened;
   return Descriptor(fcntl(opened.number(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));

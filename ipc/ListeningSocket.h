@@ -15,8 +15,8 @@ struct ListeningSocket {
 /// the name was refused.
 ListeningSocket openListeningSocket(const char* path, int pathLength);
 
-/// Blocks until a client connects, and returns its socket; none, and errno, when the kernel gives
-/// none, also because the listening socket has been shut down.
+/// Blocks until a client connects, and returns its socket. The descriptor is -1, with errno set, if
+/// accepting failed or the listening socket has been shut down.
 Descriptor acceptClient(int listeningSocket);
 
 }  // namespace quillwork

@@ -6,7 +6,7 @@
 
 namespace quillwork {
 
-/// What belongs to one server but cannot stand in its object, whose size is fixed. An entry is
+/// State of one server that cannot stand in the server's object, whose size is fixed. An entry is
 /// never freed and serves the next server when its own has released it, so any thread may look for
 /// its server's entry without a lock. The first entry needs no memory.
 template <class State>
@@ -48,7 +48,7 @@ class PerServer {
   void orphan(const void* server) { replaceOwner(server, this); }
 
   class Iterator;
-  /// All states, also those that serve nobody at the moment.
+  /// All states, also those without a server at the moment.
   Iterator begin() { return Iterator(&first_); }
   Iterator end() { return Iterator(nullptr); }
 

@@ -21,14 +21,15 @@ namespace quillwork {
 namespace {
 
 /// The file's type, as in the mode of a stat. Asks for nothing else: an inode number or a time that
-/// does not fit 32 bits would fail the whole. Where nothing is known it is a regular file.
+/// does not fit 32 bits would fail the whole call. If the call fails, the file counts as a regular
+/// one.
 mode_t typeOf(int file) {
   struct statx status {};
   if (statx(file, "", AT_EMPTY_PATH, STATX_TYPE, &status) != 0) return S_IFREG;
   return status.stx_mode & S_IFMT;
 }
 
-/// Whether a pipe takes a page at once, or a terminal a byte.
+/// Whether a pipe takes a page, or a terminal a byte, without waiting.
 bool hasRoom(int file) {
   pollfd room{file, POLLOUT, 0};
   return poll(&room, 1, 0) == 1 && (room.revents & POLLOUT) != 0;
@@ -38,8 +39,8 @@ void writeUnchecked(int file, std::string_view text) {
   static_cast<void>(!write(file, text.data(), text.size()));
 }
 
-/// Writes to a file that knows no single write without waiting, as terminals do: through a
-/// description of its own, which does not block and leaves the host's as it is.
+/// Writes to a file that does not support a single write without waiting, such as a terminal. The
+/// write goes through a new open file description, so that the host's stays blocking.
 void writeThroughOwnDescription(int file, std::string_view text) {
   char path[32];
   std::snprintf(path, sizeof path, "/proc/self/fd/%d", file);
@@ -48,7 +49,7 @@ void writeThroughOwnDescription(int file, std::string_view text) {
     writeUnchecked(own, text);
     close(own);
   } else if (hasRoom(file)) {
-    // The terminal is another user's, for instance.
+    // Opening failed: the terminal belongs to another user, for instance.
     writeUnchecked(file, text);
   }
 }
@@ -103,8 +104,8 @@ bool takesWhole(int pipe, std::size_t size) {
 void flushPending(std::FILE* stream, mode_t type) {
   const std::size_t pending = __fpending(stream);
   const int file = fileno(stream);
-  // Nobody can say how much a terminal takes at once. It has at most the beginning of a line to
-  // come.
+  // A terminal does not tell how much it takes at once. At most the beginning of a line is pending
+  // for it.
   if (pending == 0 || isatty(file) == 1) return;
   if (type == S_IFREG || (pending <= PIPE_BUF ? hasRoom(file) : takesWhole(file, pending))) {
     std::fflush(stream);
@@ -144,8 +145,8 @@ void print(std::FILE* stream, std::string_view text) {
   const CancellationScope whole(PTHREAD_CANCEL_DISABLE);
   const int before = errno;
   const WithoutBrokenPipes held;
-  // A thread of the host's may hold the stream for as long as nobody reads it: then there is no
-  // room either. Held for a moment only, the stream is passed by.
+  // A thread of the host's that holds the stream may be blocked in a print, for as long as the
+  // reader does not read. So the stream is not waited for: its buffer is left as it is.
   const bool isHeld = ftrylockfile(stream) == 0;
   const mode_t type = typeOf(fileno(stream));
   if (isHeld) flushPending(stream, type);

@@ -4,10 +4,10 @@
 #include <initializer_list>
 #include <string_view>
 
-/// Printing that holds nobody up. A host whose standard error stream is a pipe that nobody reads,
-/// or a stopped terminal, must not find its threads blocked in the library's messages, and a client
-/// can cause those at will. So a text that the stream does not take at once is dropped. The
-/// stream's flags are the host's and stay as they are.
+/// Printing that never waits. A host whose standard error stream is a full pipe or a stopped
+/// terminal must not find its threads blocked in the library's messages: a client can cause those
+/// at will. So a text that the stream does not take at once is dropped. The stream's flags are the
+/// host's and stay as they are.
 namespace quillwork {
 
 /// Prints the text, which brings its line ends along, behind what the host has printed on the

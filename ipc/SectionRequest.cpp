@@ -11,8 +11,8 @@ namespace {
 using Bytes = SectionRequest::Bytes;
 using Listener = IpcDemuxServerListener;
 
-// A section has 4096 bytes, and a pattern no more. What is far beyond is not stored but taken for
-// more than memory holds: the process must not be killed for what a client claims to send.
+// A section has at most 4096 bytes, and so has a pattern. A count far beyond that is handled as if
+// memory had run out: the process must not be killed for what a client claims to send.
 constexpr std::int32_t maxVectorSize = 16 << 20;
 
 /// Reads one request's arguments. After a failed read everything keeps the value that it had.
@@ -56,13 +56,13 @@ struct Row {
   std::size_t vectors;
 };
 
-/// What a request does.
+/// A request's code with its row.
 struct Binding {
   std::size_t code;
   Row row;
 };
 
-/// Calls the listener's operation with what the row says that its request has.
+/// Calls the listener's operation with the arguments that the row lists.
 template <std::size_t code, auto operation>
 Bytes call(const SectionRequest& request, Listener& listener) {
   constexpr const operations::SectionFilterRequest& row = operations::sectionFilterRequests[code];

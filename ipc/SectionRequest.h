@@ -47,7 +47,8 @@ struct SectionRequest {
 /// and std::bad_alloc when memory runs out: the source is out of step then.
 SectionRequest readArguments(std::int32_t code, ByteSource& source);
 
-/// Calls the listener's operation. Returns the section for `readSection`, and no bytes otherwise.
+/// Calls the listener's operation. Returns the section for `readSection`, and no bytes for the
+/// other requests.
 SectionRequest::Bytes perform(const SectionRequest& request, IpcDemuxServerListener& listener);
 
 }  // namespace quillwork

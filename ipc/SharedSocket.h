@@ -21,7 +21,7 @@ class SharedSocket {
   /// The socket's number, or -1.
   [[nodiscard]] int number() const;
 
-  /// Shuts both directions down: whoever waits on the socket wakes, on either side.
+  /// Shuts both directions down: threads that wait on the socket wake, in both processes.
   void shutDown();
 
   /// Takes the number out of the shared variable, unless another server has put its own there, and

@@ -81,10 +81,10 @@ IpcServerManager::~IpcServerManager() {
   current().compare_exchange_strong(self, nullptr);
 }
 
-// Each step wakes whoever the next one would wait for: the notifications that come from here on
-// fail, the blocked one first, then those fail that wait for it; the calls that wait for an answer
-// return; a listener that waited for one of these threads comes back, and with it the accept
-// thread.
+// Each step wakes the threads that the next step would wait for. First the notifications fail: the
+// blocked one, those that wait for it, and all new ones. Then the calls that wait for an answer
+// return. Now a listener that waited for one of these threads comes back, and with it the accept
+// thread, which stop() joins.
 void IpcServerManager::shutDown() {
   notifiers.close();
   server->breakOffSends();

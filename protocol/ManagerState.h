@@ -11,8 +11,8 @@ namespace quillwork::manager_state {
 /// and deleted.
 extern FairMutex managerMutex;
 
-/// Whoever sends a notification, or waits for an application-state call's answer, is inside: the
-/// manager is not freed under it.
+/// Threads that send a notification or wait for an application state's answer are inside: the
+/// manager is not freed before they have left.
 extern Gate notifiers;
 
 }  // namespace quillwork::manager_state

@@ -6,7 +6,7 @@
 #include "protocol/records.h"
 
 /// Owners for the lists that `program_event` and `descriptor` records refer to. A record is plain
-/// and copies share its lists, so whoever holds the answer to a query holds it in one of these.
+/// and copies share its lists, so code that has the answer to a query keeps it in one of these.
 namespace quillwork {
 
 /// Calls `visit` with each of the record's six list pointers, by reference, in wire order.
@@ -54,7 +54,7 @@ class OwnedRecord {
   Record record_{};
 };
 
-/// A list of records with their lists, likewise.
+/// Owns a list of records together with the records' lists.
 template <class Record>
 class OwnedRecords {
  public:

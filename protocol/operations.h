@@ -71,7 +71,7 @@ constexpr std::size_t sizeOf(Kind kind) {
 struct Trailing {
   enum class Kind : std::uint8_t {
     bytes,
-    texts,  ///< for each a 4-byte length, then so many characters
+    texts,  ///< for each a 4-byte length, then its characters
   };
 
   const char* name = "";
@@ -192,7 +192,7 @@ struct Notification {
 };
 
 /// A request of the section-filter channel; its code is its index. Behind the code comes the
-/// number, if there is one, then each vector: a count and so many bytes.
+/// number, if there is one, then each vector: a count and that number of bytes.
 struct SectionFilterRequest {
   const char* name;
   /// Empty for none.
@@ -200,7 +200,7 @@ struct SectionFilterRequest {
   /// What the listener is called with when the number does not arrive.
   std::int32_t numberIfCut = 0;
   Values<const char*, 3> vectors = {};
-  /// The answer is a count and so many bytes.
+  /// The answer is a count and that number of bytes.
   bool isAnswered = false;
 };
 

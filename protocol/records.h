@@ -79,9 +79,9 @@ struct pmt {
 };
 static_assert(sizeof(pmt) == 16 && offsetof(pmt, value_4) == 12);
 
-/// A broadcast event. The six lists are allocated with `new` and belong to whoever consumes the
-/// record (ReplyLists.h holds the owner's tools); a copy of the record refers to the same lists.
-/// On the wire the record has 848 bytes, with one 4-byte reference word for each list.
+/// A broadcast event. The six lists are allocated with `new` and belong to the code that
+/// consumes the record (ReplyLists.h has owners for it); a copy of the record refers to the same
+/// lists. On the wire the record has 848 bytes, with one 4-byte reference word for each list.
 struct program_event {
   std::int32_t value_1;
   std::int32_t value_2;
@@ -152,8 +152,8 @@ struct system_property {
 static_assert(sizeof(system_property) == 516 && offsetof(system_property, name) == 4);
 static_assert(offsetof(system_property, value) == 259 && offsetof(system_property, padding) == 514);
 
-/// A descriptor of service information. `data` is allocated with `new` and belongs to whoever
-/// consumes the record; a copy of the record refers to the same list.
+/// A descriptor of service information. `data` is allocated with `new` and belongs to the
+/// code that consumes the record; a copy of the record refers to the same list.
 struct descriptor {
   std::int16_t tag;
   std::int32_t length;
@@ -199,7 +199,7 @@ static_assert(offsetof(video_data, height) == 16 && offsetof(video_data, rest) =
 struct audio_data {
   std::int32_t type;
   std::uint8_t padding[4];
-  // On 32-bit x86 a double in a record is 4-byte aligned unless told otherwise.
+  // On 32-bit x86 a double in a record is 4-byte aligned without this.
   alignas(8) double level;
 };
 static_assert(sizeof(audio_data) == 16 && alignof(audio_data) == 8);

@@ -20,8 +20,8 @@ inline std::optional<std::string> waitsOf(pid_t thread) {
   return std::nullopt;
 }
 
-/// Waits until all of these threads sleep in the kernel together and go on doing so. Where nobody
-/// else holds a lock that they take, each is then in the wait that it came for.
+/// Waits until all of these threads sleep in the kernel together and go on doing so. If no
+/// other thread holds a lock that they take, each is then in the wait that it came for.
 inline void awaitAsleepTogether(const std::vector<pid_t>& threads) {
   constexpr int looks = 50;
   std::vector<std::string> before;

@@ -34,7 +34,8 @@ struct Golden {
     std::vector<Value> arguments;
     std::vector<Value> results;
 
-    /// The argument or result with this name; throws std::runtime_error where there is none.
+    /// The argument or result with this name; throws std::runtime_error if there is none with
+    /// it.
     [[nodiscard]] const Value& argument(const std::string& name) const;
     [[nodiscard]] const Value& result(const std::string& name) const;
     /// As a CallLog has it: "operation(arguments)".

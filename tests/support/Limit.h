@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 
-/// Takes from the process what the system otherwise allows it, for a scope.
+/// Lowers a resource limit of the process for a scope.
 class Limit {
  public:
   /// `resource` as of setrlimit().

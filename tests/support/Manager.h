@@ -3,7 +3,7 @@
 #include "protocol/IpcServerManager.h"
 #include "support/Leftovers.h"
 
-/// The manager, where there is none: each leaves something behind when it is destroyed.
+/// Makes the manager, and says what it leaves behind when it is destroyed. There must be none yet.
 inline quillwork::IpcServerManager* makeManager() {
   leavesBehind(ofAManager);
   return quillwork::IpcServerManager::getInstance();

@@ -3,8 +3,8 @@
 #include <chrono>
 #include <string>
 
-/// How long a test waits for what must come. It ends the wait for what never comes; what is only
-/// late, on a machine that is busy or emulated, comes long before.
+/// How long a test waits for an event that must come. It only ends the wait for an event that never
+/// comes: on a machine that is busy or emulated, a late one still comes long before.
 constexpr std::chrono::seconds patience{300};
 
 /// The same in milliseconds, as the command line takes it: its own limit is too short for a

@@ -22,7 +22,7 @@ class RawClient {
   [[nodiscard]] int descriptor() const { return socket_; }
   void send(std::string_view bytes) const;
   void send(const quillwork::message& record) const;
-  /// Exactly so many bytes, fewer only where the peer has closed.
+  /// Receives exactly this number of bytes, fewer only if the peer has closed.
   [[nodiscard]] std::string receive(std::size_t size) const;
   [[nodiscard]] quillwork::message receiveRecord() const;
   /// Sends the record and returns the answer.

@@ -96,7 +96,7 @@ class RecordingListener : public quillwork::IpcServerListener {
  private:
   template <class... Arguments>
   void called(const std::string& operation, const Arguments&... arguments) {
-    // Whoever sees the entry may take the listener away, where no hook is to be called.
+    // The test that waits for this entry may then delete the listener, if it has no hook.
     const bool isHooked = static_cast<bool>(onCall);
     log.add(name.empty() ? operation : name + "." + operation, arguments...);
     if (isHooked) onCall(operation);

@@ -65,7 +65,7 @@ StuckStream::~StuckStream() {
   std::fflush(stream_);
   dup2(original_, fileno(stream_));
   close(original_);
-  // The reader has come to the end: nobody holds the other side any more.
+  // The reader has come to the end: no process holds the other side any more.
   drain_.join();
   close(reader_);
 }

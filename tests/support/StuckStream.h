@@ -27,7 +27,7 @@ class StuckStream {
   StuckStream(const StuckStream&) = delete;
   StuckStream& operator=(const StuckStream&) = delete;
 
-  /// From here on somebody reads, and forgets, what is written.
+  /// From here on a thread reads what is written, and drops it.
   void release();
   /// The flags of its open file.
   [[nodiscard]] int flags() const;
