@@ -76,8 +76,8 @@ class LeftoverWatch : public testing::EmptyTestEventListener {
   }
 
   void OnTestEnd(const testing::TestInfo&) override {
-    // The end of a thread, and what a server closes after its client, tell nobody. A server first
-    // works through the requests that its client left in the socket.
+    // Nothing signals the end of a thread, or that a server has closed what its client left. A
+    // server first works through the requests that its client left in the socket.
     for (std::chrono::milliseconds waited{}; waited < timeForLeftovers && !isAsExpected();
          waited += pause) {
       std::this_thread::sleep_for(pause);
