@@ -1,5 +1,7 @@
 #pragma once
 
+#include "protocol/language.h"
+
 #include <chrono>
 #include <cstddef>
 #include <cstdint>

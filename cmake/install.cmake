@@ -22,6 +22,7 @@ install(
         protocol/IpcServerManager.h
         protocol/ReplyLists.h
         protocol/export.h
+        protocol/language.h
         protocol/message.h
         protocol/records.h
   DESTINATION ${QUILLWORK_HEADERS}/protocol

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "protocol/language.h"
+
 namespace middlewarefacade {
 
 /// Hears of media players that have reached the end. Called on a thread of the middleware.

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "protocol/language.h"
+
 #include <string>
 
 #include "facade/visibility.h"

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "protocol/language.h"
+
 /// Clang's thread-safety attributes: which lock guards what, and which function takes or needs it.
 /// Other compilers see nothing of them. clang's documentation calls a lock a capability.
 

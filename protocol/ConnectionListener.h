@@ -1,5 +1,7 @@
 #pragma once
 
+#include "protocol/language.h"
+
 namespace quillwork {
 
 /// Hears of the client's arrival and departure. Registered with the IpcServerManager, which borrows

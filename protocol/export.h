@@ -1,5 +1,7 @@
 #pragma once
 
+#include "protocol/language.h"
+
 /// Marks the classes that the shared library exports; everything else is hidden.
 #define QUILLWORK_EXPORT __attribute__((visibility("default")))
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "protocol/language.h"
+
 #include <algorithm>
 #include <bit>
 #include <cassert>
