@@ -30,6 +30,10 @@ namespace quillwork {
 class IpcServerManager;
 }
 
+#pragma GCC diagnostic push
+// The host deletes the adapter as what it is, and a virtual destructor would be a slot more.
+#pragma GCC diagnostic ignored "-Wnon-virtual-dtor"
+
 /// Joins the host middleware to the client: answers the client's requests from the facades, and
 /// passes the middleware's notifications on to the client.
 ///
@@ -179,3 +183,5 @@ class QUILLWORK_EXPORT MiddlewareIpc : public quillwork::IpcServerListener,
   middlewarefacade::DsmCCCommandFacade* dsmccCommandFacade;
   middlewarefacade::VersionFacade* versionFacade;
 };
+
+#pragma GCC diagnostic pop

@@ -13,6 +13,11 @@ class CarouselListener {
  public:
   virtual void downloadComplete(std::string first) = 0;
   virtual void downloadComplete(std::string first, std::string second) = 0;
+
+ protected:
+  /// Nobody deletes a listener through this class, and a virtual destructor would be a slot more. A
+  /// class that implements it is final or has a virtual destructor, or compilers warn of that.
+  ~CarouselListener() = default;
 };
 
 }  // namespace middlewarefacade

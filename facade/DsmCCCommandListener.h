@@ -11,6 +11,11 @@ namespace middlewarefacade {
 class DsmCCCommandListener {
  public:
   virtual void commandReceived(const ipcutil::DsmCCCommand_t& command) = 0;
+
+ protected:
+  /// Nobody deletes a listener through this class, and a virtual destructor would be a slot more. A
+  /// class that implements it is final or has a virtual destructor, or compilers warn of that.
+  ~DsmCCCommandListener() = default;
 };
 
 }  // namespace middlewarefacade

@@ -11,6 +11,11 @@ class GraphicsSettingsListener {
  public:
   /// Two rectangles of the new settings, in pixels; the size of the second becomes the video size.
   virtual void graphicsSettingsChanged(ipcutil::Rectangle_t first, ipcutil::Rectangle_t second) = 0;
+
+ protected:
+  /// Nobody deletes a listener through this class, and a virtual destructor would be a slot more. A
+  /// class that implements it is final or has a virtual destructor, or compilers warn of that.
+  ~GraphicsSettingsListener() = default;
 };
 
 }  // namespace middlewarefacade

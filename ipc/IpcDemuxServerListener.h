@@ -34,6 +34,11 @@ class IpcDemuxServerListener {
   virtual void clear_xor_filter() = 0;
   /// The next section, or no bytes.
   virtual std::vector<unsigned char> read_section() = 0;
+
+ protected:
+  /// Nobody deletes a listener through this class, and a virtual destructor would be a slot more. A
+  /// class that implements it is final or has a virtual destructor, or compilers warn of that.
+  ~IpcDemuxServerListener() = default;
 };
 
 }  // namespace quillwork

@@ -13,6 +13,11 @@ class ConnectionListener {
  public:
   virtual void clientConnected() = 0;
   virtual void clientDisconnected() = 0;
+
+ protected:
+  /// Nobody deletes a listener through this class, and a virtual destructor would be a slot more. A
+  /// class that implements it is final or has a virtual destructor, or compilers warn of that.
+  ~ConnectionListener() = default;
 };
 
 }  // namespace quillwork

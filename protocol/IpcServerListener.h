@@ -71,6 +71,11 @@ class IpcServerListener {
   virtual void setMediaBassLevel(int player, double level) = 0;
   virtual void setMediaTrebleLevel(int player, double level) = 0;
   virtual int checkVersionFlag(int flag) = 0;
+
+ protected:
+  /// Nobody deletes a listener through this class, and a virtual destructor would be a slot more. A
+  /// class that implements it is final or has a virtual destructor, or compilers warn of that.
+  ~IpcServerListener() = default;
 };
 
 }  // namespace quillwork
