@@ -9,7 +9,7 @@ install(
   EXPORT quillwork-ipc
   LIBRARY COMPONENT runtime NAMELINK_COMPONENT development)
 install(
-  FILES adapter/MiddlewareIpc.h
+  FILES adapter/AdapterOwner.h adapter/MiddlewareIpc.h
   DESTINATION ${QUILLWORK_HEADERS}/adapter
   COMPONENT development)
 install(

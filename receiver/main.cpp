@@ -27,6 +27,7 @@
 #include <string>
 #include <utility>
 
+#include "adapter/AdapterOwner.h"
 #include "adapter/MiddlewareIpc.h"
 #include "common/Number.h"
 #include "protocol/ConnectionListener.h"
@@ -213,7 +214,7 @@ std::unique_ptr<receiver::Source> openStream(const std::string& name) {
 
 /// What a client has asked to hear of carousels ends with its connection, which the carousel facade
 /// does not learn of.
-class ClientsEnd : public quillwork::ConnectionListener {
+class ClientsEnd final : public quillwork::ConnectionListener {
  public:
   explicit ClientsEnd(Host& host) : host_(host) {}
   void clientConnected() override {}
@@ -236,7 +237,7 @@ class Serving {
  public:
   Serving(Host& host, Workers& workers) : host_(host), workers_(workers), clientsEnd_(host) {
     Host::current() = &host_;
-    adapter_ = MiddlewareIpc::getInstance();
+    adapter_.reset(MiddlewareIpc::getInstance());
     quillwork::IpcServerManager::getInstance()->addConnectionListener(&clientsEnd_);
   }
   ~Serving() {
@@ -244,11 +245,7 @@ class Serving {
     workers_.writer->stop();
     workers_.notifier->stop();
     host_.streamPlayer.stop();
-    // The adapter's class has no virtual destructor, and this is an object of that class.
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wdelete-non-virtual-dtor"
-    delete adapter_;
-#pragma GCC diagnostic pop
+    adapter_.reset();
     consoles_.clear();
     workers_.writer.reset();
     workers_.notifier.reset();
@@ -264,7 +261,7 @@ class Serving {
   Host& host_;
   Workers& workers_;
   ClientsEnd clientsEnd_;
-  MiddlewareIpc* adapter_ = nullptr;
+  quillwork::AdapterOwner adapter_;
   std::list<receiver::Console> consoles_;
 };
 

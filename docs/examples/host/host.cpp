@@ -1,5 +1,6 @@
 // A minimal host: one facade, service information, in a process that serves until its input ends.
 
+#include <adapter/AdapterOwner.h>
 #include <adapter/MiddlewareIpc.h>
 #include <facade/CarouselFacade.h>
 #include <facade/DemuxFacade.h>
@@ -78,8 +79,7 @@ TunerFacade* TunerFacade::createTunerFacade() { return nullptr; }
 VideoFacade* VideoFacade::createVideoFacade() { return nullptr; }
 
 int main() {
-  MiddlewareIpc* const adapter = MiddlewareIpc::getInstance();
+  const quillwork::AdapterOwner adapter(MiddlewareIpc::getInstance());
   std::cout << "serving" << std::endl;
   std::cin.ignore(std::numeric_limits<std::streamsize>::max());
-  delete adapter;
 }
