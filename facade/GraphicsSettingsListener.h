@@ -6,10 +6,14 @@
 
 namespace middlewarefacade {
 
-/// Hears of changed graphics settings. Called on a thread of the middleware.
+/// Hears of changed graphics settings. The adapter implements it, and the host's VideoFacade calls
+/// it, on any thread but the library's, or on the control channel's inside a facade operation.
 class GraphicsSettingsListener {
  public:
-  /// Two rectangles of the new settings, in pixels; the size of the second becomes the video size.
+  /// The graphics plane or the video has another size: two rectangles in pixels, whose meaning is
+  /// the middleware's own; the size of the second becomes the adapter's video size. The reference
+  /// receiver gives the size of the plane in both. Blocks while the client does not read.
+  /// Notification: VIDEO 17.
   virtual void graphicsSettingsChanged(ipcutil::Rectangle_t first, ipcutil::Rectangle_t second) = 0;
 
  protected:

@@ -4,9 +4,14 @@
 
 namespace middlewarefacade {
 
-/// Hears of media players that have reached the end. Called on a thread of the middleware.
+/// Hears of media players that have reached the end. The adapter implements it, and the host's
+/// VideoFacade calls it, on any thread but the library's, or on the control channel's inside a
+/// facade operation.
 class MediaListener {
  public:
+  /// The player, as VideoFacade::open() numbered it, has reached its end; in the reference receiver
+  /// also when its medium cannot go on. Blocks while the client does not read. Notification:
+  /// MEDIA 16.
   virtual void endOfMedia(int player) = 0;
 
  protected:
