@@ -18,9 +18,15 @@ class IpcListener {
   /// One record has arrived, or the client has gone: then `group` is 0 and `type` is 2. The record
   /// is the receive buffer itself, valid during the call; it may be changed.
   virtual void update(message& record) = 0;
+
   /// Fills the interface; the server never calls it.
   virtual void update(std::list<message> records) = 0;
+
+  /// A client has connected; its first record has not been received yet.
   virtual void clientConnected() = 0;
+
+  /// The client's connection is closed. update() has been called for its end before. A connection
+  /// that IpcServer::stop() ends is reported by neither.
   virtual void clientDisconnected() = 0;
 
  protected:

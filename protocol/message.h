@@ -19,28 +19,33 @@ static_assert(std::endian::native == std::endian::little,
 
 /// The families of requests and notifications: the values of message::group.
 enum message_group : std::int32_t {
-  VIDEO = 0,
-  APPLICATION_STATE = 1,
-  SYSTEM_PROPERTY = 2,
-  AUDIO = 3,
-  TUNER = 4,
-  CAROUSEL = 5,
-  SI = 6,
-  LIST_HEADER = 7,
-  MEDIA = 8,
-  DSMCC_COMMAND = 9,
-  VERSION = 10,
+  VIDEO = 0,              ///< main video, languages, graphics region
+  APPLICATION_STATE = 1,  ///< the library asks, the client answers
+  SYSTEM_PROPERTY = 2,    ///< system properties
+  AUDIO = 3,              ///< main audio
+  TUNER = 4,              ///< transport stream id, identifier lists
+  CAROUSEL = 5,           ///< object carousels
+  SI = 6,                 ///< service information
+  LIST_HEADER = 7,        ///< opens a list; library only
+  MEDIA = 8,              ///< media players
+  DSMCC_COMMAND = 9,      ///< DSM-CC commands; library only
+  VERSION = 10,           ///< version flags
 };
 
 /// The one record of the control channel: 490 little-endian words, sent and received whole.
 /// docs/protocol.md lists what each group and type carries. A plain value: `message{}` is zero,
 /// `message` without an initialiser is not.
 struct message {
+  /// Of 4 bytes each.
   static constexpr std::size_t words = 490;
 
+  /// A message_group, or whatever a client has sent.
   std::int32_t group;
+  /// Never read; a reply has what its request had there.
   std::int32_t reserved;
+  /// What is asked or told in the group; of a list's header the number of elements.
   std::int32_t type;
+  /// By group and type, and in a request whatever the client has sent.
   std::int32_t payload[words - 3];
 
   /// The word at an index from 0 to 489, counted from the record's start.
@@ -48,6 +53,8 @@ struct message {
     assert(word < words);
     return word == 0 ? group : word == 1 ? reserved : word == 2 ? type : payload[word - 3];
   }
+
+  /// The word at an index from 0 to 489, to read.
   const std::int32_t& operator[](std::size_t word) const {
     return const_cast<message&>(*this)[word];
   }
