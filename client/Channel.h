@@ -14,11 +14,13 @@ namespace quillwork::client {
 
 /// What went wrong between client and receiver, as one line.
 struct Error : std::runtime_error {
+  /// From the line.
   using std::runtime_error::runtime_error;
 };
 
 /// The peer said nothing for as long as the client was willing to wait.
 struct TimeOut : Error {
+  /// From the line.
   using Error::Error;
 };
 
@@ -27,36 +29,56 @@ struct TimeOut : Error {
 /// gone, or does not answer. One thread at a time.
 class Channel {
  public:
+  /// Connects to the socket at `path`; throws Error if nobody serves it, or too many wait already.
+  /// `timeLimit` is for an operation as a whole that has no other.
   Channel(std::string path, std::chrono::milliseconds timeLimit);
+
+  /// Closes the connection. What has been sent is still executed.
   ~Channel();
+
+  /// A connection has one owner.
   Channel(const Channel&) = delete;
+
+  /// A connection has one owner.
   Channel& operator=(const Channel&) = delete;
 
   /// Begins an operation: all that follows has to be done within the time.
   void begin(std::chrono::milliseconds timeLimit);
+
+  /// Begins an operation with the channel's own time limit.
   void begin() { begin(timeLimit_); }
 
+  /// Sends all the bytes, which are borrowed during the call. Blocks while the receiver reads
+  /// nothing; throws TimeOut when the operation's time has passed.
   void send(const void* data, std::size_t size) const;
-  /// Exactly so many bytes.
+
+  /// Copies exactly `size` bytes to `data`, and blocks until they are there; throws TimeOut when
+  /// the operation's time has passed.
   void receive(void* data, std::size_t size);
-  /// So many bytes where they have arrived, aligned for words. They are there until more is
-  /// received.
+
+  /// The next `size` bytes where they have arrived, aligned for words; blocks as receive() does.
+  /// The channel owns them, and they are there until more is received.
   const void* next(std::size_t size);
 
   /// Whether something has arrived within the operation's time; `wanted`, at least 1, is what the
   /// caller will receive first.
   [[nodiscard]] bool waitFor(std::size_t wanted);
 
-  /// So many bytes, as soon as they have arrived, and until then nothing, at once; receive() begins
-  /// with them. Throws Error when the receiver has closed the connection before.
+  /// `wanted` bytes, if they have arrived, and else none, at once; receive() begins with them, and
+  /// they are there until then. Throws Error when the receiver has closed the connection before.
   [[nodiscard]] std::span<const std::uint8_t> arrived(std::size_t wanted);
 
-  /// So many bytes are certain to come next: receive() may take them from the socket in large
+  /// Says that `bytes` are certain to come next: receive() may take them from the socket in large
   /// pieces.
   void expect(std::size_t bytes) { expected_ = bytes; }
 
+  /// The socket, to wait for. The channel owns it.
   [[nodiscard]] int fileDescriptor() const { return socket_; }
+
+  /// The socket's path, as the constructor was given it.
   [[nodiscard]] const std::string& path() const { return path_; }
+
+  /// The time limit of an operation that has no other, as the constructor was given it.
   [[nodiscard]] std::chrono::milliseconds timeLimit() const { return timeLimit_; }
 
  private:
