@@ -77,7 +77,7 @@ std::string inWords(const Json& fields) {
     const std::string shown = value.is_array()    ? '(' + inWords(value) + ')'
                               : value.is_string() ? value.get<std::string>()
                                                   : value.dump();
-    parts.push_back(name + ' ' + shown);
+    parts.push_back(fmt::format("{} {}", name, shown));
   }
   return joined(parts, ", ");
 }

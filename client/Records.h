@@ -11,7 +11,7 @@
 
 /// What the client reads and writes, without the wire's fields of fixed size. The integers are the
 /// middleware's, in the order of the protocol's records; docs/protocol.md places them, and
-/// docs/receiver.md says what the reference receiver puts there.
+/// docs/profile.md says what the reference receiver puts there.
 namespace quillwork::client {
 
 /// A service.
