@@ -239,7 +239,7 @@ std::vector<std::string> content(std::span<const std::uint8_t> entries, std::int
     std::string word = find(contents, entries[index] >> 4);
     const std::string detail = find(detailedContents, entries[index]);
     if (word.empty()) continue;
-    list.push_back(detail.empty() ? word : word + ": " + detail);
+    list.push_back(detail.empty() ? word : fmt::format("{}: {}", word, detail));
   }
   return list;
 }

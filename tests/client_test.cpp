@@ -238,37 +238,70 @@ TEST_F(AgainstTheLibrary, NotificationsReachWhoeverWaitsForThem) {
   EXPECT_EQ(kinds.size(), std::size(quillwork::operations::notifications));
 }
 
+/// A host that asks one question after the other.
+class Questions {
+ public:
+  Questions(IpcServerManager& manager, int count)
+      : thread_([this, &manager, count] {
+          for (int question = 0; question < count; ++question) {
+            answers_.push_back(manager.setApplicationState(quillwork::state{question}));
+            ++answered_;
+          }
+        }) {}
+  ~Questions() { thread_.join(); }
+  Questions(const Questions&) = delete;
+  Questions& operator=(const Questions&) = delete;
+
+  [[nodiscard]] int answered() const { return answered_; }
+  /// Waits for the answer to a question, which `ask` brings on its way; calls `again` when it has
+  /// been lost: a host that had no processor for so long did not wait yet.
+  template <class Ask, class Again>
+  bool awaitAnswer(int question, Ask ask, Again again) const {
+    for (int looks = 0; answered_ <= question; ++looks) {
+      ask();
+      poll(nullptr, 0, 1);
+      if (looks < 2000) continue;
+      while (answered_ <= question && !isApplicationStateAwaited()) std::this_thread::yield();
+      if (answered_ > question) break;
+      again();
+      while (answered_ <= question) poll(nullptr, 0, 1);
+      return false;
+    }
+    return true;
+  }
+  [[nodiscard]] bool answerTo(int question) const {
+    return answers_[static_cast<std::size_t>(question)];
+  }
+
+ private:
+  // The other thread writes an answer before it counts it.
+  std::vector<bool> answers_;
+  std::atomic<int> answered_{0};
+  std::thread thread_;
+};
+
 // Each answer follows its question at once, and is the other one than that before. One that comes
 // before the wait would be lost, a second one would answer the next question.
 TEST_F(AgainstTheLibrary, AnApplicationStateIsAnsweredOnceAndInTime) {
-  constexpr int questions = 30;
-  std::vector<bool> answers;
-  std::atomic<int> answered{0};
-  std::thread host([&] {
-    for (int question = 0; question < questions; ++question) {
-      answers.push_back(manager->setApplicationState(quillwork::state{question}));
-      ++answered;
-    }
-  });
+  constexpr int count = 30;
   int lost = 0;
-  for (int question = 0; question < questions; ++question) {
-    const Notification notification = channel.waitForNotification(patience).value();
-    ASSERT_EQ(std::get<ApplicationState>(notification).state, question);
-    channel.answerApplicationState(question % 2 == 0);
-    // A host that had no processor for so long has lost it.
-    for (int pauses = 0; answered <= question; ++pauses) {
-      poll(nullptr, 0, 1);
-      if (pauses < 2000) continue;
+  // A question before the library has taken the connection would not be sent.
+  EXPECT_EQ(channel.getCurrentService(), 101);
+  const Questions questions(*manager, count);
+  for (int question = 0; question < count; ++question) {
+    const bool answer = question % 2 == 0;
+    const auto notification = channel.waitForNotification(patience);
+    EXPECT_EQ(std::get<ApplicationState>(notification.value()).state, question);
+    const auto say = [&] { channel.answerApplicationState(answer); };
+    say();
+    if (!questions.awaitAnswer(
+            question, [] {}, say))
       ++lost;
-      channel.answerApplicationState(question % 2 == 0);
-      pauses = 0;
-    }
   }
-  host.join();
-  for (std::size_t question = 0; question < answers.size(); ++question) {
-    EXPECT_EQ(answers[question], question % 2 == 0) << question;
+  for (int question = 0; question < count; ++question) {
+    EXPECT_EQ(questions.answerTo(question), question % 2 == 0) << question;
   }
-  EXPECT_LT(lost, questions / 3);
+  EXPECT_LT(lost, count / 3);
 }
 
 TEST_F(AgainstTheLibrary, TheHandlerMayAnswerAnApplicationState) {
@@ -277,13 +310,13 @@ TEST_F(AgainstTheLibrary, TheHandlerMayAnswerAnApplicationState) {
       channel.answerApplicationState(false);
     }
   });
-  std::atomic<bool> isAnswered{false};
-  std::thread host([&] {
-    EXPECT_FALSE(manager->setApplicationState(quillwork::state{4}));
-    isAnswered = true;
-  });
-  while (!isAnswered) EXPECT_EQ(channel.getCurrentService(), 101);
-  host.join();
+  // As above.
+  EXPECT_EQ(channel.getCurrentService(), 101);
+  const Questions questions(*manager, 1);
+  questions.awaitAnswer(
+      0, [&] { EXPECT_EQ(channel.getCurrentService(), 101); },
+      [&] { channel.answerApplicationState(false); });
+  EXPECT_FALSE(questions.answerTo(0));
 }
 
 TEST_F(AgainstTheLibrary, NotificationsBetweenTheRepliesGoToTheCallback) {
