@@ -142,6 +142,8 @@ bool Channel::take(std::size_t wanted, int flags) {
 bool Channel::takeInTime(std::size_t wanted) {
   const auto left = [this] { return deadline_ - Clock::now(); };
   auto time = left();
+  // A time of 0 is one look; any other has been used up, however much the peer still sends.
+  if (time <= Clock::duration::zero() && operationLimit_.count() > 0) return false;
   if (receiveLimit_ > time || receiveLimit_ < time / 2) {
     if (take(wanted, MSG_DONTWAIT)) return true;
     time = left();

@@ -65,6 +65,22 @@ ProgramEvent readEvent(const message& record) {
   return event;
 }
 
+// The bytes of an element's texts.
+std::size_t textsOf(const std::string& text) { return text.size(); }
+std::size_t textsOf(const Service& service) { return service.name.size(); }
+std::size_t textsOf(const SystemProperty& property) {
+  return property.name.size() + property.value.size();
+}
+std::size_t textsOf(const ProgramEvent& event) {
+  std::size_t sum = 0;
+  for (const std::string& text : event.texts) sum += text.size();
+  return sum;
+}
+template <class Element>
+std::size_t textsOf(const Element&) {
+  return 0;
+}
+
 std::size_t boundedCount(const std::string& path, std::int32_t count) {
   if (count < 0 || static_cast<std::size_t>(count) > maxElements) {
     throw Error(path + ": a list of " + std::to_string(count) + " elements");
@@ -227,12 +243,13 @@ std::vector<Element> ControlChannel::askList(const Request& row, Values values, 
   elements.reserve(std::min<std::size_t>(count, 1024));
   for (std::size_t index = 0; index < count; ++index) {
     const message& record = index == 0 && reply.element ? *reply.element : receiveRecord();
-    keep(sizeof(Element));
     if (record.group != row.group) {
       throw Error(channel_.path() + ": the list of " + row.name + " is broken off by " +
                   describe(record));
     }
     elements.push_back(read(record));
+    // Twice its size, since the list grows by doubling.
+    keep(2 * sizeof(Element) + textsOf(elements.back()));
   }
   return elements;
 }

@@ -23,8 +23,8 @@ constexpr std::size_t codeOf = operations::sectionFilterRequest(name);
 
 }  // namespace
 
-void SectionFilterChannel::request(std::size_t code, std::initializer_list<std::int32_t> arguments,
-                                   std::initializer_list<const Bytes*> vectors) {
+void SectionFilterChannel::send(std::size_t code, std::initializer_list<std::int32_t> arguments,
+                                std::initializer_list<const Bytes*> vectors) {
   [[maybe_unused]] const operations::SectionFilterRequest& row =
       operations::sectionFilterRequests[code];
   assert(arguments.size() == (hasNumber(row) ? 1 : 0) && vectors.size() == row.vectors.size());
@@ -35,8 +35,13 @@ void SectionFilterChannel::request(std::size_t code, std::initializer_list<std::
     append(bytes, static_cast<std::int32_t>(vector->size()));
     bytes.insert(bytes.end(), vector->begin(), vector->end());
   }
-  channel_.begin();
   channel_.send(bytes.data(), bytes.size());
+}
+
+void SectionFilterChannel::request(std::size_t code, std::initializer_list<std::int32_t> arguments,
+                                   std::initializer_list<const Bytes*> vectors) {
+  channel_.begin();
+  send(code, arguments, vectors);
 }
 
 void SectionFilterChannel::start() { request(codeOf<"start">); }
@@ -82,9 +87,9 @@ void SectionFilterChannel::clear_less_than_filter() { request(codeOf<"clear_less
 void SectionFilterChannel::clear_xor_filter() { request(codeOf<"clear_xor_filter">); }
 
 SectionFilterChannel::Bytes SectionFilterChannel::read_section(std::chrono::milliseconds extra) {
-  request(codeOf<"read_section">);
-  std::int32_t count = 0;
   channel_.begin(channel_.timeLimit() + extra);
+  send(codeOf<"read_section">, {}, {});
+  std::int32_t count = 0;
   channel_.receive(&count, sizeof count);
   if (count < 0 || count > maxSection) {
     throw Error(channel_.path() + ": a section of " + std::to_string(count) + " bytes");

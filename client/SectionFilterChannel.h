@@ -97,6 +97,8 @@ class SectionFilterChannel {
   Bytes read_section(std::chrono::milliseconds extra = {});
 
  private:
+  void send(std::size_t code, std::initializer_list<std::int32_t> arguments,
+            std::initializer_list<const Bytes*> vectors);
   void request(std::size_t code, std::initializer_list<std::int32_t> arguments = {},
                std::initializer_list<const Bytes*> vectors = {});
 

@@ -225,11 +225,19 @@ bool IpcServer::SendGuard::sendMessages(const message* records, std::size_t coun
   const auto* const bytes = reinterpret_cast<const unsigned char*>(records);
   const std::size_t size = count * sizeof(message);
   std::size_t sent = 0;
+  bool succeeded = true;
   if (!senders_.isClosed()) {
     const ssize_t taken = send(client_, bytes, size, MSG_NOSIGNAL);
-    if (taken > 0) sent = static_cast<std::size_t>(taken);
+    if (taken > 0) {
+      sent = static_cast<std::size_t>(taken);
+    } else if (errno != ENOBUFS && errno != ENOMEM) {
+      // The first record's failure: the kernel says only once that a connection was reset. Where
+      // memory is short a record may still pass where a piece does not.
+      reportFailure("Can't send message");
+      succeeded = false;
+      sent = sizeof(message);
+    }
   }
-  bool succeeded = true;
   while (sent < size) {
     const auto rest = static_cast<unsigned int>(sizeof(message) - sent % sizeof(message));
     succeeded = sendBytes(bytes + sent, rest, "Can't send message") && succeeded;

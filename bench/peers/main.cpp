@@ -317,9 +317,9 @@ int main(int count, char** values) {
         std::cerr << rows.back().name << ", " << rows.back().placement << '\n';
       }
     }
-    const std::string text = peers::table(rows);
+    std::string text = peers::table(rows);
+    if (!isQuiet) text += "\nThe machine was not quiet: other programs had processor time.\n";
     std::cout << text;
-    if (!isQuiet) std::cout << "\nThe machine was not quiet: other programs had processor time.\n";
     for (const auto& [file, content] :
          {std::pair{tableFile, text}, std::pair{jsonFile, json(rows, {}, isQuiet)}}) {
       if (file.empty()) continue;
