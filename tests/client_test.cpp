@@ -480,19 +480,23 @@ TEST(AgainstImpostors, ASilentReceiverIsNotWaitedForForEver) {
   close(listening);
 }
 
-/// A server that sends a drop a millisecond to whoever comes, for as long as he stays.
+/// A server that sends drop after drop to its client for as long as that stays: one a millisecond,
+/// or as many as the socket takes.
 class Dripping {
  public:
-  Dripping(std::string beginning, std::string drop)
+  Dripping(std::string beginning, std::string drop, bool isFlood = false)
       : listening_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
     unlink(path);
     listenAt(listening_, path);
-    thread_ = std::thread([this, beginning = std::move(beginning), drop = std::move(drop)] {
-      const int client = accept(listening_, nullptr, nullptr);
-      send(client, beginning.data(), beginning.size(), MSG_NOSIGNAL);
-      while (send(client, drop.data(), drop.size(), MSG_NOSIGNAL) > 0) poll(nullptr, 0, 1);
-      ::close(client);
-    });
+    thread_ =
+        std::thread([this, isFlood, beginning = std::move(beginning), drop = std::move(drop)] {
+          const int client = accept(listening_, nullptr, nullptr);
+          send(client, beginning.data(), beginning.size(), MSG_NOSIGNAL);
+          while (send(client, drop.data(), drop.size(), MSG_NOSIGNAL) > 0) {
+            if (!isFlood) poll(nullptr, 0, 1);
+          }
+          ::close(client);
+        });
   }
   ~Dripping() {
     thread_.join();
@@ -535,6 +539,14 @@ TEST(AgainstImpostors, AReplyThatDripsEndsWithItsTimeLimit) {
   {
     // Notifications are no answer.
     const Dripping notifications("", bytesOf(request(MEDIA, 16)));
+    ControlChannel channel(Dripping::path, limit);
+    EXPECT_THROW(channel.getCurrentService(), TimeOut);
+  }
+  {
+    // However many there are: the socket is never empty.
+    std::string piece;
+    for (int index = 0; index < 64; ++index) piece += bytesOf(request(MEDIA, 16));
+    const Dripping notifications("", piece, true);
     ControlChannel channel(Dripping::path, limit);
     EXPECT_THROW(channel.getCurrentService(), TimeOut);
   }
