@@ -232,6 +232,10 @@ void DataBroadcast::name(const Component& component, std::vector<StreamEvent> ev
       if (found != known.end()) names.insert(found->second.begin(), found->second.end());
     }
     if (names.empty()) names.insert("");
+    // Each name is an event of its own to the client: a carousel with thousands for one id would
+    // multiply what one section brings.
+    constexpr std::ptrdiff_t mostNames = 16;
+    while (std::ssize(names) > mostNames) names.erase(std::prev(names.end()));
     for (const std::string& eventName : names) due.emplace_back(eventName, event);
   }
 }

@@ -49,17 +49,23 @@ SectionStore::Change SectionStore::put(const SubTable& table, const Section& sec
        beyond != numbers.end();) {
     beyond = erase(numbers, beyond);
   }
-  while (bytes_ > maxBytes_ && dropOldest()) change.hasGone = true;
+  while (bytes_ > maxBytes_) {
+    const std::optional<std::uint8_t> dropped = dropOldest();
+    if (!dropped) break;
+    change.mapHasGone = change.mapHasGone || *dropped == PMT_TABLE_ID;
+  }
   return change;
 }
 
-/// The PAT, which all else hangs on, stays: it is bounded by its own form.
-bool SectionStore::dropOldest() {
+/// The table id of what had to go. The PAT, which all else hangs on, stays: it is bounded by its
+/// own form.
+std::optional<std::uint8_t> SectionStore::dropOldest() {
   const auto oldest = std::ranges::find_if(
       heard_, [](const Heard& heard) { return heard.table.tableId != PAT_TABLE_ID; });
-  if (oldest == heard_.end()) return false;
+  if (oldest == heard_.end()) return std::nullopt;
+  const std::uint8_t tableId = oldest->table.tableId;
   drop(oldest);
-  return true;
+  return tableId;
 }
 
 void SectionStore::drop(std::list<Heard>::const_iterator heard) {

@@ -43,8 +43,8 @@ class SectionStore {
   explicit SectionStore(std::size_t maxBytes) : maxBytes_(maxBytes) {}
 
   struct Change {
-    bool isNew = false;    ///< the content was not known; a new version alone is none
-    bool hasGone = false;  ///< another section had to go
+    bool isNew = false;       ///< the content was not known; a new version alone is none
+    bool mapHasGone = false;  ///< a program map had to go for want of room
   };
   /// Keeps a section of the long form whose number is not beyond the last one that it names, and
   /// drops those of its sub-table that are.
@@ -97,7 +97,7 @@ class SectionStore {
   [[nodiscard]] static std::uint64_t newest(const Numbers& numbers);
   Tables::iterator erase(Tables::iterator entry);
   Numbers::iterator erase(Numbers& numbers, Numbers::iterator kept);
-  bool dropOldest();
+  std::optional<std::uint8_t> dropOldest();
   void drop(std::list<Heard>::const_iterator heard);
 
   const std::size_t maxBytes_;

@@ -347,7 +347,7 @@ void ServiceInformation::store(std::uint16_t pid, const Section& section) {
     if (change.isNew || patVersion_ != psi_get_version(section.data())) followPat();
   }
   const bool isOfPrograms = tableId == PAT_TABLE_ID || tableId == PMT_TABLE_ID;
-  if ((change.isNew && isOfPrograms) || (change.hasGone && &store == &tables_)) {
+  if ((change.isNew && isOfPrograms) || change.mapHasGone) {
     ++programGeneration_;
   }
   const bool tellsTheTexts = tableId == NIT_TABLE_ID_ACTUAL || tableId == SDT_TABLE_ID_ACTUAL;

@@ -340,13 +340,22 @@ TEST(SectionStore, DropsWhatHasNotComeForTheLongestTime) {
   const std::size_t each = SectionStore::overhead + ofTable(0x50, 0, 0).size();
   SectionStore store(3 * each);
   for (std::uint16_t pid = 1; pid <= 3; ++pid) {
-    EXPECT_FALSE(store.put(table(pid), ofTable(0x50, 0, 0), {}).hasGone);
+    store.put(table(pid), ofTable(0x50, 0, 0), {});
   }
   EXPECT_EQ(store.bytes(), 3 * each);
   EXPECT_FALSE(store.put(table(1), ofTable(0x50, 0, 0), {}).isNew);
-  EXPECT_TRUE(store.put(table(4), ofTable(0x50, 0, 0), {}).hasGone);
+  EXPECT_FALSE(store.put(table(4), ofTable(0x50, 0, 0), {}).mapHasGone);
   EXPECT_EQ(pidsIn(store), (Numbers{1, 3, 4}));
   EXPECT_EQ(store.bytes(), 3 * each);
+}
+
+// Only a map that goes changes the programs: with full tables each section drops another one.
+TEST(SectionStore, SaysWhenAProgramMapHasToGo) {
+  SectionStore store(2 * (SectionStore::overhead + ofTable(0x02, 0, 0).size()));
+  store.put(table(1, 0x02), ofTable(0x02, 0, 0), {});
+  store.put(table(2), ofTable(0x50, 0, 0), {});
+  EXPECT_TRUE(store.put(table(3), ofTable(0x50, 0, 0), {}).mapHasGone);
+  EXPECT_FALSE(store.put(table(4), ofTable(0x50, 0, 0), {}).mapHasGone);
 }
 
 TEST(SectionStore, KeepsThePatWhateverComes) {
