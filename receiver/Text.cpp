@@ -287,4 +287,10 @@ std::string withoutControls(const std::string& text) {
   return cleaned;
 }
 
+std::string inOneLine(const std::string& text) {
+  std::string line = withoutControls(text);
+  std::ranges::replace(line, '\n', ' ');
+  return line;
+}
+
 }  // namespace receiver

@@ -36,4 +36,7 @@ std::string toUtf8(const ContinuedText& parts, const CharacterTable& table);
 /// New lines stay, and U+E08A becomes one.
 std::string withoutControls(const std::string& text);
 
+/// The same without new lines: for a line of the output, which scripts read.
+std::string inOneLine(const std::string& text);
+
 }  // namespace receiver

@@ -10,7 +10,6 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
-#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdint>
@@ -273,21 +272,14 @@ int openScript(const std::string& path) {
   return script;
 }
 
-/// A text from the stream as it goes into a line of the output, which scripts read.
-std::string inOneLine(const std::string& text) {
-  std::string line = receiver::withoutControls(text);
-  std::ranges::replace(line, '\n', ' ');
-  return line;
-}
-
 /// Tells the library, and whoever watches, what the stream's data services bring.
 void connectData(receiver::DataBroadcast& data, Host& host, const Announcements& announcements) {
   data.onTree(
       [&host](const auto& place, auto tree) { host.mounts.update(place, std::move(tree)); });
   data.onEvent([&host, &announcements, commands = receiver::EditingCommands()](
                    const std::string& name, const receiver::StreamEvent& event) mutable {
-    announcements.say(fmt::format("stream event {} '{}', {} bytes", event.id, inOneLine(name),
-                                  event.data.size()));
+    announcements.say(fmt::format("stream event {} '{}', {} bytes", event.id,
+                                  receiver::inOneLine(name), event.data.size()));
     if (name != "nclEditingCommand") return;
     if (auto command = commands.take(event)) {
       host.worker.post([&host, command = std::move(*command)] {

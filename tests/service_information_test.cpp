@@ -499,6 +499,12 @@ TEST_F(MadeTables, ARetuneToALowerNumber) {
   if (!IsSkipped()) expectOnly(0x0438, 8801);
 }
 
+TEST(Texts, AreOneLineWhereAScriptReadsThem) {
+  EXPECT_EQ(inOneLine("a\nb\xC2\x8A"
+                      "c\x1B[2J\rd"),
+            "a bc[2Jd");
+}
+
 TEST_F(MadeTables, TimesThatAreNone) {
   play("odd-times");
   if (IsSkipped()) return;
