@@ -18,6 +18,7 @@
 #include "receiver/EditingCommands.h"
 #include "receiver/Source.h"
 #include "receiver/bitstream.h"
+#include "sample/carousel_sections.h"
 
 namespace receiver {
 namespace {
@@ -433,6 +434,72 @@ TEST_F(Hard, EditingCommandsAreTheDescriptorsPrivateData) {
 }
 
 // Locators and directories.
+
+/// Plays a section on a PID in packets of its own.
+class Played {
+ public:
+  Played(ServiceInformation& information, DataBroadcast& data)
+      : information_(information), data_(data) {}
+
+  void operator()(std::uint16_t pid, const Section& section) {
+    Section bytes{0};
+    bytes.insert(bytes.end(), section.begin(), section.end());
+    for (std::size_t begin = 0; begin < bytes.size(); begin += payload) {
+      std::vector<std::uint8_t> packet(packetSize, 0xff);
+      packet[0] = 0x47;
+      packet[1] = static_cast<std::uint8_t>((begin == 0 ? 0x40U : 0U) | pid >> 8U);
+      packet[2] = static_cast<std::uint8_t>(pid);
+      packet[3] = static_cast<std::uint8_t>(0x10U | (counters_[pid]++ & 15U));
+      const std::size_t size = std::min(payload, bytes.size() - begin);
+      std::copy_n(bytes.begin() + static_cast<std::ptrdiff_t>(begin), size, packet.begin() + 4);
+      information_.take(Packet(packet.data(), packetSize));
+      data_.take(Packet(packet.data(), packetSize));
+    }
+  }
+
+ private:
+  static constexpr std::size_t payload = packetSize - 4;
+
+  ServiceInformation& information_;
+  DataBroadcast& data_;
+  std::map<std::uint16_t, unsigned> counters_;
+};
+
+Section withCrc(Section section) {
+  section.resize(section.size() + 4);
+  psi_set_crc(section.data());
+  return section;
+}
+
+// Each name is an event of its own: a carousel with thousands for one id would multiply what one
+// section brings.
+TEST(StreamEventNames, AreSixteenAtMostForOneId) {
+  ServiceInformation information{std::nullopt};
+  DataBroadcast data(information);
+  Words names;
+  data.onEvent([&](const std::string& name, const StreamEvent&) { names.push_back(name); });
+  Played play(information, data);
+  // A PAT with program 100 on PID 0x100.
+  play(0, withCrc({0x00, 0xb0, 0x0d, 0x00, 0x01, 0xc1, 0x00, 0x00, 0x00, 0x64, 0xe1, 0x00}));
+  // Its map: the carousel 1 on PID 0x200 with tag 0x17, sections on PID 0x201 with tag 0x13.
+  play(0x100, withCrc({0x02, 0xb0, 0x24, 0x00, 0x64, 0xc1, 0x00, 0x00, 0xff, 0xff, 0xf0, 0x00,
+                       0x0b, 0xe2, 0x00, 0xf0, 0x0a, 0x52, 0x01, 0x17, 0x13, 0x05, 0x00, 0x00,
+                       0x00, 0x01, 0x00, 0x0d, 0xe2, 0x01, 0xf0, 0x03, 0x52, 0x01, 0x13}));
+  data.want({100, 0x17});
+  CarouselTree tree;
+  CarouselObject& events = tree["/events"];
+  events.kind = CarouselObject::Kind::streamEvent;
+  events.componentTag = 0x13;
+  for (char letter = 'a'; letter <= 't'; ++letter)
+    events.events.emplace_back(std::string(1, letter), 7);
+  for (const Section& section : sample::carouselSections(1, 0, tree)) play(0x200, section);
+  // Event 7 at once, without data.
+  play(0x201, withCrc({0x3d, 0xb0, 0x15, 0x00, 0x01, 0xc1, 0x00, 0x00, 0x1a, 0x0a,
+                       0x00, 0x07, 0xff, 0xff, 0xff, 0xfe, 0x00, 0x00, 0x00, 0x00}));
+  ASSERT_EQ(names.size(), 16U);
+  EXPECT_EQ(names.front(), "a");
+  EXPECT_EQ(names.back(), "p");
+}
 
 TEST(Locators, AreNumbersInHexadecimal) {
   const auto parsed = CarouselLocator::parse("dvb://ff01.1001.65.41");
