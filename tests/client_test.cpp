@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -20,6 +21,7 @@
 #include "support/AskEverything.h"
 #include "support/DemuxRecorder.h"
 #include "support/GoldenListener.h"
+#include "support/Limit.h"
 #include "support/Manager.h"
 #include "support/Patience.h"
 #include "support/RawClient.h"
@@ -570,6 +572,31 @@ TEST(AgainstImpostors, AReplyFillsNoMemory) {
   put(record, 12 + 844, std::int32_t{1});
   EXPECT_EQ(complaintAbout(bytesOf(record) + std::string(std::size_t{3} << 22U, '\0'), event),
             prefix + "a reply is too long");
+}
+
+/// The most memory that the process has had at once, in bytes.
+long mostMemory() {
+  rusage usage{};
+  getrusage(RUSAGE_SELF, &usage);
+  return usage.ru_maxrss * 1024;
+}
+
+// The texts of the elements count, which are four times what the elements are without them.
+TEST(AgainstImpostors, AListsTextsFillNoMemory) {
+  message property{};
+  property.group = quillwork::SYSTEM_PROPERTY;
+  putShortString(property, 12, std::string(254, 'n'));
+  putShortString(property, 267, std::string(254, 'v'));
+  std::string piece;
+  for (int index = 0; index < 64; ++index) piece += bytesOf(property);
+  const Dripping properties(bytesOf(request(LIST_HEADER, 1 << 20)), piece, true);
+  ControlChannel channel(Dripping::path, patience);
+  const long before = mostMemory();
+  EXPECT_THROW(channel.getSystemProperties(), Error);
+  // A sanitizer, valgrind and an emulator keep books of their own.
+  if (canLimitMemory()) {
+    EXPECT_LT(mostMemory() - before, 128 << 20);
+  }
 }
 
 TEST(AgainstImpostors, ASectionsCountIsBounded) {
