@@ -22,15 +22,15 @@ struct Result {
   std::string errors;
 };
 
-Result run(Words words) {
-  Program program(std::move(words));
+Result run(const Words& words) {
+  Program program(words);
   const int status = program.wait();
   return {status, program.output(), program.errors()};
 }
 
 Result client(Words words) {
   words.insert(words.begin(), {CLIENT, "--time-limit", patiently});
-  return run(std::move(words));
+  return run(words);
 }
 
 std::string firstLine(const std::string& text) { return text.substr(0, text.find('\n')); }

@@ -576,7 +576,7 @@ TEST_F(WholeSample, AHangUpEndsItAsItIsToEnd) {
 }
 
 TEST(Receiver, OutlivesAHangUpWhenItIsToldSo) {
-  Program host({"/usr/bin/nohup", receiverProgram(), "--loop", TABLES});
+  Program host({receiverProgram(), "--loop", TABLES}, {"/usr/bin/nohup"});
   ASSERT_TRUE(host.awaitOutput("serving\n")) << host.errors();
   host.signal(SIGHUP);
   EXPECT_EQ(client({"tuned"}), "8193\n");
@@ -586,11 +586,10 @@ TEST(Receiver, OutlivesAHangUpWhenItIsToldSo) {
 
 TEST(Receiver, EndsAsItIsToEndWhenNobodyReadsItsOutputAnyMore) {
   // It says each stream event, time and again. The shell's status is that of the receiver.
-  const std::string command =
-      receiverProgram() + " --fast --loop " SAMPLE " | head -n 1; exit ${PIPESTATUS[0]}";
-  const Result result = run({"/bin/bash", "-c", command});
-  EXPECT_EQ(result.status, 0) << result.errors;
-  EXPECT_EQ(result.output, "serving\n");
+  Program shell({receiverProgram(), "--fast", "--loop", SAMPLE},
+                {"/bin/bash", "-c", R"("$@" | head -n 1; exit ${PIPESTATUS[0]})", "bash"});
+  EXPECT_EQ(shell.wait(), 0) << shell.errors();
+  EXPECT_EQ(shell.output(), "serving\n");
 }
 
 TEST(Receiver, DeletesItsAdapterAlsoWhenSomethingIsWrongBesides) {

@@ -258,7 +258,7 @@ TEST(Replay, AReceiverThatHasBoundASocketAnewKeepsIt) {
 TEST(Replay, WhatCannotBeReplayedIsRefused) {
   const auto errors = [](std::vector<std::string> words) {
     words.insert(words.begin(), {CLIENT, "trace"});
-    Program program(std::move(words));
+    Program program(words);
     EXPECT_EQ(program.wait(), 1);
     return program.errors();
   };

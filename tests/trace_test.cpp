@@ -786,8 +786,8 @@ TEST_F(Standing, ASecondOneIsRefusedAndOneThatWasKilledIsFollowed) {
 }
 
 TEST(Trace, SaysWhatIsWrong) {
-  const auto errors = [](std::vector<std::string> words) {
-    Program program(std::move(words));
+  const auto errors = [](const std::vector<std::string>& words) {
+    Program program(words);
     EXPECT_EQ(program.wait(), 1);
     return program.errors();
   };

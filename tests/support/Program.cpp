@@ -30,9 +30,10 @@ std::string hostProgram(const std::string& path) {
   return std::string(build != nullptr ? build : BUILD) + "/" + path;
 }
 
-Program::Program(std::vector<std::string> arguments)
+Program::Program(const std::vector<std::string>& arguments,
+                 const std::vector<std::string>& launcher)
     : output_(memfd_create("output", MFD_CLOEXEC)), errors_(memfd_create("errors", MFD_CLOEXEC)) {
-  std::vector<std::string> all;
+  std::vector<std::string> all = launcher;
   std::istringstream emulator(EMULATOR);
   for (std::string word; emulator >> word;) all.push_back(word);
   all.insert(all.end(), arguments.begin(), arguments.end());

@@ -14,8 +14,10 @@ inline std::string receiverProgram() { return hostProgram("receiver/quillwork-re
 /// with SIGKILL if it is still there at the end.
 class Program {
  public:
-  /// The path comes first; under an emulator the programs run under it, too.
-  explicit Program(std::vector<std::string> arguments);
+  /// The path comes first; under an emulator the programs run under it, too. `launcher` is a
+  /// program of this machine, with its arguments, that starts it.
+  explicit Program(const std::vector<std::string>& arguments,
+                   const std::vector<std::string>& launcher = {});
   ~Program();
   Program(const Program&) = delete;
   Program& operator=(const Program&) = delete;
