@@ -1,5 +1,7 @@
 #include "receiver/SectionStore.h"
 
+#include <utility>
+
 #include "receiver/bitstream.h"
 
 namespace receiver {
@@ -23,7 +25,8 @@ bool goesWithThePat(std::uint8_t tableId) {
 
 }  // namespace
 
-SectionStore::Change SectionStore::put(const SubTable& table, const Section& section, Time now) {
+SectionStore::Change SectionStore::put(const SubTable& table, const Section& section, Time now,
+                                       std::size_t further) {
   Change change;
   Numbers& numbers = tables_[table];
   const std::uint8_t number = psi_get_section(section.data());
@@ -32,7 +35,6 @@ SectionStore::Change SectionStore::put(const SubTable& table, const Section& sec
     change.isNew = true;
     heard_.push_back({table, number, now, ++puts_});
     kept = numbers.emplace(number, Kept{nullptr, std::prev(heard_.end())}).first;
-    bytes_ += overhead;
   } else {
     change.isNew = !sameContent(*kept->second.section, section);
     kept->second.heard->time = now;
@@ -42,7 +44,8 @@ SectionStore::Change SectionStore::put(const SubTable& table, const Section& sec
   // Those who read the one before keep it.
   std::shared_ptr<const Section>& held = kept->second.section;
   if (held == nullptr || *held != section) {
-    bytes_ += section.size() - (held == nullptr ? 0 : held->size());
+    const std::size_t cost = overhead + section.size() + further;
+    bytes_ += cost - std::exchange(kept->second.cost, cost);
     held = std::make_shared<const Section>(section.begin(), section.end());
   }
   for (auto beyond = numbers.upper_bound(psi_get_lastsection(section.data()));
@@ -122,7 +125,7 @@ SectionStore::Tables::iterator SectionStore::erase(Tables::iterator entry) {
 }
 
 SectionStore::Numbers::iterator SectionStore::erase(Numbers& numbers, Numbers::iterator kept) {
-  bytes_ -= overhead + kept->second.section->size();
+  bytes_ -= kept->second.cost;
   heard_.erase(kept->second.heard);
   return numbers.erase(kept);
 }

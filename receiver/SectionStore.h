@@ -47,8 +47,8 @@ class SectionStore {
     bool mapHasGone = false;  ///< a program map had to go for want of room
   };
   /// Keeps a section of the long form whose number is not beyond the last one that it names, and
-  /// drops those of its sub-table that are.
-  Change put(const SubTable& table, const Section& section, Time now);
+  /// drops those of its sub-table that are. `further`: bytes that count besides its own.
+  Change put(const SubTable& table, const Section& section, Time now, std::size_t further = 0);
 
   /// Drops what has not come since `oldest`, but no PAT and no PMT: these go with the next PAT.
   /// True where something has gone.
@@ -90,6 +90,7 @@ class SectionStore {
   struct Kept {
     std::shared_ptr<const Section> section;
     std::list<Heard>::iterator heard;
+    std::size_t cost = 0;
   };
   using Numbers = std::map<std::uint8_t, Kept>;
   using Tables = std::map<SubTable, Numbers>;

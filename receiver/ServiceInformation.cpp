@@ -214,6 +214,23 @@ TransportStream readTransportStream(const std::uint8_t* loop) {
   return stream;
 }
 
+/// Calls `visit` with each event of an EIT's section. Not by eit_get_event(), whose index has eight
+/// bits: a section can hold 339 events.
+template <class AnySection, class Visitor>
+void forEachEntry(AnySection& section, Visitor&& visit) {
+  auto* const end = section.data() + section.size() - PSI_CRC_SIZE;
+  for (auto* entry = section.data() + EIT_HEADER_SIZE; entry < end;
+       entry += EIT_EVENT_SIZE + eitn_get_desclength(entry)) {
+    visit(entry);
+  }
+}
+
+std::size_t countEvents(const Section& section) {
+  std::size_t count = 0;
+  forEachEntry(section, [&](const std::uint8_t*) { ++count; });
+  return count;
+}
+
 /// What stands before the event's descriptors.
 Event readEvent(Section& section, std::uint8_t* entry) {
   Event event{};
@@ -340,7 +357,8 @@ void ServiceInformation::store(std::uint16_t pid, const Section& section) {
   if (isSdt(tableId)) further = uint16(&section[8]);
   SectionStore& store = isEit(tableId) ? eventTables_ : tables_;
   const SectionStore::Change change =
-      store.put({pid, tableId, extension, further}, section, received_);
+      store.put({pid, tableId, extension, further}, section, received_,
+                isEit(tableId) ? countEvents(section) * ServiceInformation::eventOverhead : 0);
   if (change.isNew) ++counters_.changes;
   if (tableId == PAT_TABLE_ID) {
     lastPat_ = tables_.puts();
@@ -640,19 +658,16 @@ void ServiceInformation::forEachEvent(const std::function<bool(const Event&)>& i
   for (HeldSection& held : all) {
     Section section = *held.section;
     held.section.reset();
-    // Not by eit_get_event(), whose index has eight bits: a section can hold 339 events.
-    std::uint8_t* const end = section.data() + section.size() - PSI_CRC_SIZE;
-    for (std::uint8_t* entry = section.data() + EIT_HEADER_SIZE; entry < end;
-         entry += EIT_EVENT_SIZE + eitn_get_desclength(entry)) {
+    forEachEntry(section, [&](std::uint8_t* entry) {
       Event event = readEvent(section, entry);
       const bool isRepeated = hasRepeats && !seen.emplace(event.tableId, held.table.further,
                                                           event.service, event.section, event.id)
                                                  .second;
-      if (isRepeated || !isWanted(event)) continue;
+      if (isRepeated || !isWanted(event)) return;
       event.descriptors = readLoop(eitn_get_descs(entry));
       texts.readEventTexts(event);
       visit(std::move(event));
-    }
+    });
   }
 }
 

@@ -133,8 +133,11 @@ class ServiceInformation : public PacketSink {
 
   /// What the sections may take, with SectionStore::overhead for each: a flood of the one kind does
   /// not push out the other.
-  static constexpr std::size_t maxEventBytes = 16U << 20U;
+  static constexpr std::size_t maxEventBytes = 24U << 20U;
   static constexpr std::size_t maxOtherBytes = 8U << 20U;
+  /// What an event counts besides its bytes, of which twelve suffice: asked for, it takes some
+  /// hundreds more.
+  static constexpr std::size_t eventOverhead = 256;
   /// A section that has not come for so long is off air: twice the longest period in which any is
   /// repeated (ETSI TR 101 211, 4.4).
   static constexpr std::chrono::minutes maxAge{10};

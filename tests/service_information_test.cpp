@@ -274,6 +274,36 @@ TEST_F(Broadcast, AnInterruptionMakesNothingOld) {
   EXPECT_EQ(information.eventCount(), 2U);
 }
 
+// 339 events of 12 bytes fill a section: a reply about them takes a hundred times their bytes.
+TEST_F(Broadcast, AFloodOfEventsWithoutDescriptorsIsBounded) {
+  constexpr std::size_t eachSection = 339;
+  const Bytes event = bytes("0001 ea60 120000 010000 8000");
+  Bytes content(11 + eachSection * event.size());
+  for (std::size_t index = 0; index < eachSection; ++index) {
+    std::ranges::copy(event,
+                      content.begin() + static_cast<std::ptrdiff_t>(11 + index * event.size()));
+  }
+  constexpr std::size_t mostEvents = std::size_t{100} << 10U;
+  for (unsigned index = 0; index < 2 * mostEvents / eachSection; ++index) {
+    const auto number = static_cast<std::uint8_t>(index);
+    const Bytes head{static_cast<std::uint8_t>(index >> 8U),
+                     100,
+                     0xc1,
+                     number,
+                     number,
+                     0,
+                     5,
+                     0,
+                     1,
+                     number,
+                     0x50};
+    std::ranges::copy(head, content.begin());
+    send(0x12, section(0x50, content));
+  }
+  EXPECT_GT(information.eventCount(), mostEvents / 2);
+  EXPECT_LT(information.eventCount(), mostEvents);
+}
+
 TEST_F(Broadcast, AFloodOfEventsIsBoundedAndLeavesTheRest) {
   sendPat();
   send(0x11, section(0x42, "0005 c1 00 00 0001 ff 0064 fc 8000"));
