@@ -55,13 +55,25 @@ void StreamFile::findPackets(std::uint64_t size) {
   }
   // The four bytes of a time stamp belong to the packet.
   const std::uint64_t before = stride == 192 && first >= 4 ? first - 4 : first;
-  const std::uint64_t rest = (size - first) % stride;
-  const std::uint64_t behind = rest < packetSize ? rest : 0;
+  const std::uint64_t behind = bytesBehindLastPacket(size);
   if (before == 0 && behind == 0) return;
   notice_ = fmt::format(
       "{}: is cut inside packets: {} bytes before the first whole one and {} behind the last are "
       "skipped",
       path_, before, behind);
+}
+
+/// By the packets of the file's end: elsewhere bytes can be missing or too many.
+std::uint64_t StreamFile::bytesBehindLastPacket(std::uint64_t size) const {
+  PacketFramer framer;
+  const std::uint64_t length = std::min<std::uint64_t>(size, portion);
+  const std::span<std::uint8_t> room = framer.room(length);
+  const ssize_t count = pread(file_, room.data(), length, static_cast<off_t>(size - length));
+  framer.add(static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+  framer.end();
+  while (framer.next()) {
+  }
+  return framer.left();
 }
 
 bool StreamFile::readMore() {

@@ -41,6 +41,7 @@ class StreamFile {
  private:
   bool readMore();
   void findPackets(std::uint64_t size);
+  [[nodiscard]] std::uint64_t bytesBehindLastPacket(std::uint64_t size) const;
 
   const std::string path_;
   const int file_;
