@@ -5,6 +5,7 @@ namespace {
 
 /// Between two commands; the oldest go.
 constexpr std::size_t mostEarly = 1000;
+constexpr std::size_t replyLimit = 512U << 20U;
 
 }  // namespace
 
@@ -12,6 +13,8 @@ client::ControlChannel& Session::control() {
   if (!control_) {
     control_.emplace(client::ControlChannel::defaultPath,
                      std::chrono::milliseconds(settings_.timeLimit));
+    // A person sees when it gets long, and can end it.
+    control_->setReplyLimit(replyLimit);
     control_->onNotification([this](const client::Notification& notification) {
       if (early_.size() == mostEarly) early_.pop_front();
       early_.push_back(notification);

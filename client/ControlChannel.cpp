@@ -19,7 +19,6 @@ using operations::Request;
 // Bounds on what a reply can make the client allocate.
 constexpr std::size_t maxText = 16U << 20U;
 constexpr std::size_t maxElements = 1U << 20U;
-constexpr std::size_t maxReply = 64U << 20U;
 
 /// From a question to its answer: much longer than a receiver takes from its send to its wait.
 constexpr std::chrono::milliseconds answerDelay{20};
@@ -149,7 +148,7 @@ const message& ControlChannel::receiveRecord() {
 /// Counts what a reply makes the client keep: no reply may fill the memory.
 void ControlChannel::keep(std::size_t bytes) {
   kept_ += bytes;
-  if (kept_ > maxReply) throw Error(channel_.path() + ": a reply is too long");
+  if (kept_ > replyLimit_) throw Error(channel_.path() + ": a reply is too long");
 }
 
 Notification ControlChannel::receiveDsmCCCommand(std::size_t parts, message part) {

@@ -61,6 +61,10 @@ class ControlChannel {
   /// What it throws passes through the operation, which leaves the channel out of step.
   void onNotification(NotificationHandler handler) { handler_ = std::move(handler); }
 
+  /// How many bytes of memory a reply may take here, 64 MiB until this is called. What has more is
+  /// refused with Error. A guide of tens of thousands of events needs some 2,000 bytes an event.
+  void setReplyLimit(std::size_t bytes) { replyLimit_ = bytes; }
+
   /// Waits for the next notification; nothing if none comes within the time.
   std::optional<Notification> waitForNotification(std::chrono::milliseconds time);
 
@@ -342,6 +346,7 @@ class ControlChannel {
   std::chrono::steady_clock::time_point asked_;
   /// What the reply under way has made the client keep, in bytes.
   std::size_t kept_ = 0;
+  std::size_t replyLimit_ = 64U << 20U;
 };
 
 }  // namespace quillwork::client

@@ -574,6 +574,21 @@ TEST(AgainstImpostors, AReplyFillsNoMemory) {
             prefix + "a reply is too long");
 }
 
+TEST(AgainstImpostors, AReplyMayTakeWhatIsSaid) {
+  message property{};
+  property.group = quillwork::SYSTEM_PROPERTY;
+  std::string list = bytesOf(request(LIST_HEADER, 1000));
+  for (int index = 0; index < 1000; ++index) list += bytesOf(property);
+  const auto ask = [&list](std::size_t limit) {
+    const Impostor impostor(list);
+    ControlChannel channel(Impostor::path, patience);
+    channel.setReplyLimit(limit);
+    return channel.getSystemProperties().size();
+  };
+  EXPECT_EQ(ask(2000 * sizeof(SystemProperty)), 1000U);
+  EXPECT_THROW(ask(2000 * sizeof(SystemProperty) - 1), Error);
+}
+
 /// The most memory that the process has had at once, in bytes.
 long mostMemory() {
   rusage usage{};
