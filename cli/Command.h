@@ -36,6 +36,9 @@ struct Argument {
 class Values {
  public:
   void set(std::string_view name, std::string text) { texts_[name] = std::move(text); }
+  /// For an argument that was not given. A number that may be left out is not there then, and
+  /// neither is what a property is set to, which may be the empty text.
+  void setAbsent(const Argument& argument);
   [[nodiscard]] bool has(std::string_view name) const { return texts_.contains(name); }
 
   [[nodiscard]] std::int32_t integer(std::string_view name) const;

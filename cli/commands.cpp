@@ -694,9 +694,12 @@ void listCASystems(Session& session, const Values&) {
 
 void listIdentifiers(Session& session, const Values& values) {
   enum Identifiers { ofStream = 1, streams = 2, ofNetwork = 3, ofBouquet = 4 };
-  const auto identifiers = call<&ControlChannel::getAllIDs, "KIND", "KEY">(session, values);
   const int kind = values.integer("KIND");
-  const int key = values.integer("KEY");
+  if (kind != streams && !values.has("KEY")) {
+    throw std::invalid_argument(fmt::format("KEY is required for the kind {}", kind));
+  }
+  const int key = values.has("KEY") ? values.integer("KEY") : 0;
+  const auto identifiers = session.control().getAllIDs(kind, key);
   if (identifiers.empty() && kind == ofStream) {
     const auto known = session.control().getAllIDs(streams, 0);
     if (std::ranges::find(known, key) == known.end()) throw unknownStream(key);
@@ -805,7 +808,7 @@ constexpr Command all[] = {
               "1: services of the transport stream KEY; 2: all transport streams; "
               "3: transport streams of the network KEY; 4: of the bouquet KEY",
               {}, 1, 4),
-      integer("KEY", "the key that the kinds 1, 3 and 4 need", "0")},
+      integer("KEY", "the key that the kinds 1, 3 and 4 need", "")},
      listIdentifiers},
     {"", "property", "list, show or change properties",
      {text("NAME", "the property; all of them without it", ""),
@@ -939,6 +942,13 @@ std::string Argument::range() const {
   const double lowest = least == -1 && absent == "-1" ? 0 : least;
   if (hasLeast && hasMost) return fmt::format("{:.0f} to {:.0f}", lowest, most);
   return hasLeast ? fmt::format("{:.0f} or more", lowest) : std::string();
+}
+
+void Values::setAbsent(const Argument& argument) {
+  const bool isNumber =
+      argument.kind == Argument::Kind::integer || argument.kind == Argument::Kind::real;
+  const bool isOptional = argument.absent == "" && (isNumber || argument.name == "--set");
+  if (argument.absent && !isOptional) set(argument.name, std::string(*argument.absent));
 }
 
 std::int32_t Values::integer(std::string_view name) const {

@@ -137,13 +137,10 @@ void CommandLine::choose(const Command& command, const std::vector<Written>& wri
   for (const Written& entry : written) {
     const Argument& argument = *entry.argument;
     const bool isGiven = entry.option->count() > 0;
-    // An option that may be the empty text is there only when it was given.
-    const bool isOptional =
-        argument.name.starts_with("--") && argument.kind == Argument::Kind::text;
     if (isGiven) {
       values_.set(argument.name, *entry.text);
-    } else if (argument.absent && !(isOptional && argument.name == "--set")) {
-      values_.set(argument.name, std::string(*argument.absent));
+    } else {
+      values_.setAbsent(argument);
     }
   }
 }

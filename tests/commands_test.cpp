@@ -345,6 +345,10 @@ TEST(Commands, WhatIsWrongIsSaidInOneLine) {
   expectError(client({"services", "extra"}),
               "quillwork-client: The following argument was not expected: extra");
   expectError(client({"ids", "9"}), "quillwork-client: KIND: 9 is not 1 to 4");
+  for (const char* const kind : {"1", "3", "4"}) {
+    expectError(client({"ids", kind}),
+                std::string("quillwork-client: KEY is required for the kind ") + kind);
+  }
   expectError(client({"section", "--pid", "12x"}), "quillwork-client: --pid: '12x' is no number");
   expectError(client({"section", "--pid", "8192"}),
               "quillwork-client: --pid: 8192 is not 0 to 8191");

@@ -67,6 +67,8 @@ class Answerer : public quillwork::IpcListener {
 std::string sample(const Argument& argument) {
   switch (argument.kind) {
     case Argument::Kind::integer:
+      // All transport streams, the one kind of identifiers that needs no key.
+      if (argument.name == "KIND") return "2";
       return std::to_string(argument.least > 0 ? static_cast<int>(argument.least) : 0);
     case Argument::Kind::real:
       return "0";
@@ -84,8 +86,8 @@ std::vector<Values> uses(const Command& command) {
   for (const Argument& argument : command.arguments) {
     if (!argument.absent || argument.name == "--timeout") {
       shortest.set(argument.name, sample(argument));
-    } else if (argument.name != "--set") {
-      shortest.set(argument.name, std::string(*argument.absent));
+    } else {
+      shortest.setAbsent(argument);
     }
   }
   Values longest = shortest;
