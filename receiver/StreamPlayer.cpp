@@ -22,6 +22,8 @@ constexpr std::uint64_t clockRange = (std::uint64_t{1} << 33U) * 300;
 constexpr std::uint64_t longestStep = clockRate;
 /// A stream of which so many packets have no clock has none.
 constexpr std::size_t mostPackets = 5'000;
+/// How long a source is left alone that was empty when it began again.
+constexpr auto emptyPause = 1s;
 
 }  // namespace
 
@@ -88,6 +90,7 @@ void StreamPlayer::run() {
 bool StreamPlayer::playNext() {
   try {
     if (!fill()) return false;
+    hasPlayed_ = true;
     play(spanOf(nextClock_));
   } catch (const std::exception& error) {
     complain(error);
@@ -112,7 +115,13 @@ StreamPlayer::Next StreamPlayer::waitForNext() {
   const auto hasWish = [this] { return isStopped_ || isRetuned_; };
   std::unique_lock lock(mutex_);
   if (!hasWish()) {
-    if (settings_.isLooped && source_->rewind()) return Next::same;
+    // A source that has nothing any more, such as a file that was emptied, is not asked all the
+    // time.
+    const bool isEmpty = settings_.isLooped && !std::exchange(hasPlayed_, false);
+    if (isEmpty) changed_.wait_for(lock, emptyPause, hasWish);
+    if (settings_.isLooped && !hasWish() && source_->rewind()) return Next::same;
+  }
+  if (!hasWish()) {
     lock.unlock();
     forEachSink([](PacketSink& sink) { sink.ended(); });
     lock.lock();

@@ -92,7 +92,8 @@ class StreamPlayer {
 
   /// What is played next: the packets up to one with a clock reference.
   std::vector<std::uint8_t> batch_;
-  bool isEarly_ = false;  ///< it ends where the source has no more yet
+  bool hasPlayed_ = false;  ///< since the source began
+  bool isEarly_ = false;    ///< it ends where the source has no more yet
   std::optional<std::uint16_t> clockPid_;
   std::optional<std::uint64_t> lastClock_;
   std::optional<std::uint64_t> nextClock_;

@@ -10,7 +10,10 @@
 #include <atomic>
 #include <chrono>
 #include <fstream>
+#include <functional>
 #include <future>
+#include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -123,6 +126,37 @@ TEST_F(Playing, KeepsThePaceOfTheClockAndSpreadsThePacketsBetween) {
   EXPECT_GE(recorder.span(40), 190ms);
   EXPECT_GE(recorder.span(20), 90ms);
   EXPECT_GE(recorder.span(15), 65ms);
+}
+
+/// A source that has nothing, as a file has that was emptied while it was played.
+class Emptied : public Source {
+ public:
+  explicit Emptied(std::function<void()> onRewind) : onRewind_(std::move(onRewind)) {}
+  std::optional<Packet> next() override { return std::nullopt; }
+  bool isReady() override { return true; }
+  bool rewind() override {
+    onRewind_();
+    return true;
+  }
+  void interrupt() override {}
+  [[nodiscard]] bool keepsPace() const override { return false; }
+
+ private:
+  const std::function<void()> onRewind_;
+};
+
+TEST(Looping, ASourceThatHasNothingIsAskedOnceASecond) {
+  const Clock::time_point begin = Clock::now();
+  std::atomic<int> rewinds{0};
+  std::promise<void> isSecond;
+  StreamPlayer player(std::make_unique<Emptied>([&] {
+                        if (++rewinds == 2) isSecond.set_value();
+                      }),
+                      {.isLooped = true});
+  player.start();
+  ASSERT_EQ(isSecond.get_future().wait_for(patience), std::future_status::ready);
+  EXPECT_GE(Clock::now() - begin, 2s);
+  player.stop();
 }
 
 TEST_F(Playing, AClockThatWrapsGoesOn) {
@@ -286,6 +320,12 @@ TEST(StreamFiles, AFileThatIsCutIsPlayedAndSaysSo) {
   const std::string stamped = tenBetween("\x01\x02\x03\x04", "");
   EXPECT_EQ(readFile(stamped.substr(10)).notice, said(182, 0));
   EXPECT_EQ(readFile("some other thing" + whole + "G12").notice, said(16, 3));
+}
+
+TEST(StreamFiles, BytesInTheMiddleAreNoneBehindTheLastPacket) {
+  std::string bytes = tenBetween("", "");
+  bytes.insert(5 * 188, "seven..");
+  EXPECT_EQ(readFile(bytes).notice, "");
 }
 
 TEST(StreamFiles, DamagedSyncBytesStayInTheirPacketsAndOtherBytesBetweenThemAreSkipped) {
