@@ -14,8 +14,9 @@ namespace {
 
 using namespace std::chrono_literals;
 
-/// How long a file may take to its first picture, a seek to its end.
-constexpr GstClockTime patience = 5 * GST_SECOND;
+/// How long a file may take to its first picture, a seek to its end: on a processor that others
+/// keep busy, many times the usual half a second. What cannot be played fails at once.
+constexpr GstClockTime patience = 30 * GST_SECOND;
 /// Packets are handed on in portions of about so many bytes.
 constexpr std::size_t portion = 20 * packetSize;
 
