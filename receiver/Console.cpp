@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <exception>
 #include <optional>
+#include <stdexcept>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -55,9 +56,9 @@ struct Needed {
 };
 constexpr Needed needed[] = {
     {"help"},           {"quit"},          {"state", 1, 1},  {"event", 1, 1, true},
-    {"graphics", 2, 2}, {"service", 1, 1}, {"retune", 0, 1}, {"wait", 1, 1}};
+    {"graphics", 2, 2}, {"service", 1, 1}, {"retune", 0, 1}, {"wait", 0, 0, true}};
 
-void answer(const std::string& text) { printAnswer(text + "\n"); }
+void answer(const std::string& text) { print(text + "\n"); }
 
 }  // namespace
 
@@ -97,13 +98,21 @@ bool Console::readLine(std::string& line) {
     if (end != std::string::npos) {
       line = unread_.substr(0, end);
       unread_.erase(0, end + 1);
+      // As some editors end a line.
+      if (line.ends_with('\r')) line.pop_back();
       return true;
     }
     char buffer[4096];
     const ssize_t size = read(input_, buffer, sizeof buffer);
-    // A receiver in the background may not read from its terminal.
-    if (size <= 0) return false;
-    unread_.append(buffer, static_cast<std::size_t>(size));
+    if (size > 0) {
+      unread_.append(buffer, static_cast<std::size_t>(size));
+    } else if (size == 0 && !unread_.empty()) {
+      // The last line may lack its end.
+      unread_ += '\n';
+    } else {
+      // A receiver in the background may not read from its terminal.
+      return false;
+    }
   }
 }
 
@@ -172,7 +181,11 @@ void Console::perform(const std::string& line) {
     host_.streamPlayer.retune();
     answer("retuned");
   } else if (command == "wait") {
-    static_cast<void>(sleepFor(numbers[0]));
+    const auto seconds = quillwork::parseReal(takeWord(rest));
+    if (!seconds || !takeWord(rest).empty()) {
+      throw std::invalid_argument("it takes a number of seconds");
+    }
+    static_cast<void>(sleepFor(*seconds));
   }
 }
 

@@ -89,8 +89,12 @@ class Announcements : public receiver::PacketSink {
   }
   void ended() override {
     sayTotals();
-    if (endsWithStream_) receiver::requestEnd();
+    if (!endsWithStream_) return;
+    hasFailed_ = information_.counters().packets == 0;
+    receiver::requestEnd();
   }
+  /// Whether the stream whose end ends the process had nothing. Once the stream's thread has ended.
+  [[nodiscard]] bool hasFailed() const { return hasFailed_; }
   /// What the stream has had so far, where that has not been said.
   void sayNews() {
     if (information_.counters().packets != saidPackets_) hasSaid_ = false;
@@ -136,6 +140,7 @@ class Announcements : public receiver::PacketSink {
   const bool isQuiet_;
   const bool showsState_;
   bool hasSaid_ = false;
+  bool hasFailed_ = false;
   std::uint64_t saidPackets_ = 0;
 };
 
@@ -242,6 +247,7 @@ class Serving {
     quillwork::IpcServerManager::getInstance()->addConnectionListener(&clientsEnd_);
   }
   ~Serving() {
+    receiver::stopWaitingForReader();
     for (receiver::Console& console : consoles_) console.stop();
     workers_.writer->stop();
     workers_.notifier->stop();
@@ -289,13 +295,14 @@ void connectData(receiver::DataBroadcast& data, Host& host, const Announcements&
   });
 }
 
-void serve(const Options& options) {
+/// False when the stream was none.
+bool serve(const Options& options) {
   // Media players' threads come and go by the dozen; a heap for each would be kept for good.
   mallopt(M_ARENA_MAX, 2);
   // In the background it may not read from its terminal, and shall not be stopped for trying.
   std::signal(SIGTTIN, SIG_IGN);
-  receiver::prepareOutput(options.isQuiet);
   const sigset_t signals = endingSignals();
+  receiver::prepareOutput({options.isQuiet, options.play.isFast, signals});
   pthread_sigmask(SIG_BLOCK, &signals, nullptr);
 
   if (isServed(controlSocket)) {
@@ -362,6 +369,8 @@ void serve(const Options& options) {
   }
   // A stream that never ends has its totals, too.
   if (!isFile) announcements.sayNews();
+  // What it was instead has been said.
+  return !announcements.hasFailed();
 }
 
 /// An option with a number between the two.
@@ -435,10 +444,9 @@ int main(int argumentCount, char** arguments) {
   }
   if (options.properties.empty()) options.properties = ":memory:";
   try {
-    serve(options);
+    return serve(options) ? EXIT_SUCCESS : EXIT_FAILURE;
   } catch (const std::exception& error) {
     fmt::print(stderr, "quillwork-receiver: {}\n", error.what());
     return EXIT_FAILURE;
   }
-  return EXIT_SUCCESS;
 }

@@ -1,8 +1,12 @@
 // Everything that the receiver can do, through the client: two processes on the sample stream.
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
@@ -12,6 +16,7 @@
 #include <nlohmann/json.hpp>
 #include <set>
 #include <sstream>
+#include <string_view>
 #include <thread>
 #include <utility>
 
@@ -529,6 +534,96 @@ TEST(Receiver, AnswersNothingButCommandsWhenItIsToBeQuiet) {
   EXPECT_EQ(result.status, 0);
   EXPECT_EQ(result.output, "service 1004\n");
   EXPECT_EQ(result.errors, "");
+}
+
+TEST(Receiver, TakesLinesAsEditorsLeaveThem) {
+  const std::string script = "/dev/shm/script";
+  std::ofstream(script) << "service 1004\r\nwait 0.01\r\n\r\nservice 1003\nquit";
+  const Result result = run({receiverProgram(), "--fast", "--quiet", "--script", script, TABLES});
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.output, "service 1004\nservice 1003\n");
+  EXPECT_EQ(result.errors, "");
+}
+
+TEST(Receiver, WaitsForSecondsAlone) {
+  const std::string script = "/dev/shm/script";
+  std::ofstream(script) << "wait\nwait x\nwait 0 0\nquit\n";
+  const Result result = run({receiverProgram(), "--fast", "--quiet", "--script", script, TABLES});
+  EXPECT_EQ(result.errors,
+            "quillwork-receiver: 'wait': it takes a number of seconds\n"
+            "quillwork-receiver: 'wait x': it takes a number of seconds\n"
+            "quillwork-receiver: 'wait 0 0': it takes a number of seconds\n");
+}
+
+/// A pipe of two pages, with nobody who reads it.
+class UnreadPipe {
+ public:
+  UnreadPipe() {
+    EXPECT_EQ(mkfifo(path, 0600), 0);
+    reader_ = open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    EXPECT_EQ(fcntl(reader_, F_SETPIPE_SZ, capacity), capacity);
+  }
+  ~UnreadPipe() {
+    close(reader_);
+    unlink(path);
+  }
+  UnreadPipe(const UnreadPipe&) = delete;
+  UnreadPipe& operator=(const UnreadPipe&) = delete;
+
+  /// What starts a program that prints there.
+  static Words launcher() { return {"/bin/bash", "-c", R"(exec "$@" > "$0")", path}; }
+  void awaitBytes(int least) const {
+    for (int held = 0; held < least; std::this_thread::yield()) ioctl(reader_, FIONREAD, &held);
+  }
+  /// Reads what is there.
+  [[nodiscard]] std::string read() const {
+    std::string text(capacity, '\0');
+    text.resize(
+        static_cast<std::size_t>(std::max<ssize_t>(::read(reader_, text.data(), text.size()), 0)));
+    return text;
+  }
+
+ private:
+  static constexpr const char* path = "/dev/shm/unread";
+  static constexpr int capacity = 8192;
+  int reader_;
+};
+
+TEST(Receiver, EndsAlthoughNobodyReadsItsOutput) {
+  const UnreadPipe pipe;
+  Program host({receiverProgram(), "--fast", "--loop", SAMPLE}, UnreadPipe::launcher());
+  pipe.awaitBytes(4000);
+  host.signal(SIGTERM);
+  EXPECT_EQ(host.wait(), 0);
+}
+
+TEST(Receiver, GoesOnAlthoughNobodyReadsItsOutput) {
+  const UnreadPipe pipe;
+  Program host({receiverProgram(), "--loop", TABLES}, UnreadPipe::launcher());
+  pipe.awaitBytes(static_cast<int>(std::string_view("serving\n").size()));
+  Program watcher({CLIENT, "--time-limit", patiently, "watch"});
+  for (int index = 0; index < 1000; ++index) host.say("graphics 1280 720");
+  while (watcher.output().find("\"code\":1234,") == std::string::npos) {
+    host.say("event 1234");
+    std::this_thread::yield();
+  }
+  EXPECT_TRUE(pipe.read().starts_with("serving\ngraphics 1280 720\n"));
+  // It says what it has dropped, and nothing is said in pieces.
+  const std::string dropped = " texts for the standard output were dropped, which nobody read\n";
+  while (!host.errors().ends_with(dropped)) host.say("graphics 1 1");
+  for (const std::string& line : lines(pipe.read())) {
+    EXPECT_TRUE(line.empty() || line.starts_with("event 1234") || line == "graphics 1280 720" ||
+                line == "graphics 1 1" || std::string("graphics 1280 720").starts_with(line))
+        << line;
+  }
+  host.signal(SIGTERM);
+  EXPECT_EQ(host.wait(), 0);
+}
+
+TEST(Receiver, FailsWhereAllThatItIsToPlayIsNoStream) {
+  Program host({receiverProgram(), "--once", "-"},
+               {"/bin/bash", "-c", R"(exec "$@" < /dev/null)", "bash"});
+  EXPECT_EQ(host.wait(), 1);
 }
 
 TEST(Receiver, SaysWhichServiceIsNotThere) {

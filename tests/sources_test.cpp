@@ -312,7 +312,7 @@ TEST_F(Urls, WhatAServerRefusesAndWhatItHasOtherwiseIsSaid) {
       << receiver.errors();
   const Server other(found("<html>" + std::string(100'000, ' ')));
   Program puzzled({receiverProgram(), "--once", other.url()});
-  EXPECT_EQ(puzzled.wait(), 0);
+  EXPECT_EQ(puzzled.wait(), 1);
   EXPECT_EQ(puzzled.errors(), "quillwork-receiver: " + other.url() +
                                   ": what arrives is no MPEG transport stream of 188, 192 or "
                                   "204-byte packets: it is a markup text\n");
