@@ -14,4 +14,4 @@ add_custom_command(
           $<TARGET_OBJECTS:quillwork-protocol-json> ${QUILLWORK_PROTOCOL_JSON}
   DEPENDS quillwork-protocol-json $<TARGET_OBJECTS:quillwork-protocol-json>
   VERBATIM)
-add_custom_target(protocol-json ALL DEPENDS ${QUILLWORK_PROTOCOL_JSON})
+add_custom_target(quillwork-protocol ALL DEPENDS ${QUILLWORK_PROTOCOL_JSON})
