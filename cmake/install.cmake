@@ -32,6 +32,12 @@ if(QUILLWORK_LIBRARY)
   list(APPEND components runtime)
   install_library(quillwork-ipc)
   quillwork_install_headers(${QUILLWORK_LIBRARY_HEADERS})
+  # gdb loads a script from there by itself when a process has the library of that path.
+  install(
+    FILES packaging/gdb/quillwork_ipc.py
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/gdb/auto-load${CMAKE_INSTALL_FULL_LIBDIR}
+    RENAME libquillwork-ipc.so.${PROJECT_VERSION}-gdb.py
+    COMPONENT development)
 endif()
 if(QUILLWORK_CLIENT)
   install_library(quillwork-ipc-client)
