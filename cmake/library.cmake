@@ -23,12 +23,15 @@ add_library(
   adapter/tuner.cpp
   adapter/video.cpp)
 target_link_libraries(quillwork-ipc-objects PUBLIC quillwork-options)
+quillwork_reproducible(quillwork-ipc-objects)
 
 # A shared library unless static ones are asked for. The facade factories stay undefined: the host
 # process or its facade library has them.
 set(type SHARED)
 if(DEFINED BUILD_SHARED_LIBS AND NOT BUILD_SHARED_LIBS)
   set(type STATIC)
+  # What others link holds machine code, not what one version of one compiler alone can read.
+  set_target_properties(quillwork-ipc-objects PROPERTIES INTERPROCEDURAL_OPTIMIZATION OFF)
 endif()
 add_library(quillwork-ipc ${type} $<TARGET_OBJECTS:quillwork-ipc-objects>)
 add_library(quillwork::ipc ALIAS quillwork-ipc)
