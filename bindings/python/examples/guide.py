@@ -253,6 +253,8 @@ def show(screen: curses.window, client: Client) -> None:
 
 def main() -> None:
     locale.setlocale(locale.LC_ALL, "")
+    if not (sys.stdin.isatty() and sys.stdout.isatty()):
+        sys.exit("guide: a terminal is needed")
     try:
         with Client(protocol=Protocol(errors="replace")) as client:
             curses.wrapper(show, client)

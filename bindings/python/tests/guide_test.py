@@ -78,6 +78,19 @@ class Terminal:
         return self._process.wait()
 
 
+class WithoutATerminal(unittest.TestCase):
+    def test_it_says_what_it_needs(self) -> None:
+        result = subprocess.run(
+            [sys.executable, str(GUIDE)],
+            stdin=subprocess.DEVNULL,
+            capture_output=True,
+            text=True,
+            check=False,
+        )
+        self.assertEqual(result.returncode, 1)
+        self.assertEqual(result.stderr, "guide: a terminal is needed\n")
+
+
 class OnTheSample(unittest.TestCase):
     def setUp(self) -> None:
         self.host = Receiver("--mount", "/dev/shm/carousels")
