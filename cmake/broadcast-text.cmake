@@ -1,4 +1,10 @@
-# A broadcast's texts, for the receiver and for the command line, which shows those of descriptors.
+# A broadcast's texts, for the receiver and, where biTStream is there, for the command line, which shows
+# those of descriptors.
+find_path(BITSTREAM_INCLUDE bitstream/mpeg/psi.h)
+if(NOT BITSTREAM_INCLUDE)
+  return()
+endif()
+
 add_library(quillwork-broadcast-text STATIC receiver/Text.cpp)
 target_link_libraries(quillwork-broadcast-text PUBLIC quillwork-options)
 
