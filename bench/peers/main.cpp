@@ -160,7 +160,7 @@ std::function<double(Contestant&)> askServices(std::size_t count, std::size_t le
 }
 
 std::vector<Work> works() {
-  constexpr std::size_t burst = 1000;
+  constexpr std::size_t burst = 100;
   std::vector<Work> all;
   all.push_back({"an integer", {}, [](Contestant& contestant) {
                    return timed([&] {
