@@ -66,7 +66,7 @@ void StreamFile::findPackets(std::uint64_t size) {
 /// By the packets of the file's end: elsewhere bytes can be missing or too many.
 std::uint64_t StreamFile::bytesBehindLastPacket(std::uint64_t size) const {
   PacketFramer framer;
-  const std::uint64_t length = std::min<std::uint64_t>(size, portion);
+  const auto length = static_cast<std::size_t>(std::min<std::uint64_t>(size, portion));
   const std::span<std::uint8_t> room = framer.room(length);
   const ssize_t count = pread(file_, room.data(), length, static_cast<off_t>(size - length));
   framer.add(static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
