@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <deque>
 #include <optional>
 
@@ -37,6 +38,7 @@ class Session {
  private:
   Settings settings_;
   std::deque<client::Notification> early_;
+  std::size_t earlyBytes_ = 0;
   std::optional<client::ControlChannel> control_;
   std::optional<client::SectionFilterChannel> sections_;
 };

@@ -28,7 +28,7 @@ constexpr const char* prompt = "quillwork> ";
 constexpr const char* ownWords[] = {"answer", "help", "quit"};
 
 void report(const std::exception& error) {
-  fmt::print(stderr, "quillwork-client: {}\n", error.what());
+  std::fprintf(stderr, "quillwork-client: %s\n", error.what());
 }
 
 void print(const client::Notification& notification) {

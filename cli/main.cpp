@@ -4,7 +4,10 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <cerrno>
 #include <clocale>
+#include <cstdio>
+#include <cstring>
 #include <exception>
 #include <memory>
 #include <optional>
@@ -159,7 +162,8 @@ std::string CommandLine::describe(const CLI::Error& error) const {
 }
 
 void complain(const std::string& error) {
-  fmt::print(stderr, "quillwork-client: {}\n", printable(error));
+  // Not by fmt::print(), which throws where nobody can read it.
+  std::fputs(("quillwork-client: " + printable(error) + "\n").c_str(), stderr);
 }
 
 /// A line of the shell: what goes wrong with it is said, and the next one is read.
@@ -201,6 +205,13 @@ int runOnce(CommandLine& line, Session& session) {
   return answered;
 }
 
+/// The status, unless what was printed cannot be written, on a full disk for instance.
+int withOutputWritten(int status) {
+  if (status != answered || std::fflush(stdout) == 0) return status;
+  complain(fmt::format("the output cannot be written: {}", std::strerror(errno)));
+  return failed;
+}
+
 }  // namespace
 
 int main(int argumentCount, char** arguments) {
@@ -212,13 +223,13 @@ int main(int argumentCount, char** arguments) {
     line.parse({arguments + 1, arguments + argumentCount});
   } catch (const CLI::Success& success) {
     line.printHelp(success);
-    return answered;
+    return withOutputWritten(answered);
   } catch (const CLI::Error& error) {
     complain(line.describe(error));
     return failed;
   }
   Session session(settings);
-  if (!line.isShell()) return runOnce(line, session);
+  if (!line.isShell()) return withOutputWritten(runOnce(line, session));
   runShell(session, [&](const std::vector<std::string>& words) { runLine(session, words); });
-  return answered;
+  return withOutputWritten(answered);
 }

@@ -89,6 +89,17 @@ TEST_F(OnTheSample, Services) {
   EXPECT_EQ(services[0]["flags"], (Json{"actual", "pat", "schedule", "p/f"}));
 }
 
+TEST_F(OnTheSample, OutputThatCannotBeWrittenIsAFailure) {
+  for (const Words& words : {Words{"services"}, {"--json", "services"}, {"tuned"}, {"--help"}}) {
+    Words all = {CLIENT, "--time-limit", patiently};
+    all.insert(all.end(), words.begin(), words.end());
+    Program program(all, {"/bin/bash", "-c", R"(exec "$@" > /dev/full)", "bash"});
+    EXPECT_EQ(program.wait(), failed) << words.back();
+    EXPECT_EQ(program.errors(),
+              "quillwork-client: the output cannot be written: No space left on device\n");
+  }
+}
+
 TEST_F(OnTheSample, TextsOfEveryKind) {
   try {
     receiver::CharacterTable::named("ISO-8859-5");
