@@ -1,11 +1,11 @@
 #include "receiver/CarouselMounts.h"
+#include "receiver/Complaint.h"
 #include "receiver/Text.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <charconv>
-#include <cstdio>
 #include <fstream>
 #include <string_view>
 #include <utility>
@@ -248,7 +248,7 @@ bool CarouselMounts::write(const CarouselPlace& place,
     std::error_code ignored;
     fs::remove_all(target, ignored);
     fs::remove(newLink, ignored);
-    fmt::print(stderr, "quillwork-receiver: carousel {}: {}\n", name, error.what());
+    complain("carousel {}: {}", name, error.what());
     return false;
   }
   std::error_code ignored;

@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <exception>
 #include <optional>
 #include <stdexcept>
@@ -16,6 +15,7 @@
 
 #include "adapter/MiddlewareIpc.h"
 #include "common/Number.h"
+#include "receiver/Complaint.h"
 #include "receiver/Host.h"
 #include "receiver/Output.h"
 
@@ -31,6 +31,8 @@ constexpr std::string_view help =
     "wait SECONDS              begin the next command later\n"
     "help                      show this\n"
     "quit                      end the receiver\n";
+
+constexpr std::size_t longestLine = 65536;
 
 /// Takes the next word off the line.
 std::string_view takeWord(std::string_view& line) {
@@ -82,7 +84,7 @@ void Console::run() {
     try {
       perform(line);
     } catch (const std::exception& error) {
-      fmt::print(stderr, "quillwork-receiver: '{}': {}\n", line, error.what());
+      complain("'{}': {}", line, error.what());
     }
   }
 }
@@ -104,6 +106,10 @@ bool Console::readLine(std::string& line) {
     }
     char buffer[4096];
     const ssize_t size = read(input_, buffer, sizeof buffer);
+    if (unread_.size() > longestLine) {
+      complain("a line of more than {} bytes is no command", longestLine);
+      unread_.clear();
+    }
     if (size > 0) {
       unread_.append(buffer, static_cast<std::size_t>(size));
     } else if (size == 0 && !unread_.empty()) {
@@ -130,8 +136,7 @@ void Console::perform(const std::string& line) {
   if (command.empty() || command.front() == '#') return;
   const auto known = std::ranges::find(needed, command, &Needed::command);
   if (known == std::end(needed)) {
-    fmt::print(stderr, "quillwork-receiver: there is no command '{}'; 'help' shows them\n",
-               command);
+    complain("there is no command '{}'; 'help' shows them", command);
     return;
   }
   std::vector<std::int32_t> numbers;
@@ -143,11 +148,11 @@ void Console::perform(const std::string& line) {
     rest = behind;
   }
   if (numbers.size() < known->least) {
-    fmt::print(stderr, "quillwork-receiver: '{}': a number is missing\n", line);
+    complain("'{}': a number is missing", line);
     return;
   }
   if (!known->takesText && rest.find_first_not_of(' ') != rest.npos) {
-    fmt::print(stderr, "quillwork-receiver: '{}': there is too much behind '{}'\n", line, command);
+    complain("'{}': there is too much behind '{}'", line, command);
     return;
   }
   if (command == "help") {
@@ -173,8 +178,7 @@ void Console::perform(const std::string& line) {
     answer(fmt::format("service {}", current));
     // -1 selects the first one of the stream again.
     if (numbers[0] != -1 && current != numbers[0]) {
-      fmt::print(stderr, "quillwork-receiver: service {} is not in the stream so far\n",
-                 numbers[0]);
+      complain("service {} is not in the stream so far", numbers[0]);
     }
   } else if (command == "retune") {
     if (!numbers.empty()) host_.information.selectService(numbers[0]);

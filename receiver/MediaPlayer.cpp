@@ -1,13 +1,13 @@
 #include "receiver/MediaPlayer.h"
 
-#include <fmt/format.h>
 #include <gst/app/gstappsrc.h>
 
 #include <algorithm>
 #include <charconv>
-#include <cstdio>
 #include <filesystem>
 #include <utility>
+
+#include "receiver/Complaint.h"
 
 namespace receiver {
 namespace {
@@ -120,8 +120,7 @@ GstBusSyncReply MediaPlayer::onMessage(GstBus*, GstMessage* message, void* self)
   if (GST_MESSAGE_TYPE(message) == GST_MESSAGE_ERROR) {
     GError* error = nullptr;
     gst_message_parse_error(message, &error, nullptr);
-    fmt::print(stderr, "quillwork-receiver: {}: {}\n",
-               player->isLive() ? "the stream" : player->source_.uri, error->message);
+    complain("{}: {}", player->isLive() ? "the stream" : player->source_.uri, error->message);
     g_error_free(error);
     player->hasFailed_ = true;
   }

@@ -1,8 +1,6 @@
 #include "receiver/MemoryBudget.h"
 
-#include <fmt/format.h>
-
-#include <cstdio>
+#include "receiver/Complaint.h"
 
 namespace receiver {
 
@@ -21,9 +19,7 @@ void MemoryBudget::release(std::uint64_t bytes) {
 
 void MemoryBudget::refuse(const char* what) {
   if (hasRefused_.exchange(true)) return;
-  fmt::print(stderr,
-             "quillwork-receiver: {} would hold more than {} MiB; what is too much is left out\n",
-             what, limit_ >> 20U);
+  complain("{} would hold more than {} MiB; what is too much is left out", what, limit_ >> 20U);
 }
 
 }  // namespace receiver

@@ -5,12 +5,13 @@
 #include <gst/app/gstappsink.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <iterator>
 #include <map>
 #include <new>
 #include <string_view>
 #include <utility>
+
+#include "receiver/Complaint.h"
 
 namespace receiver {
 namespace {
@@ -286,7 +287,7 @@ ByteInput::Arrival NetworkInput::read(PacketFramer& framer, std::chrono::millise
   }
   if (!hasEnded_) return Arrival::nothing;
   if (!error_.empty()) {
-    fmt::print(stderr, "quillwork-receiver: {}: {}\n", url_, std::exchange(error_, {}));
+    complain("{}: {}", url_, std::exchange(error_, {}));
   }
   return Arrival::end;
 }
@@ -331,8 +332,7 @@ void NetworkInput::take(GstSample* sample) {
       }
     }
     if (isLost && !std::exchange(hasLost_, true)) {
-      fmt::print(stderr, "quillwork-receiver: {}: comes faster than it is read; packets are lost\n",
-                 url_);
+      complain("{}: comes faster than it is read; packets are lost", url_);
     }
     changed_.notify_all();
   }

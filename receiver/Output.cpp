@@ -1,20 +1,19 @@
 #include "receiver/Output.h"
 
 #include <fcntl.h>
-#include <fmt/format.h>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/signalfd.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
-#include <cstdio>
 #include <iterator>
 #include <mutex>
 #include <string_view>
 #include <utility>
+
+#include "receiver/Complaint.h"
 
 namespace receiver {
 namespace {
@@ -27,19 +26,6 @@ void fillStandardStreams() {
   for (int number = STDIN_FILENO; number <= STDERR_FILENO; ++number) {
     if (fcntl(number, F_GETFD) == -1) open("/dev/null", O_RDWR);
   }
-}
-
-/// A description of its own for a pipe or a terminal, so that writing never waits there though the
-/// one that other processes share does. Else the file itself, which never waits or cannot be
-/// opened.
-int withoutWaiting(int file) {
-  struct stat status {};
-  const bool canWait =
-      fstat(file, &status) == 0 && (S_ISFIFO(status.st_mode) || S_ISCHR(status.st_mode));
-  if (!canWait) return file;
-  const std::string path = fmt::format("/proc/self/fd/{}", file);
-  const int own = open(path.c_str(), O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
-  return own == -1 ? file : own;
 }
 
 /// The standard output, for the life of the process.
@@ -82,7 +68,7 @@ void Output::prepare(const OutputSettings& settings) {
     close(nowhere);
     file_ = kept;
   }
-  file_ = withoutWaiting(file_);
+  if (const int own = openWithoutWaiting(file_); own != -1) file_ = own;
 }
 
 /// Waits until the file takes something, or has nobody any more who could.
@@ -118,10 +104,8 @@ void Output::print(std::string_view text) {
   const std::size_t written = isCut_ ? 0 : write(text);
   if (written == text.size()) {
     if (dropped_ > 0) {
-      fmt::print(stderr,
-                 "quillwork-receiver: {} texts for the standard output were dropped, which nobody "
-                 "read\n",
-                 std::exchange(dropped_, 0));
+      complain("{} texts for the standard output were dropped, which nobody read",
+               std::exchange(dropped_, 0));
     }
     return;
   }

@@ -1,7 +1,6 @@
 #include "receiver/Source.h"
 
 #include <fcntl.h>
-#include <fmt/format.h>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/stat.h>
@@ -9,10 +8,11 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <iterator>
 #include <utility>
+
+#include "receiver/Complaint.h"
 
 namespace receiver {
 namespace {
@@ -83,13 +83,13 @@ std::optional<Packet> LiveSource::next() {
       case ByteInput::Arrival::bytes:
         keepBeginning();
         if (std::exchange(isSilent_, false)) {
-          fmt::print(stderr, "quillwork-receiver: {}: the stream goes on\n", name_);
+          complain("{}: the stream goes on", name_);
         }
         break;
       case ByteInput::Arrival::nothing:
         if (!std::exchange(isSilent_, true)) {
-          fmt::print(stderr, "quillwork-receiver: {}: nothing has arrived for {:.1f} s\n", name_,
-                     std::chrono::duration<double>(silence_).count());
+          complain("{}: nothing has arrived for {:.1f} s", name_,
+                   std::chrono::duration<double>(silence_).count());
         }
         break;
       case ByteInput::Arrival::end:
@@ -121,10 +121,8 @@ bool LiveSource::rewind() {
 
 void LiveSource::sayWhatIsNoStream() {
   if (beginning_.empty() || std::exchange(hasComplained_, true)) return;
-  fmt::print(stderr,
-             "quillwork-receiver: {}: what arrives is no MPEG transport stream of 188, 192 or "
-             "204-byte packets: {}\n",
-             name_, describeBytes(beginning_));
+  complain("{}: what arrives is no MPEG transport stream of 188, 192 or 204-byte packets: {}",
+           name_, describeBytes(beginning_));
 }
 
 std::unique_ptr<ByteInput> readDescriptor(int descriptor) {

@@ -43,7 +43,7 @@ class FileSource : public Source {
   std::optional<Packet> next() override { return file_.next(); }
   bool isReady() override { return true; }
   bool rewind() override;
-  void interrupt() override {}
+  void interrupt() override { file_.interrupt(); }
   [[nodiscard]] bool keepsPace() const override { return false; }
   /// What is skipped at the file's ends, as one line; empty for nothing.
   [[nodiscard]] const std::string& notice() const { return file_.notice(); }

@@ -7,15 +7,17 @@
 
 #include <array>
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 
+#include "receiver/Complaint.h"
 #include "receiver/PacketFramer.h"
 
 namespace receiver {
 namespace {
 
 constexpr std::size_t portion = std::size_t{256} << 10U;
+/// A recorder may have reserved a file's place before it wrote there.
+constexpr std::size_t mostPortionsWithoutPacket = 4096;
 
 }  // namespace
 
@@ -85,16 +87,22 @@ bool StreamFile::readMore() {
       return true;
     }
     if (size == -1 && errno == EINTR) continue;
-    if (size == -1) fmt::print(stderr, "quillwork-receiver: {}: {}\n", path_, std::strerror(errno));
+    if (size == -1) complain("{}: {}", path_, std::strerror(errno));
     framer_->end();
     return false;
   }
 }
 
 std::optional<Packet> StreamFile::next() {
+  std::size_t portions = 0;
   for (bool isEnd = false;; isEnd = !readMore()) {
     if (auto packet = framer_->next()) return packet;
-    if (isEnd) return std::nullopt;
+    if (isEnd || isInterrupted_) return std::nullopt;
+    if (++portions > mostPortionsWithoutPacket) {
+      complain("{}: there is no packet in {} MiB, which is taken for the end", path_,
+               mostPortionsWithoutPacket * portion >> 20U);
+      return std::nullopt;
+    }
   }
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -34,6 +35,8 @@ class StreamFile {
   /// The next packet, valid until the next call; nothing at the end of the file.
   std::optional<Packet> next();
   void rewind();
+  /// Ends next(), now and later. Any thread.
+  void interrupt() { isInterrupted_ = true; }
   /// What is skipped before the first packet and behind the last one, as one line; empty for a file
   /// of whole packets.
   [[nodiscard]] const std::string& notice() const { return notice_; }
@@ -46,6 +49,7 @@ class StreamFile {
   const std::string path_;
   const int file_;
   const std::unique_ptr<PacketFramer> framer_;
+  std::atomic<bool> isInterrupted_{false};
   std::string notice_;
 };
 

@@ -1,13 +1,12 @@
 #include "receiver/StreamPlayer.h"
 
-#include <fmt/format.h>
 #include <pthread.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <exception>
 #include <utility>
 
+#include "receiver/Complaint.h"
 #include "receiver/SectionAssembler.h"
 
 namespace receiver {
@@ -103,7 +102,7 @@ bool StreamPlayer::playNext() {
 void StreamPlayer::complain(const std::exception& error) {
   if (complaint_ == error.what()) return;
   complaint_ = error.what();
-  fmt::print(stderr, "quillwork-receiver: a part of the stream is lost: {}\n", complaint_);
+  receiver::complain("a part of the stream is lost: {}", complaint_);
 }
 
 bool StreamPlayer::isAsked() {

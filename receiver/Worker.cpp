@@ -1,11 +1,11 @@
 #include "receiver/Worker.h"
 
-#include <fmt/format.h>
 #include <pthread.h>
 
-#include <cstdio>
 #include <exception>
 #include <utility>
+
+#include "receiver/Complaint.h"
 
 namespace receiver {
 namespace {
@@ -14,7 +14,7 @@ void carryOut(const Worker::Task& task) {
   try {
     task();
   } catch (const std::exception& error) {
-    fmt::print(stderr, "quillwork-receiver: {}\n", error.what());
+    complain("{}", error.what());
   }
 }
 
@@ -39,7 +39,7 @@ bool Worker::post(Task task) {
     }
     if (std::exchange(hasDropped_, true)) return false;
   }
-  fmt::print(stderr, "quillwork-receiver: the client does not read; notifications are dropped\n");
+  complain("the client does not read; notifications are dropped");
   return false;
 }
 

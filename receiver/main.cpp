@@ -13,7 +13,6 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -32,6 +31,7 @@
 #include "common/Number.h"
 #include "protocol/ConnectionListener.h"
 #include "protocol/IpcServerManager.h"
+#include "receiver/Complaint.h"
 #include "receiver/Console.h"
 #include "receiver/DataBroadcast.h"
 #ifdef QUILLWORK_GSTREAMER
@@ -147,8 +147,10 @@ class Announcements : public receiver::PacketSink {
 /// A receiver has the PAT from the last time that it was tuned here; a map that comes before the
 /// first PAT of a short capture counts, too.
 void lookAhead(const std::string& path, ServiceInformation& information) {
+  // In the time of half a minute any stream has a PAT.
+  constexpr int mostPackets = 1'000'000;
   receiver::FileSource file(path);
-  while (information.currentService() == -1) {
+  for (int left = mostPackets; left > 0 && information.currentService() == -1; --left) {
     const auto packet = file.next();
     if (!packet) break;
     if (receiver::pidOf(*packet) == 0) information.take(*packet);
@@ -273,7 +275,8 @@ class Serving {
 };
 
 int openScript(const std::string& path) {
-  const int script = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  // A pipe is not waited for before somebody writes to it.
+  const int script = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
   if (script == -1) throw std::runtime_error(path + ": " + std::strerror(errno));
   return script;
 }
@@ -317,7 +320,7 @@ bool serve(const Options& options) {
   const auto* const file = dynamic_cast<receiver::FileSource*>(source.get());
   const bool isFile = file != nullptr;
   if (isFile && !file->notice().empty()) {
-    fmt::print(stderr, "quillwork-receiver: {}\n", file->notice());
+    receiver::complain("{}", file->notice());
   }
   ServiceInformation information(
       options.charset.empty() ? std::nullopt
@@ -439,14 +442,14 @@ int main(int argumentCount, char** arguments) {
     if (error.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) {
       return application.exit(error);
     }
-    fmt::print(stderr, "quillwork-receiver: {}\n", error.what());
+    receiver::complain("{}", error.what());
     return EXIT_FAILURE;
   }
   if (options.properties.empty()) options.properties = ":memory:";
   try {
     return serve(options) ? EXIT_SUCCESS : EXIT_FAILURE;
   } catch (const std::exception& error) {
-    fmt::print(stderr, "quillwork-receiver: {}\n", error.what());
+    receiver::complain("{}", error.what());
     return EXIT_FAILURE;
   }
 }

@@ -570,6 +570,7 @@ class UnreadPipe {
   UnreadPipe(const UnreadPipe&) = delete;
   UnreadPipe& operator=(const UnreadPipe&) = delete;
 
+  static constexpr const char* path = "/dev/shm/unread";
   /// What starts a program that prints there.
   static Words launcher() { return {"/bin/bash", "-c", R"(exec "$@" > "$0")", path}; }
   void awaitBytes(int least) const {
@@ -584,7 +585,6 @@ class UnreadPipe {
   }
 
  private:
-  static constexpr const char* path = "/dev/shm/unread";
   static constexpr int capacity = 8192;
   int reader_;
 };
@@ -617,6 +617,76 @@ TEST(Receiver, GoesOnAlthoughNobodyReadsItsOutput) {
         << line;
   }
   host.signal(SIGTERM);
+  EXPECT_EQ(host.wait(), 0);
+}
+
+TEST(Receiver, EndsAlthoughNobodyReadsItsErrors) {
+  const UnreadPipe pipe;
+  Program host({receiverProgram(), "--quiet", TABLES},
+               {"/bin/bash", "-c", R"(exec "$@" 2> "$0")", UnreadPipe::path});
+  while (run({CLIENT, "--time-limit", patiently, "tuned"}).output != "8193\n") {
+  }
+  for (int index = 0; index < 1000; ++index) host.say("nonsense");
+  pipe.awaitBytes(4090);
+  host.say("event 1");
+  ASSERT_TRUE(host.awaitOutput("event 1\n"));
+  host.signal(SIGTERM);
+  EXPECT_EQ(host.wait(), 0);
+}
+
+TEST(Receiver, OutlivesAFullDiskBehindItsErrors) {
+  const Words onFullDisk = {"/bin/bash", "-c", R"(exec "$@" 2> /dev/full)", "bash"};
+  Program none({receiverProgram(), "/dev/shm/none.ts"}, onFullDisk);
+  EXPECT_EQ(none.wait(), 1);
+  Program host({receiverProgram(), "--quiet", TABLES}, onFullDisk);
+  host.say("nonsense");
+  host.say("event 1");
+  ASSERT_TRUE(host.awaitOutput("event 1\n"));
+  host.say("quit");
+  EXPECT_EQ(host.wait(), 0);
+}
+
+// Such as a recorder leaves that has reserved the place.
+TEST(Receiver, EndsInAFileWithALongHole) {
+  const std::string path = "/dev/shm/hole.ts";
+  fs::copy_file(TABLES, path);
+  fs::resize_file(path, std::uintmax_t{60} << 30U);
+  Program host({receiverProgram(), "--fast", path});
+  ASSERT_TRUE(host.awaitOutput("serving\n")) << host.errors();
+  host.signal(SIGTERM);
+  EXPECT_EQ(host.wait(), 0);
+  Program once({receiverProgram(), "--fast", "--once", path});
+  EXPECT_EQ(once.wait(), 0);
+  EXPECT_TRUE(
+      once.errors().ends_with("quillwork-receiver: /dev/shm/hole.ts: there is no packet in 1024 "
+                              "MiB, which is taken for the "
+                              "end\n"))
+      << once.errors();
+  fs::remove(path);
+}
+
+TEST(Receiver, DoesNotWaitForTheWriterOfItsScript) {
+  const std::string path = "/dev/shm/script-pipe";
+  ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+  Program host({receiverProgram(), "--script", path, TABLES});
+  ASSERT_TRUE(host.awaitOutput("serving\n")) << host.errors();
+  std::ofstream(path) << "event 7\n";
+  EXPECT_TRUE(host.awaitOutput("event 7\n"));
+  host.signal(SIGTERM);
+  EXPECT_EQ(host.wait(), 0);
+  fs::remove(path);
+}
+
+TEST(Receiver, ForgetsALineWithoutAnEnd) {
+  Program host({receiverProgram(), "--quiet", TABLES});
+  const std::string blanks(4096, ' ');
+  while (host.errors() != "quillwork-receiver: a line of more than 65536 bytes is no command\n") {
+    host.give(blanks);
+  }
+  host.say("");
+  host.say("event 1");
+  EXPECT_TRUE(host.awaitOutput("event 1\n"));
+  host.say("quit");
   EXPECT_EQ(host.wait(), 0);
 }
 

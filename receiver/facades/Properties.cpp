@@ -1,10 +1,10 @@
 #include "receiver/facades/Properties.h"
 
-#include <fmt/format.h>
 #include <sqlite3.h>
 
-#include <cstdio>
 #include <stdexcept>
+
+#include "receiver/Complaint.h"
 
 namespace receiver {
 namespace {
@@ -70,7 +70,7 @@ void Properties::reportingFailures(const std::function<void()>& action) const {
   try {
     action();
   } catch (const std::runtime_error& error) {
-    fmt::print(stderr, "quillwork-receiver: {}\n", error.what());
+    complain("{}", error.what());
   }
 }
 
