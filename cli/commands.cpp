@@ -828,7 +828,7 @@ constexpr Command all[] = {
       text("--less", "the same: the section's bytes must be less, as a number", ""),
       text("--xor",
            "[OFFSET:]VALUE[/MASK[/DIFFERENT]]: equal outside of DIFFERENT, not equal inside", ""),
-      integer("--timeout", "milliseconds to wait for a section", "5000", 0, 3'600'000),
+      integer("--timeout", "milliseconds to wait for a section; 5000 without it", "5000", 0, 3'600'000),
       integer("--count", "how many sections", "1", 1, 1'000'000)},
      readSections},
     {"", "mount", "mount a carousel and show its directory",
@@ -846,7 +846,7 @@ constexpr Command all[] = {
     {"", "watch", "print notifications as they come, complete downloads among them",
      {integer("--count", "end after so many", "2147483647", 1),
       integer("--timeout", "end when none has come for so many milliseconds", "-1", -1),
-      text("--answer", "what an application state is answered with: yes or no", "yes")},
+      text("--answer", "what an application state is answered with: yes or no; yes without it", "yes")},
      watch},
 
     {"video", "bounds", "show the main video's bounds", {}, showVideoBounds},
