@@ -267,13 +267,17 @@ std::optional<Notification> await(Session& session, int timeOut) {
 }
 
 void watch(Session& session, const Values& values) {
+  const std::string& answer = values.text("--answer");
+  if (answer != "yes" && answer != "no") {
+    throw std::invalid_argument(fmt::format("--answer: '{}' is neither yes nor no", answer));
+  }
   session.control().addCarouselListener();
   for (int left = values.integer("--count"); left > 0; --left) {
     const auto notification = await(session, values.integer("--timeout"));
     if (!notification) break;
     printNotification(*notification);
     if (std::holds_alternative<ApplicationState>(*notification)) {
-      session.control().answerApplicationState(values.text("--answer") == "yes");
+      session.control().answerApplicationState(answer == "yes");
     }
   }
   session.control().removeCarouselListener();

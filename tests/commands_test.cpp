@@ -355,6 +355,8 @@ TEST(Commands, WhatIsWrongIsSaidInOneLine) {
   expectError(client({}), "quillwork-client: A subcommand is required");
   expectError(client({"services", "extra"}),
               "quillwork-client: The following argument was not expected: extra");
+  expectError(client({"watch", "--answer", "maybe"}),
+              "quillwork-client: --answer: 'maybe' is neither yes nor no");
   expectError(client({"ids", "9"}), "quillwork-client: KIND: 9 is not 1 to 4");
   for (const char* const kind : {"1", "3", "4"}) {
     expectError(client({"ids", kind}),

@@ -73,7 +73,7 @@ std::string sample(const Argument& argument) {
     case Argument::Kind::real:
       return "0";
     case Argument::Kind::text:
-      return "00";
+      return argument.name == "--answer" ? "no" : "00";
     default:
       return "on";
   }
