@@ -89,6 +89,13 @@ PacketFramer::Finding PacketFramer::beginsAt(std::size_t place, std::size_t stri
 /// Looks for the packets; false when it needs more bytes for that.
 bool PacketFramer::find() {
   for (; begin_ + packetSize <= end_; ++begin_) {
+    const std::size_t places = end_ - packetSize + 1 - begin_;
+    const void* const sync = std::memchr(buffer_.data() + begin_, syncByte, places);
+    if (sync == nullptr) {
+      begin_ += places;
+      return false;
+    }
+    begin_ = static_cast<std::size_t>(static_cast<const std::uint8_t*>(sync) - buffer_.data());
     std::array<std::size_t, std::size(strides)> order = {strides[0], strides[1], strides[2]};
     std::partition(order.begin(), order.end(),
                    [this](std::size_t stride) { return stride == lastStride_; });

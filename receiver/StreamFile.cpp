@@ -17,7 +17,7 @@ namespace {
 
 constexpr std::size_t portion = std::size_t{256} << 10U;
 /// A recorder may have reserved a file's place before it wrote there.
-constexpr std::size_t mostPortionsWithoutPacket = 4096;
+constexpr std::size_t mostPortionsWithoutPacket = 1024;
 
 }  // namespace
 
