@@ -186,7 +186,7 @@ void Console::perform(const std::string& line) {
     answer("retuned");
   } else if (command == "wait") {
     const auto seconds = quillwork::parseReal(takeWord(rest));
-    if (!seconds || !takeWord(rest).empty()) {
+    if (!seconds || *seconds < 0 || !takeWord(rest).empty()) {
       throw std::invalid_argument("it takes a number of seconds");
     }
     static_cast<void>(sleepFor(*seconds));

@@ -547,12 +547,13 @@ TEST(Receiver, TakesLinesAsEditorsLeaveThem) {
 
 TEST(Receiver, WaitsForSecondsAlone) {
   const std::string script = "/dev/shm/script";
-  std::ofstream(script) << "wait\nwait x\nwait 0 0\nquit\n";
+  std::ofstream(script) << "wait\nwait x\nwait 0 0\nwait -1\nquit\n";
   const Result result = run({receiverProgram(), "--fast", "--quiet", "--script", script, TABLES});
   EXPECT_EQ(result.errors,
             "quillwork-receiver: 'wait': it takes a number of seconds\n"
             "quillwork-receiver: 'wait x': it takes a number of seconds\n"
-            "quillwork-receiver: 'wait 0 0': it takes a number of seconds\n");
+            "quillwork-receiver: 'wait 0 0': it takes a number of seconds\n"
+            "quillwork-receiver: 'wait -1': it takes a number of seconds\n");
 }
 
 /// A pipe of two pages, with nobody who reads it.
@@ -658,7 +659,7 @@ TEST(Receiver, EndsInAFileWithALongHole) {
   Program once({receiverProgram(), "--fast", "--once", path});
   EXPECT_EQ(once.wait(), 0);
   EXPECT_TRUE(
-      once.errors().ends_with("quillwork-receiver: /dev/shm/hole.ts: there is no packet in 1024 "
+      once.errors().ends_with("quillwork-receiver: /dev/shm/hole.ts: there is no packet in 256 "
                               "MiB, which is taken for the "
                               "end\n"))
       << once.errors();
