@@ -223,6 +223,8 @@ int soak(double minutes) {
     std::fputs(host.errors().c_str(), stderr);
     return EXIT_FAILURE;
   }
+  // A broken-off request may be the first for a player, which loads the media framework.
+  connect<ControlChannel>()->open("file:///nothing");
   const Usage atRest = usageOf(host.process());
   const auto begin = Clock::now();
   const auto length = std::chrono::duration_cast<Clock::duration>(
