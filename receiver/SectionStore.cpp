@@ -31,23 +31,26 @@ SectionStore::Change SectionStore::put(const SubTable& table, const Section& sec
   Numbers& numbers = tables_[table];
   const std::uint8_t number = psi_get_section(section.data());
   auto kept = numbers.find(number);
-  if (kept == numbers.end()) {
-    change.isNew = true;
-    heard_.push_back({table, number, now, ++puts_});
-    kept = numbers.emplace(number, Kept{nullptr, std::prev(heard_.end())}).first;
-  } else {
-    change.isNew = !sameContent(*kept->second.section, section);
+  const bool isKnown = kept != numbers.end();
+  change.isNew = !isKnown || !sameContent(*kept->second.section, section);
+  // All that can run out of memory comes before anything changes. Those who read the section before
+  // keep it.
+  auto held = isKnown && *kept->second.section == section
+                  ? kept->second.section
+                  : std::make_shared<const Section>(section.begin(), section.end());
+  if (isKnown) {
     kept->second.heard->time = now;
     kept->second.heard->put = ++puts_;
     heard_.splice(heard_.end(), heard_, kept->second.heard);
+  } else {
+    std::list<Heard> heard = {{table, number, now, puts_ + 1}};
+    kept = numbers.emplace(number, Kept{held, heard.begin()}).first;
+    heard_.splice(heard_.end(), heard);
+    ++puts_;
   }
-  // Those who read the one before keep it.
-  std::shared_ptr<const Section>& held = kept->second.section;
-  if (held == nullptr || *held != section) {
-    const std::size_t cost = overhead + section.size() + further;
-    bytes_ += cost - std::exchange(kept->second.cost, cost);
-    held = std::make_shared<const Section>(section.begin(), section.end());
-  }
+  const std::size_t cost = overhead + section.size() + further;
+  bytes_ += cost - std::exchange(kept->second.cost, cost);
+  kept->second.section = std::move(held);
   for (auto beyond = numbers.upper_bound(psi_get_lastsection(section.data()));
        beyond != numbers.end();) {
     beyond = erase(numbers, beyond);
