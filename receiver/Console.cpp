@@ -100,6 +100,8 @@ bool Console::readLine(std::string& line) {
     if (end != std::string::npos) {
       line = unread_.substr(0, end);
       unread_.erase(0, end + 1);
+      // It is the rest of one that was too long.
+      if (std::exchange(isCut_, false)) continue;
       // As some editors end a line.
       if (line.ends_with('\r')) line.pop_back();
       return true;
@@ -107,7 +109,9 @@ bool Console::readLine(std::string& line) {
     char buffer[4096];
     const ssize_t size = read(input_, buffer, sizeof buffer);
     if (unread_.size() > longestLine) {
-      complain("a line of more than {} bytes is no command", longestLine);
+      if (!std::exchange(isCut_, true)) {
+        complain("a line of more than {} bytes is no command", longestLine);
+      }
       unread_.clear();
     }
     if (size > 0) {

@@ -39,6 +39,7 @@ class Console {
   /// Readable once stop() was called.
   const int stopped_;
   std::string unread_;
+  bool isCut_ = false;  ///< what was read of the line so far is given up
   std::thread thread_;
 };
 
