@@ -322,6 +322,25 @@ TEST(StreamFiles, AFileThatIsCutIsPlayedAndSaysSo) {
   EXPECT_EQ(readFile("some other thing" + whole + "G12").notice, said(16, 3));
 }
 
+TEST(StreamFiles, ALongHoleIsSearchedUntilSomebodyInterrupts) {
+  {
+    std::ofstream file(readPath, std::ios::binary);
+    file << tenBetween("", "");
+    file.seekp(100 << 20);
+    file << tenBetween("", "");
+  }
+  FileSource source(readPath);
+  // The last packet before a gap has none behind it that would bear it out.
+  EXPECT_EQ(numbers(source), "0123456780123456789");
+  source.rewind();
+  for (int packet = 0; packet < 9; ++packet) ASSERT_TRUE(source.next());
+  source.interrupt();
+  while (source.next()) {
+  }
+  source.rewind();
+  EXPECT_EQ(numbers(source), "");
+}
+
 TEST(StreamFiles, BytesInTheMiddleAreNoneBehindTheLastPacket) {
   std::string bytes = tenBetween("", "");
   bytes.insert(5 * 188, "seven..");
