@@ -49,7 +49,8 @@ class Output {
   std::mutex mutex_;
   int file_ = STDOUT_FILENO;
   bool isPatient_ = true;
-  /// Readable while a signal is to end the process, and after stopWaiting().
+  /// No reader is waited for while one of them is readable: while a signal is to end the process,
+  /// and after stopWaiting().
   int ending_ = -1;
   int stopped_ = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
   std::size_t dropped_ = 0;
