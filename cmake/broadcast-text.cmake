@@ -8,11 +8,5 @@ endif()
 add_library(quillwork-broadcast-text STATIC receiver/Text.cpp)
 target_link_libraries(quillwork-broadcast-text PUBLIC quillwork-options)
 
-find_path(ARIBB24_INCLUDE aribb24/aribb24.h)
-find_library(ARIBB24_LIBRARY aribb24)
-if(ARIBB24_INCLUDE AND ARIBB24_LIBRARY)
-  target_compile_definitions(quillwork-broadcast-text PRIVATE QUILLWORK_ARIB)
-  target_link_libraries(quillwork-broadcast-text PRIVATE ${ARIBB24_LIBRARY})
-else()
-  message(STATUS "libaribb24 is missing for this processor: ARIB texts are not converted")
-endif()
+quillwork_use_optional(quillwork-broadcast-text ARIB aribb24/aribb24.h aribb24
+                       "libaribb24 is missing for this processor: ARIB texts are not converted")
