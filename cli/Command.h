@@ -16,6 +16,9 @@ namespace quillwork::cli {
 /// An argument of a command: one that stands in its place, an option when its name begins with
 /// "--".
 struct Argument {
+  /// The `absent` of an argument that is not there at all without being given.
+  static constexpr std::string_view unset = "(unset)";
+
   enum class Kind { integer, real, text, onOff, flag };
 
   std::string_view name;
@@ -36,8 +39,7 @@ struct Argument {
 class Values {
  public:
   void set(std::string_view name, std::string text) { texts_[name] = std::move(text); }
-  /// For an argument that was not given. A number that may be left out is not there then, and
-  /// neither is what a property is set to, which may be the empty text.
+  /// For an argument that was not given.
   void setAbsent(const Argument& argument);
   [[nodiscard]] bool has(std::string_view name) const { return texts_.contains(name); }
 

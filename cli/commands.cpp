@@ -812,11 +812,11 @@ constexpr Command all[] = {
               "1: services of the transport stream KEY; 2: all transport streams; "
               "3: transport streams of the network KEY; 4: of the bouquet KEY",
               {}, 1, 4),
-      integer("KEY", "the key that the kinds 1, 3 and 4 need", "")},
+      integer("KEY", "the key that the kinds 1, 3 and 4 need", Argument::unset)},
      listIdentifiers},
     {"", "property", "list, show or change properties",
      {text("NAME", "the property; all of them without it", ""),
-      text("--set", "give it this value, also an empty one", ""), flag("--remove", "remove it")},
+      text("--set", "give it this value, also an empty one", Argument::unset), flag("--remove", "remove it")},
      changeProperty},
     {"", "version", "tell whether a version flag is set",
      {integer("FLAG",
@@ -949,10 +949,9 @@ std::string Argument::range() const {
 }
 
 void Values::setAbsent(const Argument& argument) {
-  const bool isNumber =
-      argument.kind == Argument::Kind::integer || argument.kind == Argument::Kind::real;
-  const bool isOptional = argument.absent == "" && (isNumber || argument.name == "--set");
-  if (argument.absent && !isOptional) set(argument.name, std::string(*argument.absent));
+  if (argument.absent && argument.absent != Argument::unset) {
+    set(argument.name, std::string(*argument.absent));
+  }
 }
 
 std::int32_t Values::integer(std::string_view name) const {
