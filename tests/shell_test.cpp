@@ -7,9 +7,14 @@
 #include <unistd.h>
 
 #include <set>
+#include <variant>
 
 #include "cli/Command.h"
+#include "cli/Session.h"
+#include "protocol/IpcServerManager.h"
 #include "protocol/message.h"
+#include "support/Manager.h"
+#include "support/RecordingListener.h"
 #include "support/UnixSocket.h"
 
 namespace {
@@ -159,6 +164,61 @@ TEST(CommandTable, HasNoNameTwiceAndExplainsEverything) {
       EXPECT_FALSE(argument.description.empty()) << command.name << ' ' << argument.name;
     }
   }
+}
+
+/// Sends so many commands of a length before each answer, numbered by their codes.
+class Sessions : public testing::Test {
+ protected:
+  Sessions() {
+    listener_.onCall = [this](const std::string& operation) {
+      if (operation != "getCurrentService") return;
+      for (int code = 0; code < count; ++code) {
+        manager_->sendDsmCCCommand({code, 0, 0, std::string(length, 'x')});
+      }
+    };
+    manager_->addIpcServerListener(&listener_);
+  }
+  ~Sessions() override { quillwork::IpcServerManager::destroy(); }
+
+  /// The codes of the first and the last one that are kept, and how many these are.
+  std::vector<int> kept() {
+    std::vector<int> codes;
+    while (const auto notification = session_.takeEarly()) {
+      codes.push_back(std::get<DsmCCCommand>(*notification).code);
+    }
+    if (codes.empty()) return {};
+    return {codes.front(), codes.back(), static_cast<int>(codes.size())};
+  }
+
+  int count = 0;
+  std::size_t length = 0;
+
+ private:
+  CallLog log_;
+  RecordingListener listener_{log_};
+  quillwork::IpcServerManager* manager_ = makeManager();
+
+ protected:
+  Session session_{{}};
+};
+
+TEST_F(Sessions, KeepTheNewestThousandOfWhatComesBeforeAReply) {
+  count = 1005;
+  session_.control().getCurrentService();
+  EXPECT_EQ(kept(), (std::vector{5, 1004, 1000}));
+  count = 3;
+  session_.control().getCurrentService();
+  EXPECT_EQ(kept(), (std::vector{0, 2, 3}));
+}
+
+TEST_F(Sessions, KeepTheNewestThirtyTwoMebibytesOfWhatComesBeforeAReply) {
+  count = 40;
+  length = 1 << 20;
+  session_.control().getCurrentService();
+  EXPECT_EQ(kept(), (std::vector{8, 39, 32}));
+  // What was taken counts no more.
+  session_.control().getCurrentService();
+  EXPECT_EQ(kept(), (std::vector{8, 39, 32}));
 }
 
 }  // namespace
