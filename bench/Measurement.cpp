@@ -54,35 +54,45 @@ std::string ratioText(const Ratio& ratio) {
 
 }  // namespace
 
-Row compare(const std::string& name, const std::string& placement, const Effort& effort,
-            const Side& library, const std::vector<Side>& floors) {
+void Comparison::takeTurns(const Effort& effort, const Side& library,
+                           const std::vector<Side>& floors) {
   std::vector<Runner> sides{{library, effort.turn}};
   for (const Side& floor : floors) sides.emplace_back(floor, effort.turn);
   std::vector<std::size_t> order(sides.size());
   std::iota(order.begin(), order.end(), 0U);
   std::mt19937 random(std::random_device{}());
 
-  std::vector<double> samples;
-  std::vector<std::vector<double>> ratios(floors.size());
   for (int round = 0; round < effort.rounds; ++round) {
     std::ranges::shuffle(order, random);
     std::vector<double> means(sides.size());
     for (const std::size_t index : order) {
       const auto turn = sides[index].takeTurn(sides[index].times);
       means[index] = Runner::sum(turn) / static_cast<double>(turn.size());
-      if (index == 0) samples.insert(samples.end(), turn.begin(), turn.end());
+      if (index == 0) samples_.insert(samples_.end(), turn.begin(), turn.end());
     }
     for (std::size_t floor = 0; floor < floors.size(); ++floor) {
-      ratios[floor].push_back(means[0] / means[floor + 1]);
+      ratios_[floor].push_back(means[0] / means[floor + 1]);
     }
   }
-  Row row{name, placement, quantile(samples, 0.5), quantile(samples, 0.99), {}};
-  for (std::size_t floor = 0; floor < floors.size(); ++floor) {
-    std::vector<double>& values = ratios[floor];
-    row.ratios.push_back({floors[floor].name, quantile(values, 0.5), quantile(values, 0.25),
-                          quantile(values, 0.75)});
+}
+
+Row Comparison::row() {
+  Row row{name_, placement_, quantile(samples_, 0.5), quantile(samples_, 0.99), {}};
+  for (std::size_t floor = 0; floor < floors_.size(); ++floor) {
+    std::vector<double>& values = ratios_[floor];
+    row.ratios.push_back(
+        {floors_[floor], quantile(values, 0.5), quantile(values, 0.25), quantile(values, 0.75)});
   }
   return row;
+}
+
+Row compare(const std::string& name, const std::string& placement, const Effort& effort,
+            const Side& library, const std::vector<Side>& floors) {
+  std::vector<std::string> names;
+  for (const Side& floor : floors) names.push_back(floor.name);
+  Comparison comparison(name, placement, names);
+  comparison.takeTurns(effort, library, floors);
+  return comparison.row();
 }
 
 std::string table(const std::vector<Row>& rows) {

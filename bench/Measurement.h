@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace bench {
@@ -43,6 +44,30 @@ struct Effort {
 
 /// Has the library and the floors take turns, in another order each time. The times of one round
 /// make the ratios of that round, so that what the machine does otherwise hits both.
+class Comparison {
+ public:
+  /// Of the library with the floors of these names.
+  Comparison(std::string name, std::string placement, std::vector<std::string> floors)
+      : name_(std::move(name)),
+        placement_(std::move(placement)),
+        floors_(std::move(floors)),
+        ratios_(floors_.size()) {}
+
+  /// All rounds of the effort. Called again with sides that have processes of their own, it takes
+  /// out what a process is lucky or unlucky with for as long as it lives.
+  void takeTurns(const Effort& effort, const Side& library, const std::vector<Side>& floors);
+  /// Of all turns so far.
+  Row row();
+
+ private:
+  std::string name_;
+  std::string placement_;
+  std::vector<std::string> floors_;
+  std::vector<double> samples_;
+  std::vector<std::vector<double>> ratios_;
+};
+
+/// A comparison whose sides have their turns once.
 Row compare(const std::string& name, const std::string& placement, const Effort& effort,
             const Side& library, const std::vector<Side>& floors);
 

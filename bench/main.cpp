@@ -162,6 +162,20 @@ class Bench {
   void compareWith(const std::string& name, const Shape& shape,
                    const std::function<double(Library&)>& once, const std::vector<Floor>& floors) {
     if (!isWanted(name)) return;
+    std::vector<std::string> names;
+    for (const Floor& floor : floors) names.emplace_back(floor.name);
+    Comparison comparison(name, placement_ == Placement::one ? "one" : "two", names);
+    isQuiet_ = awaitQuiet(patience_) && isQuiet_;
+    const int sets =
+        std::max(1, static_cast<int>(setsOfProcesses * std::min(1.0, options_.effort)));
+    for (int set = 0; set < sets; ++set) takeTurns(comparison, shape, once, floors);
+    add(comparison.row());
+  }
+
+  /// With processes of their own, which all end with it.
+  template <class Library>
+  void takeTurns(Comparison& comparison, const Shape& shape,
+                 const std::function<double(Library&)>& once, const std::vector<Floor>& floors) {
     Library library(Server::Kind::library, shape, placement_);
     std::vector<std::unique_ptr<Peer>> peers;
     for (const Floor& floor : floors) {
@@ -177,10 +191,12 @@ class Bench {
                        [&once = floors[index].once, &peer = *peers[index]] { return once(peer); },
                        {}});
     }
-    const auto prepare = [&](std::size_t times) { library.server.prepare(times); };
-    isQuiet_ = awaitQuiet(patience_) && isQuiet_;
-    add(compare(name, placement_ == Placement::one ? "one" : "two", effort(),
-                {"the library", [&] { return once(library); }, prepare}, sides));
+    Effort part = effort();
+    part.rounds = std::max(3, part.rounds / 3);
+    comparison.takeTurns(part,
+                         {"the library", [&] { return once(library); },
+                          [&](std::size_t times) { library.server.prepare(times); }},
+                         sides);
   }
 
   /// The library with a bare client.
@@ -319,6 +335,7 @@ class Bench {
   void measureAdapter();
 
   static constexpr std::size_t maxPiece = 16;
+  static constexpr int setsOfProcesses = 7;
 
   Options options_;
   Placement placement_ = Placement::two;
