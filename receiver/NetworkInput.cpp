@@ -18,6 +18,7 @@ namespace {
 
 /// How long a server may take to send something, before the receiver goes on without it.
 constexpr std::chrono::seconds patience{10};
+constexpr std::chrono::milliseconds betweenLooks{100};
 /// Of the kernel's buffer for datagrams, as much of it as it grants.
 constexpr int socketBuffer = 8 << 20;
 
@@ -206,12 +207,15 @@ gst::Element makeReception(const std::string& url) {
   return pipeline;
 }
 
-NetworkInput::NetworkInput(const std::string& url) : url_(url), isLive_(schemeOf(url).isLive) {
+NetworkInput::NetworkInput(const std::string& url, const std::function<bool()>& isToEnd)
+    : url_(url), isLive_(schemeOf(url).isLive) {
   start();
   std::unique_lock lock(mutex_);
   // A server answers or refuses; a sender that does not wait may begin whenever it likes.
-  if (!isLive_) {
-    changed_.wait_for(lock, patience, [this] { return hasEnded_ || !bytes_.empty(); });
+  const auto hasAnswered = [this] { return isLive_ || hasEnded_ || !bytes_.empty(); };
+  const auto deadline = std::chrono::steady_clock::now() + patience;
+  while (!changed_.wait_for(lock, betweenLooks, hasAnswered) && !isToEnd() &&
+         std::chrono::steady_clock::now() < deadline) {
   }
   if (!hasEnded_ || error_.empty()) return;
   const std::string error = error_;
@@ -355,8 +359,8 @@ GstBusSyncReply NetworkInput::onMessage(GstBus*, GstMessage* message, void* self
   return GST_BUS_DROP;
 }
 
-std::unique_ptr<Source> openUrl(const std::string& url) {
-  return std::make_unique<LiveSource>(url, std::make_unique<NetworkInput>(url));
+std::unique_ptr<Source> openUrl(const std::string& url, const std::function<bool()>& isToEnd) {
+  return std::make_unique<LiveSource>(url, std::make_unique<NetworkInput>(url, isToEnd));
 }
 
 }  // namespace receiver

@@ -2,6 +2,7 @@
 
 #include <condition_variable>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -24,8 +25,9 @@ class NetworkInput : public ByteInput {
   /// What a sender that does not wait has sent in vain, when so much has not been read.
   static constexpr std::size_t mostBytes = std::size_t{32} << 20U;
 
-  /// Throws StreamError for what cannot be received.
-  explicit NetworkInput(const std::string& url);
+  /// Waits until a server has answered, but no longer once `isToEnd`, which is asked several times
+  /// a second. Throws StreamError for what cannot be received.
+  NetworkInput(const std::string& url, const std::function<bool()>& isToEnd);
   ~NetworkInput() override;
 
   Arrival read(PacketFramer& framer, std::chrono::milliseconds time) override;
@@ -57,7 +59,7 @@ class NetworkInput : public ByteInput {
   bool hasLost_ = false;
 };
 
-/// The source of a URL. Throws StreamError for what cannot be received.
-std::unique_ptr<Source> openUrl(const std::string& url);
+/// The source of a URL, made as a NetworkInput is. Throws StreamError for what cannot be received.
+std::unique_ptr<Source> openUrl(const std::string& url, const std::function<bool()>& isToEnd);
 
 }  // namespace receiver

@@ -211,10 +211,21 @@ bool isServed(const char* path) {
   return isLiving;
 }
 
-std::unique_ptr<receiver::Source> openStream(const std::string& name) {
+/// Whether one of these signals, which are blocked, has come and nobody has taken it yet.
+bool hasCome(const sigset_t& signals) {
+  sigset_t pending;
+  sigpending(&pending);
+  sigset_t both;
+  sigandset(&both, &pending, &signals);
+  return sigisemptyset(&both) == 0;
+}
+
+/// `isToEnd`: whether to wait for a server no more.
+std::unique_ptr<receiver::Source> openStream(
+    const std::string& name, [[maybe_unused]] const std::function<bool()>& isToEnd) {
   if (!receiver::isUrl(name)) return receiver::openSource(name);
 #ifdef QUILLWORK_GSTREAMER
-  return receiver::openUrl(name);
+  return receiver::openUrl(name, isToEnd);
 #else
   throw receiver::StreamError(name + ": URLs need GStreamer, which this receiver is built without");
 #endif
@@ -316,7 +327,8 @@ bool serve(const Options& options) {
   // What is wrong with the file is better said before the library needs it.
   { const receiver::Properties checked(options.properties, {}); }
 #endif
-  auto source = openStream(options.stream);
+  auto source = openStream(options.stream, [&signals] { return hasCome(signals); });
+  if (hasCome(signals)) return true;
   const auto* const file = dynamic_cast<receiver::FileSource*>(source.get());
   const bool isFile = file != nullptr;
   if (isFile && !file->notice().empty()) {

@@ -232,29 +232,33 @@ TEST_F(Urls, SrtFromASenderThatCalls) {
   EXPECT_EQ(receiver.wait(), 0) << receiver.errors();
 }
 
-/// A server that answers each request with the same, on a port of its own.
-class Server {
+/// Listens on a port of its own.
+class Listener : public Socket {
  public:
-  explicit Server(std::string answer)
-      : answer_(std::move(answer)), listener_(Place("127.0.0.1", 0), SOCK_STREAM) {
+  Listener() : Socket(Place("127.0.0.1", 0), SOCK_STREAM) {
     const Place place("127.0.0.1", 0);
-    EXPECT_EQ(bind(listener_.number(), place.get(), place.size), 0);
-    EXPECT_EQ(listen(listener_.number(), 5), 0);
+    EXPECT_EQ(bind(number(), place.get(), place.size), 0);
+    EXPECT_EQ(listen(number(), 5), 0);
+  }
+  [[nodiscard]] std::string url() const {
     sockaddr_in bound{};
     socklen_t size = sizeof bound;
-    getsockname(listener_.number(), reinterpret_cast<sockaddr*>(&bound), &size);
-    port_ = ntohs(bound.sin_port);
-    thread_ = std::thread([this] { serve(); });
+    getsockname(number(), reinterpret_cast<sockaddr*>(&bound), &size);
+    return "http://localhost:" + std::to_string(ntohs(bound.sin_port)) + "/stream.ts";
   }
+};
+
+/// A server that answers each request with the same.
+class Server {
+ public:
+  explicit Server(std::string answer) : answer_(std::move(answer)), thread_([this] { serve(); }) {}
   ~Server() {
     shutdown(listener_.number(), SHUT_RDWR);
     thread_.join();
   }
   Server(const Server&) = delete;
   Server& operator=(const Server&) = delete;
-  [[nodiscard]] std::string url() const {
-    return "http://localhost:" + std::to_string(port_) + "/stream.ts";
-  }
+  [[nodiscard]] std::string url() const { return listener_.url(); }
 
  private:
   void serve() const {
@@ -279,8 +283,7 @@ class Server {
   }
 
   const std::string answer_;
-  const Socket listener_;
-  int port_ = 0;
+  const Listener listener_;
   std::thread thread_;
 };
 
@@ -316,6 +319,19 @@ TEST_F(Urls, WhatAServerRefusesAndWhatItHasOtherwiseIsSaid) {
   EXPECT_EQ(puzzled.errors(), "quillwork-receiver: " + other.url() +
                                   ": what arrives is no MPEG transport stream of 188, 192 or "
                                   "204-byte packets: it is a markup text\n");
+}
+
+TEST_F(Urls, AServerThatSaysNothingHoldsUpNoEnd) {
+  const Listener listener;
+  Program receiver({receiverProgram(), listener.url()});
+  const Socket connection(accept(listener.number(), nullptr, nullptr));
+  char byte = 0;
+  ASSERT_EQ(recv(connection.number(), &byte, 1, 0), 1);
+  receiver.signal(SIGTERM);
+  EXPECT_EQ(receiver.wait(), 0);
+  // It would serve without the stream in the end.
+  EXPECT_EQ(receiver.output(), "");
+  EXPECT_EQ(receiver.errors(), "");
 }
 
 TEST_F(Urls, WhatIsNoUrlOrNoOptionIsRefused) {
