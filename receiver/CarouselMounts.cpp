@@ -7,7 +7,9 @@
 #include <algorithm>
 #include <charconv>
 #include <fstream>
+#include <stdexcept>
 #include <string_view>
+#include <system_error>
 #include <utility>
 
 namespace receiver {
@@ -111,7 +113,9 @@ CarouselMounts::CarouselMounts(DataBroadcast& data, const ServiceInformation& in
       worker_(worker),
       directory_(fs::absolute(directory)),
       handler_(std::move(handler)) {
-  fs::create_directories(directory_);
+  std::error_code error;
+  fs::create_directories(directory_, error);
+  if (error) throw std::runtime_error(directory_.string() + ": " + error.message());
 }
 
 CarouselMounts::~CarouselMounts() {

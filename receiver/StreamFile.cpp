@@ -29,6 +29,7 @@ StreamFile::StreamFile(const std::string& path)
   try {
     struct stat status {};
     if (fstat(file_, &status) != 0) throw StreamError(path + ": " + std::strerror(errno));
+    if (S_ISDIR(status.st_mode)) throw StreamError(path + ": is a directory");
     if (!S_ISREG(status.st_mode)) throw StreamError(path + ": is not a regular file");
     if (status.st_size == 0) throw StreamError(path + ": is empty");
     findPackets(static_cast<std::uint64_t>(status.st_size));

@@ -483,7 +483,8 @@ TEST(StreamFile, EachKindOfBadFileIsNamedInOneLine) {
   const std::string none =
       path + ": is no MPEG transport stream of 188, 192 or 204-byte packets: it begins with ";
   EXPECT_EQ(complaint("/nowhere/x.ts"), "/nowhere/x.ts: No such file or directory");
-  EXPECT_EQ(complaint("/dev/shm"), "/dev/shm: is not a regular file");
+  EXPECT_EQ(complaint("/dev/shm"), "/dev/shm: is a directory");
+  EXPECT_EQ(complaint("/dev/null"), "/dev/null: is not a regular file");
   std::ofstream(path).close();
   EXPECT_EQ(complaint(path), path + ": is empty");
   std::ofstream(path) << std::string(1000, 'x');
