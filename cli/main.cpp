@@ -27,6 +27,9 @@ using quillwork::parseInteger;
 
 constexpr Argument timeLimit{"--time-limit", Argument::Kind::integer, {}, {}, 1};
 
+/// The heading of the commands in what --help prints.
+constexpr const char* commandGroup = "Commands";
+
 /// The command line of one call, or of one line in the shell.
 class CommandLine {
  public:
@@ -66,6 +69,7 @@ class CommandLine {
 
 CommandLine::CommandLine(Session::Settings& settings, bool isInShell) {
   application_.require_subcommand(1);
+  application_.get_formatter()->label("SUBCOMMAND", "COMMAND");
   application_.add_flag("--json", settings.json, "print JSON with the protocol's field names");
   if (!isInShell) {
     application_.set_version_flag("--version", "quillwork-client " QUILLWORK_VERSION);
@@ -79,6 +83,7 @@ CommandLine::CommandLine(Session::Settings& settings, bool isInShell) {
         .add_subcommand("shell",
                         "read commands from the standard input, a line each, and run them on one "
                         "connection; 'answer yes|no' answers an application state, 'quit' ends it")
+        ->group(commandGroup)
         ->fallthrough()
         ->callback([this] { isShell_ = true; });
   }
@@ -93,6 +98,7 @@ CLI::App& CommandLine::parentOf(const Command& command) {
   if (!known.empty()) return *known.front();
   CLI::App* const parent = application_.add_subcommand(std::string(command.group),
                                                        std::string(descriptionOf(command.group)));
+  parent->group(commandGroup);
   parent->require_subcommand(1);
   parent->fallthrough();
   return *parent;
@@ -101,6 +107,7 @@ CLI::App& CommandLine::parentOf(const Command& command) {
 void CommandLine::add(const Command& command) {
   CLI::App* const added =
       parentOf(command).add_subcommand(std::string(command.name), std::string(command.description));
+  added->group(commandGroup);
   added->fallthrough();
   auto written = std::make_shared<std::vector<Written>>();
   for (const Argument& argument : command.arguments) {
@@ -155,10 +162,16 @@ void CommandLine::parse(std::vector<std::string> words) {
 }
 
 std::string CommandLine::describe(const CLI::Error& error) const {
-  const bool isUnknown =
-      application_.get_subcommands().empty() && !application_.remaining().empty();
-  return isUnknown ? fmt::format("unknown command '{}'", application_.remaining().front())
-                   : error.what();
+  const auto given = application_.get_subcommands();
+  const CLI::App* const last = given.empty() ? &application_ : given.front();
+  const bool lacksCommand =
+      last->get_require_subcommand_min() > 0 && last->get_subcommands().empty();
+  if (!lacksCommand) return error.what();
+  const std::string before = given.empty() ? "" : last->get_name() + " ";
+  const auto unknown = application_.remaining(true);
+  if (!unknown.empty()) return fmt::format("unknown command '{}{}'", before, unknown.front());
+  if (dynamic_cast<const CLI::RequiredError*>(&error) == nullptr) return error.what();
+  return fmt::format("a command is required; '{}--help' lists them", before);
 }
 
 void complain(const std::string& error) {

@@ -352,7 +352,11 @@ TEST(Commands, WhatIsWrongIsSaidInOneLine) {
   expectError(client({"section", "--pid", "0"}),
               "quillwork-client: /dev/shm/ipcdemux.socket: no receiver is running");
   expectError(client({"nonsense"}), "quillwork-client: unknown command 'nonsense'");
-  expectError(client({}), "quillwork-client: A subcommand is required");
+  expectError(client({"media", "nonsense"}), "quillwork-client: unknown command 'media nonsense'");
+  expectError(client({}), "quillwork-client: a command is required; '--help' lists them");
+  expectError(client({"media"}),
+              "quillwork-client: a command is required; 'media --help' lists them");
+  expectError(client({"--time-limit", "x"}), "quillwork-client: --time-limit: 'x' is no number");
   expectError(client({"services", "extra"}),
               "quillwork-client: The following argument was not expected: extra");
   expectError(client({"watch", "--answer", "maybe"}),
@@ -393,6 +397,9 @@ TEST(Commands, TheReceiverRefusesBadStreamsInOneLine) {
                 "6f 20 73 74 72 65 61");
   expectError(run({receiverProgram(), TABLES, "--charset", "nope"}),
               "quillwork-receiver: unknown character table 'nope'");
+  const std::string file = std::string(TABLES) + "/below";
+  expectError(run({receiverProgram(), TABLES, "--mount", file}),
+              "quillwork-receiver: " + file + ": Not a directory");
   EXPECT_NE(run({receiverProgram()}).status, 0);
   for (const char* const number : {"1x", "", "0x", "999", "0x40000000", "nan"}) {
     EXPECT_NE(run({receiverProgram(), "--bitrate", number, TABLES}).status, 0) << number;
