@@ -58,9 +58,23 @@ install(
   FILES packaging/gdb/quillwork_ipc.py ${QUILLWORK_PROTOCOL_JSON}
   DESTINATION ${CMAKE_INSTALL_DATADIR}/quillwork-ipc
   COMPONENT development)
+# The pages stand to each other as in the tree, so that what one names is where it says.
 install(
-  FILES docs/protocol.md docs/protocol-json.md
+  FILES CHANGELOG.md SECURITY.md
   DESTINATION ${CMAKE_INSTALL_DOCDIR}
+  COMPONENT development)
+install(
+  DIRECTORY docs/
+  DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs
+  COMPONENT development
+  FILES_MATCHING
+  PATTERN "*.md"
+  PATTERN "*.svg"
+  PATTERN "examples" EXCLUDE
+  PATTERN "man" EXCLUDE)
+install(
+  DIRECTORY tests/golden
+  DESTINATION ${CMAKE_INSTALL_DOCDIR}/tests
   COMPONENT development)
 install(
   DIRECTORY docs/examples
