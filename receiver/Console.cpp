@@ -94,26 +94,23 @@ bool Console::readLine(std::string& line) {
   for (;;) {
     pollfd inputs[] = {{stopped_, POLLIN, 0}, {input_, POLLIN, 0}};
     const std::size_t end = unread_.find('\n');
+    if (std::min(end, unread_.size()) > longestLine && !std::exchange(isCut_, true)) {
+      complain("a line of more than {} bytes is no command", longestLine);
+    }
     // Without a wait where a line is there already.
     poll(inputs, std::size(inputs), end == std::string::npos ? -1 : 0);
     if (inputs[0].revents != 0) return false;
     if (end != std::string::npos) {
       line = unread_.substr(0, end);
       unread_.erase(0, end + 1);
-      // It is the rest of one that was too long.
       if (std::exchange(isCut_, false)) continue;
       // As some editors end a line.
       if (line.ends_with('\r')) line.pop_back();
       return true;
     }
+    if (isCut_) unread_.clear();
     char buffer[4096];
     const ssize_t size = read(input_, buffer, sizeof buffer);
-    if (unread_.size() > longestLine) {
-      if (!std::exchange(isCut_, true)) {
-        complain("a line of more than {} bytes is no command", longestLine);
-      }
-      unread_.clear();
-    }
     if (size > 0) {
       unread_.append(buffer, static_cast<std::size_t>(size));
     } else if (size == 0 && !unread_.empty()) {
