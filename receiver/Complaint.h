@@ -7,14 +7,10 @@
 
 namespace receiver {
 
-/// A description of the pipe or terminal that never waits when it is written to, though the one
-/// that other processes share does. The caller closes it. -1 for other files, which do not wait for
-/// a reader, and where it cannot be opened.
-int openWithoutWaiting(int file);
-
-/// Prints a line on the standard error stream: the program's name and the text. What the stream
-/// does not take at once is dropped, and what goes wrong ignored: no part of the receiver waits for
-/// the reader of its log, or ends with him. Any thread.
+/// Prints a line of up to 4,096 bytes on the standard error stream: the program's name and the
+/// text, as the library prints its own. What the stream does not take at once is dropped, and what
+/// goes wrong ignored: no part of the receiver waits for the reader of its log, or ends with him.
+/// Any thread.
 void complainOf(std::string_view text) noexcept;
 
 /// The same of a text in fmt's form, without its line end.

@@ -4,10 +4,14 @@
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/signalfd.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
 #include <csignal>
+#include <cstdio>
 #include <iterator>
 #include <mutex>
 #include <string_view>
@@ -26,6 +30,27 @@ void fillStandardStreams() {
   for (int number = STDIN_FILENO; number <= STDERR_FILENO; ++number) {
     if (fcntl(number, F_GETFD) == -1) open("/dev/null", O_RDWR);
   }
+}
+
+/// A description of the pipe or terminal that never waits when it is written to, though the one
+/// that other processes share does. The caller closes it. -1 for other files, and where it cannot
+/// be opened.
+int openWithoutWaiting(int file) {
+  struct stat status {};
+  const bool canWait =
+      fstat(file, &status) == 0 && (S_ISFIFO(status.st_mode) || S_ISCHR(status.st_mode));
+  if (!canWait) return -1;
+  char path[32];
+  std::snprintf(path, sizeof path, "/proc/self/fd/%d", file);
+  return open(path, O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+}
+
+/// Writes what the file takes at once of the text. It has room for something.
+ssize_t writeAtOnce(int file, std::string_view text) {
+  // Where it could not be opened anew, more than a pipe promises would wait.
+  text = text.substr(0, PIPE_BUF);
+  const ssize_t sent = send(file, text.data(), text.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+  return sent == -1 && errno == ENOTSOCK ? write(file, text.data(), text.size()) : sent;
 }
 
 /// The standard output, for the life of the process.
@@ -86,7 +111,7 @@ bool Output::awaitRoom() {
 std::size_t Output::write(std::string_view text) {
   std::size_t written = 0;
   while (written < text.size() && awaitRoom()) {
-    const ssize_t size = ::write(file_, text.data() + written, text.size() - written);
+    const ssize_t size = writeAtOnce(file_, text.substr(written));
     if (size >= 0) {
       written += static_cast<std::size_t>(size);
     } else if (errno == EPIPE) {

@@ -397,9 +397,6 @@ TEST(Commands, TheReceiverRefusesBadStreamsInOneLine) {
                 "6f 20 73 74 72 65 61");
   expectError(run({receiverProgram(), TABLES, "--charset", "nope"}),
               "quillwork-receiver: unknown character table 'nope'");
-  const std::string file = std::string(TABLES) + "/below";
-  expectError(run({receiverProgram(), TABLES, "--mount", file}),
-              "quillwork-receiver: " + file + ": Not a directory");
   EXPECT_NE(run({receiverProgram()}).status, 0);
   for (const char* const number : {"1x", "", "0x", "999", "0x40000000", "nan"}) {
     EXPECT_NE(run({receiverProgram(), "--bitrate", number, TABLES}).status, 0) << number;

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/ioctl.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -635,6 +636,25 @@ TEST(Receiver, EndsAlthoughNobodyReadsItsErrors) {
   EXPECT_EQ(host.wait(), 0);
 }
 
+TEST(Receiver, EndsAlthoughNobodyReadsTheSocketOfItsErrors) {
+  int ends[2];
+  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
+  const int size = 4096;
+  ASSERT_EQ(setsockopt(ends[0], SOL_SOCKET, SO_SNDBUF, &size, sizeof size), 0);
+  for (const char* const stream : {"1", "2"}) {
+    Program host({receiverProgram(), TABLES},
+                 {"/bin/bash", "-c", R"(exec "$@" )" + std::string(stream) + R"(>&"$0")",
+                  std::to_string(ends[0])});
+    while (run({CLIENT, "--time-limit", patiently, "tuned"}).output != "8193\n") {
+    }
+    for (int index = 0; index < 20; ++index) host.say("event " + std::string(60'000, 'z'));
+    host.signal(SIGTERM);
+    EXPECT_EQ(host.wait(), 0);
+  }
+  close(ends[0]);
+  close(ends[1]);
+}
+
 TEST(Receiver, OutlivesAFullDiskBehindItsErrors) {
   const Words onFullDisk = {"/bin/bash", "-c", R"(exec "$@" 2> /dev/full)", "bash"};
   Program none({receiverProgram(), "/dev/shm/none.ts"}, onFullDisk);
@@ -686,6 +706,8 @@ TEST(Receiver, ForgetsALineWithoutAnEnd) {
   }
   // What ends the line belongs to it.
   host.say("quit");
+  // Its end comes with its last byte.
+  host.say("quit" + std::string(65536 - 3, ' '));
   host.say("event 1");
   EXPECT_TRUE(host.awaitOutput("event 1\n"));
   host.say("quit");
@@ -771,15 +793,12 @@ TEST(Receiver, RefusesWhatItCannotUseInOneLine) {
     words.emplace_back(TABLES);
     const Result result = run(words);
     EXPECT_NE(result.status, 0);
-    EXPECT_EQ(result.errors.substr(0, result.errors.find('[')), message);
-    EXPECT_EQ(std::count(result.errors.begin(), result.errors.end(), '\n'), 1) << result.errors;
+    EXPECT_EQ(result.errors, "quillwork-receiver: " + message + "\n");
   };
   std::ofstream("/dev/shm/file") << std::string(5000, 'x');
-  expectError({"--mount", "/dev/shm/file"},
-              "quillwork-receiver: filesystem error: cannot create directories: Not a directory ");
+  expectError({"--mount", "/dev/shm/file"}, "/dev/shm/file: Not a directory");
 #ifdef QUILLWORK_SQLITE
-  expectError({"--properties", "/dev/shm/file"},
-              "quillwork-receiver: /dev/shm/file: file is not a database\n");
+  expectError({"--properties", "/dev/shm/file"}, "/dev/shm/file: file is not a database");
 #endif
 }
 
