@@ -92,12 +92,16 @@ class Shell {
   bool hasEnded_ = false;
 };
 
-/// Waits for a line or a notification and takes the notifications; false for a line, or the end.
-bool waitForNotifications(Shell& shell) {
+struct Arrived {
+  bool input;          ///< of a line, or its end
+  bool notifications;  ///< the shell is to take them
+};
+
+/// Waits for either.
+Arrived await(Shell& shell) {
   pollfd inputs[] = {{STDIN_FILENO, POLLIN, 0}, {shell.fileDescriptor(), POLLIN, 0}};
-  if (poll(inputs, std::size(inputs), -1) == -1) return true;
-  if (inputs[1].revents != 0) shell.takeNotifications();
-  return inputs[0].revents == 0;
+  if (poll(inputs, std::size(inputs), -1) == -1) return {};
+  return {inputs[0].revents != 0, inputs[1].revents != 0};
 }
 
 /// Lines as they are, from a file or another program.
@@ -109,7 +113,9 @@ void runPlain(Shell& shell) {
       unread.erase(0, end + 1);
       continue;
     }
-    if (waitForNotifications(shell)) continue;
+    const Arrived arrived = await(shell);
+    if (arrived.notifications) shell.takeNotifications();
+    if (!arrived.input) continue;
     char buffer[4096];
     const ssize_t size = read(STDIN_FILENO, buffer, sizeof buffer);
     if (size <= 0) break;
@@ -138,7 +144,17 @@ void takeEditedLine(char* line) {
     if (!text.empty()) add_history(text.c_str());
     edited->take(text);
   }
-  if (edited->hasEnded()) rl_callback_handler_remove();
+  // The library gives the terminal back for the time in which a line is carried out, and would take
+  // it again with the next key only.
+  if (!edited->hasEnded()) rl_callback_handler_install(prompt, takeEditedLine);
+}
+
+/// Takes the line off the screen that is being typed, and shows it again below.
+void takeNotificationsBetween(Shell& shell) {
+  std::fputs("\r\033[K", stdout);
+  shell.takeNotifications();
+  std::fflush(stdout);
+  rl_forced_update_display();
 }
 
 char** complete(const char* word, int begin, int) {
@@ -169,7 +185,9 @@ void runEdited(Shell& shell) {
   rl_attempted_completion_function = complete;
   rl_callback_handler_install(prompt, takeEditedLine);
   while (!shell.hasEnded()) {
-    if (!waitForNotifications(shell)) rl_callback_read_char();
+    const Arrived arrived = await(shell);
+    if (arrived.notifications) takeNotificationsBetween(shell);
+    if (arrived.input) rl_callback_read_char();
   }
   rl_callback_handler_remove();
   write_history(history.c_str());

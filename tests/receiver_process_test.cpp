@@ -324,6 +324,28 @@ TEST_F(WholeSample, AWatchingClientAnswersAnApplicationState) {
   EXPECT_LT(lost, 7);
 }
 
+TEST_F(WholeSample, TheShellOnATerminalShowsItsPromptAgainAndEndsWithControlD) {
+  if (HAS_EDITLINE == 0) GTEST_SKIP() << "libedit is not there for this processor";
+  const std::string prompt = "quillwork> ";
+  Program shell({CLIENT, "--time-limit", patiently, "shell"},
+                {"/bin/bash", "-c", R"(TERM=xterm exec script -qec "$*" /dev/null)", "bash"});
+  ASSERT_TRUE(shell.awaitOutput(prompt));
+  shell.give("tuned\r");
+  ASSERT_TRUE(shell.awaitOutput("8193\r\n" + prompt)) << shell.output();
+  // A line that is being typed stands below what comes meanwhile.
+  shell.give("ver");
+  ASSERT_TRUE(shell.awaitOutput(prompt + "ver")) << shell.output();
+  shell.forgetOutput();
+  host->say("graphics 1234 567");
+  ASSERT_TRUE(shell.awaitOutput("1234"));
+  ASSERT_TRUE(shell.awaitOutput(prompt + "ver")) << shell.output();
+  shell.forgetOutput();
+  shell.give("sion 4\r");
+  ASSERT_TRUE(shell.awaitOutput("\n" + prompt)) << shell.output();
+  shell.give("\x04");
+  EXPECT_EQ(shell.wait(), 0);
+}
+
 TEST_F(WholeSample, AnApplicationStateIsAnsweredEitherWayInTheShell) {
   Program shell({CLIENT, "--time-limit", patiently, "shell"});
   shell.say("tuned");
