@@ -8,6 +8,7 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 #include "receiver/Complaint.h"
 #include "receiver/PacketFramer.h"
@@ -66,17 +67,28 @@ void StreamFile::findPackets(std::uint64_t size) {
       path_, before, behind);
 }
 
-/// By the packets of the file's end: elsewhere bytes can be missing or too many.
+/// Searches from the file's end: elsewhere bytes can be missing or too many. No further than next()
+/// searches for a packet.
 std::uint64_t StreamFile::bytesBehindLastPacket(std::uint64_t size) const {
-  PacketFramer framer;
-  const auto length = static_cast<std::size_t>(std::min<std::uint64_t>(size, portion));
-  const std::span<std::uint8_t> room = framer.room(length);
-  const ssize_t count = pread(file_, room.data(), length, static_cast<off_t>(size - length));
-  framer.add(static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
-  framer.end();
-  while (framer.next()) {
+  // A packet is borne out by others.
+  constexpr std::size_t overlap = std::size_t{16} * 204;
+  std::uint64_t end = size;
+  for (std::size_t portions = 0; portions < mostPortionsWithoutPacket; ++portions) {
+    PacketFramer framer;
+    const auto length = static_cast<std::size_t>(std::min<std::uint64_t>(end, portion));
+    const std::uint64_t begin = end - length;
+    const std::span<std::uint8_t> room = framer.room(length);
+    const ssize_t count = pread(file_, room.data(), length, static_cast<off_t>(begin));
+    framer.add(static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+    framer.end();
+    std::optional<std::uint64_t> behind;
+    while (framer.next()) behind = begin + framer.position();
+    // The next packet's place, where it would have a time stamp.
+    if (behind) return size - std::min(size, *behind);
+    if (begin == 0) break;
+    end = begin + overlap;
   }
-  return framer.left();
+  return size - end;
 }
 
 bool StreamFile::readMore() {
@@ -95,13 +107,17 @@ bool StreamFile::readMore() {
 }
 
 std::optional<Packet> StreamFile::next() {
+  if (hasEnded_) return std::nullopt;
   std::size_t portions = 0;
   for (bool isEnd = false;; isEnd = !readMore()) {
     if (auto packet = framer_->next()) return packet;
     if (isEnd || isInterrupted_) return std::nullopt;
     if (++portions > mostPortionsWithoutPacket) {
-      complain("{}: there is no packet in {} MiB, which is taken for the end", path_,
-               mostPortionsWithoutPacket * portion >> 20U);
+      hasEnded_ = true;
+      if (!std::exchange(hasSaidSo_, true)) {
+        complain("{}: there is no packet in {} MiB, which is taken for the end", path_,
+                 mostPortionsWithoutPacket * portion >> 20U);
+      }
       return std::nullopt;
     }
   }
@@ -110,6 +126,7 @@ std::optional<Packet> StreamFile::next() {
 void StreamFile::rewind() {
   lseek(file_, 0, SEEK_SET);
   framer_->reset();
+  hasEnded_ = false;
 }
 
 }  // namespace receiver

@@ -50,6 +50,8 @@ class StreamFile {
   const int file_;
   const std::unique_ptr<PacketFramer> framer_;
   std::atomic<bool> isInterrupted_{false};
+  bool hasEnded_ = false;   ///< before its end, for want of packets
+  bool hasSaidSo_ = false;  ///< once for the file, however often it is played
   std::string notice_;
 };
 

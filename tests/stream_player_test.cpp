@@ -21,6 +21,7 @@
 
 #include "receiver/Worker.h"
 #include "support/Patience.h"
+#include "support/StandardStreams.h"
 #include "support/Watchdog.h"
 
 namespace receiver {
@@ -320,6 +321,40 @@ TEST(StreamFiles, AFileThatIsCutIsPlayedAndSaysSo) {
   const std::string stamped = tenBetween("\x01\x02\x03\x04", "");
   EXPECT_EQ(readFile(stamped.substr(10)).notice, said(182, 0));
   EXPECT_EQ(readFile("some other thing" + whole + "G12").notice, said(16, 3));
+}
+
+TEST(StreamFiles, AHoleOf256MebibytesIsTheEndUntilItIsRewound) {
+  {
+    std::ofstream file(readPath, std::ios::binary);
+    file << tenBetween("", "");
+    file.seekp(300 << 20);
+    file << tenBetween("", "");
+  }
+  FileSource source(readPath);
+  EXPECT_EQ(source.notice(), "");
+  const CaughtStream errors(stderr);
+  for (int times = 0; times < 2; ++times) {
+    EXPECT_EQ(numbers(source), "012345678");
+    EXPECT_FALSE(source.next());
+    source.rewind();
+  }
+  EXPECT_EQ(errors.text(), "quillwork-receiver: " + std::string(readPath) +
+                               ": there is no packet in 256 MiB, which is taken for the end\n");
+}
+
+TEST(StreamFiles, WhatIsBehindTheLastPacketIsCounted) {
+  const std::string whole = tenBetween("", "");
+  const auto said = [](int behind) {
+    return std::string(readPath) +
+           ": is cut inside packets: 0 bytes before the first whole one and " +
+           std::to_string(behind) + " behind the last are skipped";
+  };
+  const auto zeros = [](int count) { return std::string(static_cast<std::size_t>(count), '\0'); };
+  for (const int count : {1, 187}) EXPECT_EQ(readFile(whole + zeros(count)).notice, said(count));
+  // The last packet before so many has none behind it that would bear it out.
+  for (const int count : {1000, 300'000, 1'000'000}) {
+    EXPECT_EQ(readFile(whole + zeros(count)).notice, said(count + 188));
+  }
 }
 
 TEST(StreamFiles, ALongHoleIsSearchedUntilSomebodyInterrupts) {
