@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 #include <malloc.h>
 #include <pthread.h>
+#include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -211,6 +212,17 @@ bool isServed(const char* path) {
   return isLiving;
 }
 
+/// Locks the sockets' directory for the life of the process, so that of two receivers that start
+/// together one is refused.
+void takeSockets() {
+  const int directory = open("/dev/shm", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if ((directory != -1 && flock(directory, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) ||
+      isServed(controlSocket)) {
+    throw std::runtime_error(std::string(controlSocket) +
+                             ": another receiver serves there; it has to end first");
+  }
+}
+
 /// Whether one of these signals, which are blocked, has come and nobody has taken it yet.
 bool hasCome(const sigset_t& signals) {
   sigset_t pending;
@@ -319,10 +331,7 @@ bool serve(const Options& options) {
   receiver::prepareOutput({options.isQuiet, options.play.isFast, signals});
   pthread_sigmask(SIG_BLOCK, &signals, nullptr);
 
-  if (isServed(controlSocket)) {
-    throw std::runtime_error(std::string(controlSocket) +
-                             ": another receiver serves there; it has to end first");
-  }
+  takeSockets();
 #ifdef QUILLWORK_SQLITE
   // What is wrong with the file is better said before the library needs it.
   { const receiver::Properties checked(options.properties, {}); }

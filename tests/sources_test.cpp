@@ -327,6 +327,9 @@ TEST_F(Urls, AServerThatSaysNothingHoldsUpNoEnd) {
   const Socket connection(accept(listener.number(), nullptr, nullptr));
   char byte = 0;
   ASSERT_EQ(recv(connection.number(), &byte, 1, 0), 1);
+  // Nor does it let another receiver serve meanwhile.
+  expectRefusal({TABLES},
+                "/dev/shm/ipc.socket: another receiver serves there; it has to end first");
   receiver.signal(SIGTERM);
   EXPECT_EQ(receiver.wait(), 0);
   // It would serve without the stream in the end.
