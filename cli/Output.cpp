@@ -151,8 +151,11 @@ std::string written(const Json& json, int indent) {
   return escaped;
 }
 
+/// 0 stands in a record that nobody has filled in.
+bool isTime(std::int32_t seconds) { return seconds != -1 && seconds != 0; }
+
 std::string time(std::int32_t seconds) {
-  if (seconds == -1) return "-";
+  if (!isTime(seconds)) return "-";
   // With std::chrono, for a time_t of 32 bits ends in 2038.
   const std::chrono::sys_seconds when{std::chrono::seconds(static_cast<std::uint32_t>(seconds))};
   const auto day = std::chrono::floor<std::chrono::days>(when);
@@ -206,7 +209,7 @@ Json toJson(const ProgramEvent& event) {
     Json& list = json[fmt::format("text_list_{}", index + 1)] = Json::array();
     for (const std::string& element : event.textLists[index]) list.push_back(text(element));
   }
-  json["start"] = start == -1 ? Json() : Json(time(start));
+  json["start"] = isTime(start) ? Json(time(start)) : Json();
   json["table"] = orNull(words::eventTable(event.values[4]));
   json["running_status"] = orNull(words::runningStatus(event.values[5]));
   json["content"] = words::content(event.byteLists[0], event.values[7]);

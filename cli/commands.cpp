@@ -486,9 +486,16 @@ void listEvents(Session& session, const Values& values) {
   show(session, all, "no such events");
 }
 
+/// Whether a record says something: without its facade, and where a host has not filled it in, it
+/// is zero throughout; -1 in the number that tells one from another is nothing known, too.
+template <class Numbers>
+bool isKnown(const Numbers& values, std::int32_t number) {
+  return number != -1 && std::ranges::any_of(values, [](std::int32_t value) { return value != 0; });
+}
+
 void showEvent(Session& session, const Values&) {
   const ProgramEvent event = session.control().getProgramEvent();
-  showRecord(session, event, event.values[1] != -1, "no present event");
+  showRecord(session, event, isKnown(event.values, event.values[1]), "no present event");
 }
 
 void listServices(Session& session, const Values&) {
@@ -540,14 +547,18 @@ void listMaps(Session& session, const Values& values) {
   show(session, named, "no program maps");
 }
 
+bool isKnown(const Network& network) {
+  return network.value != -1 && (network.value != 0 || !network.name.empty());
+}
+
 void showNetwork(Session& session, const Values&) {
   const Network network = session.control().getNetwork();
-  showRecord(session, network, network.value != -1, "no network");
+  showRecord(session, network, isKnown(network), "no network");
 }
 
 void showStream(Session& session, const Values&) {
   const TransportStream stream = session.control().getTransportStream();
-  showRecord(session, stream, stream.values[0] != -1, "no transport stream");
+  showRecord(session, stream, isKnown(stream.values, stream.values[1]), "no transport stream");
 }
 
 /// The character table of texts that do not name their own, found out as the reference receiver
@@ -624,7 +635,7 @@ void listStreamDescriptors(Session& session, const Values& values) {
 
 void listNetworkDescriptors(Session& session, const Values&) {
   const auto loop = session.control().getNetworkDescriptors();
-  if (loop.empty() && !session.settings().json && session.control().getNetwork().value == -1) {
+  if (loop.empty() && !session.settings().json && !isKnown(session.control().getNetwork())) {
     throw NothingFound("no network");
   }
   showDescriptors(session, loop);

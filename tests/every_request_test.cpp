@@ -161,6 +161,28 @@ TEST_F(EveryRequest, IsAskedByACommand) {
   expectSame(answerer.names(), expected);
 }
 
+/// As without the facade, or from a host that has not filled them in.
+TEST_F(EveryRequest, RecordsThatAreZeroThroughoutAreNothingFound) {
+  Session session({});
+  std::size_t count = 0;
+  for (const Command& command : commands()) {
+    if (!command.group.empty()) continue;
+    if (command.name == "event" || command.name == "network" ||
+        command.name == "transport-stream") {
+      EXPECT_THROW(command.run(session, {}), NothingFound) << command.name;
+      ++count;
+    }
+  }
+  EXPECT_EQ(count, 3U);
+  // Not even programs are told of 1970.
+  const CaughtStream output(stdout);
+  session.setJson(true);
+  const auto event = std::ranges::find(commands(), "event", &Command::name);
+  event->run(session, {});
+  std::fflush(stdout);
+  EXPECT_NE(output.text().find("\"start\": null"), std::string::npos) << output.text();
+}
+
 TEST_F(EveryRequest, OfTheSectionFilterIsAskedByACommand) {
   Session session({});
   session.control();
