@@ -41,10 +41,11 @@ class IpcServerManager;
 /// quillwork::AdapterOwner, in adapter/AdapterOwner.h, does that at the end of a scope.
 ///
 /// The library calls the request operations: those of quillwork::IpcServerListener on the control
-/// channel's thread with the manager mutex held, those of quillwork::IpcDemuxServerListener on the
-/// section-filter channel's thread. Each calls one operation of a facade with the arguments as they
-/// came, and blocks as long as that does. The host has no reason to call them. What the client
-/// asks, and what the arguments mean, stands at the facade's operation.
+/// channel's thread, or on that of the host's code that asks the IpcServerManager, with the manager
+/// mutex held, those of quillwork::IpcDemuxServerListener on the section-filter channel's thread.
+/// Each calls one operation of a facade with the arguments as they came, and blocks as long as that
+/// does. The host has no reason to call them. What the client asks, and what the arguments mean,
+/// stands at the facade's operation.
 ///
 /// The facades call the listener operations, on any thread of the host's, or inside a facade
 /// operation on the control channel's thread. They block while the client does not read, and do

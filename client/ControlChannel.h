@@ -61,8 +61,9 @@ class ControlChannel {
   /// What it throws passes through the operation, which leaves the channel out of step.
   void onNotification(NotificationHandler handler) { handler_ = std::move(handler); }
 
-  /// How many bytes of memory a reply may take here, 64 MiB until this is called. What has more is
-  /// refused with Error. A guide of tens of thousands of events needs some 2,000 bytes an event.
+  /// How many bytes of memory a reply may take here, 64 MiB until this is called, without what the
+  /// allocator adds. What has more is refused with Error. A guide of tens of thousands of events
+  /// needs some 2,000 bytes an event.
   void setReplyLimit(std::size_t bytes) { replyLimit_ = bytes; }
 
   /// Waits for the next notification; nothing if none comes within the time.

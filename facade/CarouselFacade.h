@@ -11,10 +11,11 @@ namespace middlewarefacade {
 
 /// Object carousels (ISO/IEC 13818-6, ETSI TR 101 202): files that the broadcast repeats.
 ///
-/// The operations are called on the control channel's thread, one at a time, with the manager mutex
-/// held. The client waits until one returns: do not wait for a download in them. Texts are bytes
-/// without a character set; a client that keeps to the protocol sends 254 at most, another one up
-/// to 1948, and the client gets the first 254 of an answer.
+/// The operations are called on the control channel's thread, or on that of the host's code that
+/// asks the IpcServerManager, one at a time, with the manager mutex held. The client waits until
+/// one returns: do not wait for a download in them. Texts are bytes without a character set; a
+/// client that keeps to the protocol sends 254 at most, another one up to 1948, and the client gets
+/// the first 254 of an answer.
 ///
 /// The order of the operations is an ABI: the platform's binary is compiled against it.
 class CarouselFacade {

@@ -14,8 +14,9 @@ namespace middlewarefacade {
 /// set. A client that keeps to the protocol sends 254 of each at most, another one a name of up to
 /// 1948; the client gets the first 254 of an answer.
 ///
-/// The operations are called on the control channel's thread, one at a time, with the manager mutex
-/// held. The client waits until one returns.
+/// The operations are called on the control channel's thread, or on that of the host's code that
+/// asks the IpcServerManager, one at a time, with the manager mutex held. The client waits until
+/// one returns.
 ///
 /// The order of the operations is an ABI: the platform's binary is compiled against it.
 class PropertyFacade {

@@ -12,11 +12,12 @@ namespace middlewarefacade {
 
 /// Service information (ISO/IEC 13818-1 PSI and ETSI EN 300 468 SI, or a sibling standard).
 ///
-/// The operations are called on the control channel's thread, one at a time, with the manager mutex
-/// held. Each request asks anew, and the client waits for the answer: answer from what has been
-/// received, do not wait for the broadcast. Records and lists are returned by value, in the order
-/// in which the client shall get them. Texts are bytes without a character set (getSICodingFormat()
-/// names it), and the client gets the first 254 of each unless a record says otherwise.
+/// The operations are called on the control channel's thread, or on that of the host's code that
+/// asks the IpcServerManager, one at a time, with the manager mutex held. Each request asks anew,
+/// and the client waits for the answer: answer from what has been received, do not wait for the
+/// broadcast. Records and lists are returned by value, in the order in which the client shall get
+/// them. Texts are bytes without a character set (getSICodingFormat() names it), and the client
+/// gets the first 254 of each unless a record says otherwise.
 ///
 /// An integer argument is any 32-bit number that the client sent. What integers mean is the
 /// middleware's own affair, between it and its presentation engine; said here is what the reference

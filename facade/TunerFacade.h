@@ -11,10 +11,11 @@ namespace middlewarefacade {
 
 /// The tuner: identifiers of what it can tune to, channel names and numbers.
 ///
-/// The operations are called on the control channel's thread, one at a time, with the manager mutex
-/// held. The client waits until one returns: answer from what is known, do not tune. Integers are
-/// any 32-bit numbers that the client sent; what they mean is the middleware's own affair, and said
-/// here is what the reference receiver takes and gives. Lists are the caller's.
+/// The operations are called on the control channel's thread, or on that of the host's code that
+/// asks the IpcServerManager, one at a time, with the manager mutex held. The client waits until
+/// one returns: answer from what is known, do not tune. Integers are any 32-bit numbers that the
+/// client sent; what they mean is the middleware's own affair, and said here is what the reference
+/// receiver takes and gives. Lists are the caller's.
 ///
 /// The order of the operations is an ABI: the platform's binary is compiled against it.
 class TunerFacade {

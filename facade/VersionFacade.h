@@ -20,8 +20,9 @@ class VersionFacade {
 
   /// Whether the platform has what the flag stands for: 0 for no, any other number for yes. `flag`
   /// is any 32-bit number that the client sent, and its meaning is the middleware's own; the
-  /// reference receiver's flags are 0 to 7. Called on the control channel's thread with the manager
-  /// mutex held; the client waits. Request: VERSION, with the flag as its type.
+  /// reference receiver's flags are 0 to 7. Called on the control channel's thread, or on that of
+  /// the host's code that asks the IpcServerManager, with the manager mutex held; the client waits.
+  /// Request: VERSION, with the flag as its type.
   virtual int checkVersionFlag(int flag) = 0;
 
   /// Takes the library's revision text, "r2483". Called once for each adapter, inside

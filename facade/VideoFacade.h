@@ -14,9 +14,10 @@ namespace middlewarefacade {
 
 /// The main video and audio, the media players, and the graphics region.
 ///
-/// The operations are called on the control channel's thread, one at a time, with the manager mutex
-/// held, unless one says otherwise. The client waits until one returns, also for one without an
-/// answer: its next request is read afterwards.
+/// The operations are called on the control channel's thread, or on that of the host's code that
+/// asks the IpcServerManager, one at a time, with the manager mutex held, unless one says
+/// otherwise. The client waits until one returns, also for one without an answer: its next request
+/// is read afterwards.
 ///
 /// A player is the number that open() gave out; the client may send any 32-bit number. Bounds are
 /// x, y, width and height as the client sent them, in the reference receiver pixels of a plane of

@@ -11,9 +11,10 @@ namespace quillwork {
 
 /// Answers the client's requests. The adapter is one; a host may register more with the
 /// IpcServerManager, which borrows them and asks them in the order of their addresses, on the
-/// control channel's thread with the manager mutex held. An implementation must not call a locking
-/// operation of the manager. The client waits until a call returns, and its next request is read
-/// afterwards: a call may block, but what it waits for must not need the client.
+/// control channel's thread, or on that of the host's code that asks the manager, with the manager
+/// mutex held. An implementation must not call a locking operation of the manager. The client waits
+/// until a call returns, and its next request is read afterwards: a call may block, but what it
+/// waits for must not need the client.
 ///
 /// A request of the client's is named by its group and its types; docs/protocol.md has their bytes.
 /// What integers mean is the middleware's own affair, between it and its presentation engine; said
