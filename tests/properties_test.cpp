@@ -3,6 +3,7 @@
 #include "receiver/facades/Properties.h"
 
 #include <gtest/gtest.h>
+#include <sqlite3.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -64,6 +65,93 @@ TEST_F(PropertyFile, LongTextsAreCutAsOnTheirWay) {
   properties.setProperty(name, std::string(300, 'v'));
   EXPECT_EQ(properties.getProperty(name), std::string(254, 'v'));
   EXPECT_EQ(properties.getProperties().front().name, std::string(254, 'n'));
+}
+
+constexpr const char* leftOut =
+    "quillwork-receiver: the properties would be more than 1000 or take more than 256 KiB;"
+    " what is too much is left out\n";
+
+/// Sets as many short properties, "p0" and so on, as there may be.
+void fill(Properties& properties) {
+  for (int number = 0; number < 1000; ++number) {
+    properties.setProperty("p" + std::to_string(number), "v");
+  }
+}
+
+TEST_F(PropertyFile, ANewNameIsLeftOutWhereThereAreTooMany) {
+  Properties properties(path, {{"time", [] { return "now"; }}});
+  testing::internal::CaptureStderr();
+  fill(properties);
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+  testing::internal::CaptureStderr();
+  properties.setProperty("q", "v");
+  properties.setProperty("r", "");
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), leftOut) << "it is said once";
+  EXPECT_EQ(properties.getProperties().size(), 1001U) << "with the one that is read only";
+  EXPECT_EQ(properties.getProperty("q"), "");
+  properties.setProperty("p7", "another");
+  EXPECT_EQ(properties.getProperty("p7"), "another");
+  properties.removeProperty("p0");
+  properties.setProperty("q", "v");
+  EXPECT_EQ(properties.getProperty("q"), "v");
+}
+
+TEST_F(PropertyFile, AValueIsLeftOutWhereTheyTakeTooManyBytes) {
+  Properties properties(path, {});
+  const auto name = [](int number) {
+    return std::string(250, 'n') + std::to_string(1000 + number);
+  };
+  const std::string value(254, 'v');
+  testing::internal::CaptureStderr();
+  for (int number = 0; number < 516; ++number) properties.setProperty(name(number), value);
+  // 516 times 508 are 262,128 bytes, 16 less than there may be.
+  properties.setProperty("sixteen", "123456789");
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+  testing::internal::CaptureStderr();
+  properties.setProperty("sixteen", "1234567890");
+  properties.setProperty("b", "");
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), leftOut);
+  EXPECT_EQ(properties.getProperty("sixteen"), "123456789");
+  EXPECT_EQ(properties.getProperties().size(), 517U);
+  properties.setProperty(name(3), "short");
+  EXPECT_EQ(properties.getProperty(name(3)), "short");
+  properties.setProperty("sixteen", "1234567890");
+  EXPECT_EQ(properties.getProperty("sixteen"), "1234567890");
+}
+
+TEST_F(PropertyFile, WhatIsInTheFileCounts) {
+  {
+    Properties properties(path, {});
+    fill(properties);
+  }
+  Properties properties(path, {});
+  testing::internal::CaptureStderr();
+  properties.setProperty("q", "v");
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), leftOut);
+  EXPECT_EQ(properties.getProperty("q"), "");
+  EXPECT_EQ(properties.getProperty("p999"), "v");
+}
+
+TEST_F(PropertyFile, AFileWithTooManyIsReadAndShrinks) {
+  { const Properties made(path, {}); }
+  sqlite3* database = nullptr;
+  ASSERT_EQ(sqlite3_open(path, &database), SQLITE_OK);
+  ASSERT_EQ(
+      sqlite3_exec(database,
+                   "WITH RECURSIVE numbers(n) AS"
+                   " (SELECT 1 UNION ALL SELECT n + 1 FROM numbers WHERE n < 1100)"
+                   " INSERT INTO properties SELECT CAST('f' || n AS BLOB), X'313233' FROM numbers",
+                   nullptr, nullptr, nullptr),
+      SQLITE_OK);
+  ASSERT_EQ(sqlite3_close(database), SQLITE_OK);
+  Properties properties(path, {});
+  EXPECT_EQ(properties.getProperties().size(), 1100U);
+  testing::internal::CaptureStderr();
+  properties.setProperty("f1", "1234");
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), leftOut);
+  EXPECT_EQ(properties.getProperty("f1"), "123");
+  properties.setProperty("f1", "456");
+  EXPECT_EQ(properties.getProperty("f1"), "456");
 }
 
 TEST_F(PropertyFile, SurvivesAKillInTheMiddleOfAChange) {

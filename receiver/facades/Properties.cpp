@@ -1,8 +1,10 @@
 #include "receiver/facades/Properties.h"
 
+#include <fmt/format.h>
 #include <sqlite3.h>
 
 #include <stdexcept>
+#include <utility>
 
 #include "receiver/Complaint.h"
 
@@ -76,9 +78,24 @@ void Properties::reportingFailures(const std::function<void()>& action) const {
 
 void Properties::setProperty(std::string name, std::string value) {
   if (readOnly_.contains(name)) return;
+  // The file is asked each time, since other programs may change it, too; no more rows are looked
+  // at than may be kept. Where it has more than that, a value can still get shorter.
+  static const std::string change = fmt::format(
+      "INSERT OR REPLACE INTO properties SELECT ?1, ?2 WHERE"
+      " (SELECT count(*) < {0} AND total(bytes) + length(?1) + length(?2) <= {1}"
+      "  FROM (SELECT length(name) + length(value) AS bytes FROM properties"
+      "        WHERE name <> ?1 LIMIT {0}))"
+      " OR EXISTS"
+      " (SELECT 1 FROM properties WHERE name = ?1 AND length(value) >= length(?2))",
+      mostProperties, mostBytes);
   reportingFailures([&] {
-    step(prepare("INSERT OR REPLACE INTO properties VALUES (?, ?)",
-                 {cut(std::move(name)), cut(std::move(value))}));
+    step(prepare(change.c_str(), {cut(std::move(name)), cut(std::move(value))}));
+    const bool isKept = sqlite3_changes(database_.get()) != 0;
+    if (isKept || std::exchange(hasRefused_, true)) return;
+    complain(
+        "the properties would be more than {} or take more than {} KiB;"
+        " what is too much is left out",
+        mostProperties, mostBytes >> 10U);
   });
 }
 

@@ -22,6 +22,11 @@ class Properties : public middlewarefacade::PropertyFacade {
   using Getter = std::function<std::string()>;
   /// Longer names and values are cut, as they are on their way to the client.
   static constexpr std::size_t longestText = 254;
+  /// How many are kept, and how many bytes their names and values may have together: beyond that,
+  /// what a client sets is left out, which is said once on the standard error stream. What can be
+  /// read only does not count.
+  static constexpr std::size_t mostProperties = 1000;
+  static constexpr std::size_t mostBytes = std::size_t{256} << 10U;
 
   /// Throws std::runtime_error with one line that names the file when it cannot be used. ":memory:"
   /// for none.
@@ -49,6 +54,7 @@ class Properties : public middlewarefacade::PropertyFacade {
   const std::string path_;
   const std::map<std::string, Getter> readOnly_;
   std::unique_ptr<sqlite3, Close> database_;
+  bool hasRefused_ = false;
 };
 
 }  // namespace receiver
