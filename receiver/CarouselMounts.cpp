@@ -94,7 +94,10 @@ std::optional<CarouselLocator> CarouselLocator::parse(const std::string& text) {
     rest.remove_prefix(isLast ? rest.size() : part.size() + 1);
     int number = -1;
     const auto [end, error] = std::from_chars(part.data(), part.data() + part.size(), number, 16);
-    const bool isNumber = error == std::errc() && end == part.data() + part.size() && number >= 0;
+    // A component's tag has 8 bits, the others 16.
+    const int largest = numbers.size() < 3 ? 0xffff : 0xff;
+    const bool isNumber = error == std::errc() && end == part.data() + part.size() && number >= 0 &&
+                          number <= largest;
     const bool mayBeEmpty = numbers.size() < 2;
     if (!isNumber && !(part.empty() && mayBeEmpty)) return std::nullopt;
     numbers.push_back(number);

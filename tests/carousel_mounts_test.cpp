@@ -41,6 +41,20 @@ std::string listing(const fs::path& root) {
   return all;
 }
 
+TEST(ACarouselLocator, HasNumbersOfTheBroadcastsWidths) {
+  const auto largest = CarouselLocator::parse("dvb://ffff.FFFF.0ffff.000ff");
+  ASSERT_TRUE(largest);
+  EXPECT_EQ(largest->originalNetwork, 65535);
+  EXPECT_EQ(largest->transportStream, 65535);
+  EXPECT_EQ(largest->place, (CarouselPlace{65535, 255}));
+  for (const char* const locator :
+       {"dvb://10000.1001.65.41", "dvb://ff01.10000.65.41", "dvb://ff01.1001.10065.41",
+        "dvb://..10065", "dvb://..65.100", "dvb://..65.141", "dvb://..65.7fffffff",
+        "dvb://..65.80000000", "dvb://..65.-1"}) {
+    EXPECT_FALSE(CarouselLocator::parse(locator)) << locator;
+  }
+}
+
 class Mounts : public testing::Test {
  protected:
   static constexpr const char* directory = "/dev/shm/mounts/deep";
