@@ -143,6 +143,13 @@ std::string CarouselMounts::mount(const std::string& locator) {
   });
   if (!isReceived) return {};
   const std::lock_guard lock(mutex_);
+  if (!hasRoomFor(parsed->place, locator)) {
+    if (!std::exchange(hasRefused_, true)) {
+      complain("more than {} carousels, or one under more than {} locators, are not mounted",
+               mostPlaces, mostLocators);
+    }
+    return {};
+  }
   Mount& mount = mounts_[parsed->place];
   if (std::ranges::find(mount.locators, locator) == mount.locators.end()) {
     mount.locators.push_back(locator);
@@ -154,6 +161,14 @@ std::string CarouselMounts::mount(const std::string& locator) {
     change(parsed->place);
   }
   return pathOf(parsed->place).string();
+}
+
+/// With the mutex held.
+bool CarouselMounts::hasRoomFor(const CarouselPlace& place, const std::string& locator) const {
+  const auto mount = mounts_.find(place);
+  if (mount == mounts_.end()) return mounts_.size() < mostPlaces;
+  const std::vector<std::string>& locators = mount->second.locators;
+  return locators.size() < mostLocators || std::ranges::find(locators, locator) != locators.end();
 }
 
 void CarouselMounts::umount(const std::string& locator) {

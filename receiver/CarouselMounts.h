@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <filesystem>
 #include <functional>
@@ -32,6 +33,11 @@ struct CarouselLocator {
 /// place the newest version waits to be written, and those before it are left out.
 class CarouselMounts {
  public:
+  /// How many places can be mounted, and each under how many locators: what is mounted outlives its
+  /// client. What is beyond is refused, which is said once on the standard error stream.
+  static constexpr std::size_t mostPlaces = 256;
+  static constexpr std::size_t mostLocators = 16;
+
   /// Called on the worker's thread when a version is there, with the locator and the directory.
   using CompletionHandler =
       std::function<void(const std::string& locator, const std::string& path)>;
@@ -47,7 +53,7 @@ class CarouselMounts {
   CarouselMounts& operator=(const CarouselMounts&) = delete;
 
   /// The directory in which the carousel is once it is complete; empty for a locator that is none
-  /// or of something that is not received.
+  /// or of something that is not received, and where too much is mounted already.
   std::string mount(const std::string& locator);
   void umount(const std::string& locator);
   /// A tree has become complete.
@@ -66,6 +72,7 @@ class CarouselMounts {
   };
 
   [[nodiscard]] std::filesystem::path pathOf(const CarouselPlace& place) const;
+  [[nodiscard]] bool hasRoomFor(const CarouselPlace& place, const std::string& locator) const;
   void change(const CarouselPlace& place);
   void writeNext();
   void settle(const CarouselPlace& place);
@@ -90,6 +97,7 @@ class CarouselMounts {
   std::set<CarouselPlace> toTell_;   ///< that have locators to be told
   bool isWriting_ = false;           ///< the writer has a task
   bool isTelling_ = false;           ///< the worker has a task
+  bool hasRefused_ = false;          ///< a mount, and has said so
 };
 
 }  // namespace receiver

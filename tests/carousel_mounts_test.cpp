@@ -2,6 +2,7 @@
 
 #include "receiver/CarouselMounts.h"
 
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -252,6 +253,62 @@ TEST_F(Mounts, WhatIsNotReceivedCannotBeMounted) {
        {"", "nothing", "dvb://..99", "dvb://.1002.65", "dvb://1.1001.65", "dvb://..259"}) {
     EXPECT_EQ(mounts->mount(locator), "") << locator;
   }
+}
+
+constexpr const char* refused =
+    "quillwork-receiver: more than 256 carousels, or one under more than 16 locators, are not"
+    " mounted\n";
+
+TEST_F(Mounts, ACarouselMoreThanThereMayBeIsRefused) {
+  play(100'000);
+  testing::internal::CaptureStderr();
+  // With each tag that there is, and without one, a service has one place too many.
+  EXPECT_NE(mounts->mount("dvb://..65"), "");
+  for (int tag = 0; tag < 255; ++tag) {
+    EXPECT_NE(mounts->mount(fmt::format("dvb://..65.{:x}", tag)), "") << tag;
+  }
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(mounts->mount("dvb://..65.ff"), "");
+  EXPECT_EQ(mounts->mount("dvb://.1001.65.ff"), "");
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), refused) << "it is said once";
+  EXPECT_NE(mounts->mount("dvb://..65"), "") << "it is mounted already";
+  EXPECT_NE(mounts->mount("dvb://.1001.65"), "") << "so is its place";
+  mounts->umount("dvb://..65.0");
+  EXPECT_NE(mounts->mount("dvb://..65.ff"), "");
+}
+
+TEST_F(Mounts, ALocatorMoreThanAPlaceMayHaveIsRefused) {
+  play(100'000);
+  const auto spelling = [](std::size_t zeros) {
+    return "dvb://.." + std::string(zeros, '0') + "65";
+  };
+  testing::internal::CaptureStderr();
+  std::set<std::string> told;
+  for (std::size_t zeros = 0; zeros < 16; ++zeros) {
+    const std::string path = mounts->mount(spelling(zeros));
+    EXPECT_EQ(path, std::string(directory) + "/65");
+    told.insert(spelling(zeros) + " " + path);
+  }
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(mounts->mount(spelling(16)), "");
+  EXPECT_EQ(mounts->mount(spelling(17)), "");
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), refused) << "it is said once";
+  settle();
+  EXPECT_EQ(std::set<std::string>(done.begin(), done.end()), told) << "as they were mounted";
+  EXPECT_NE(mounts->mount(spelling(0)), "") << "it is mounted already";
+  EXPECT_NE(mounts->mount("dvb://..65.41"), "") << "another place has room";
+  mounts->umount(spelling(16));
+  EXPECT_EQ(mounts->mount(spelling(16)), "") << "it never was mounted";
+  mounts->umount(spelling(15));
+  EXPECT_NE(mounts->mount(spelling(16)), "");
+  for (std::size_t zeros = 0; zeros < 15; ++zeros) mounts->umount(spelling(zeros));
+  settle();
+  EXPECT_TRUE(fs::exists(std::string(directory) + "/65")) << "one spelling still has it";
+  mounts->umount(spelling(16));
+  settle();
+  EXPECT_FALSE(fs::exists(std::string(directory) + "/65"));
 }
 
 TEST_F(Mounts, WhatIsMountedGoesWithTheReceiver) {
