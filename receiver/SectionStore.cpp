@@ -28,29 +28,37 @@ bool goesWithThePat(std::uint8_t tableId) {
 SectionStore::Change SectionStore::put(const SubTable& table, const Section& section, Time now,
                                        std::size_t further) {
   Change change;
-  Numbers& numbers = tables_[table];
   const std::uint8_t number = psi_get_section(section.data());
-  auto kept = numbers.find(number);
-  const bool isKnown = kept != numbers.end();
-  change.isNew = !isKnown || !sameContent(*kept->second.section, section);
+  auto entry = tables_.find(table);
+  Kept* kept = nullptr;
+  if (entry != tables_.end()) {
+    const auto found = entry->second.find(number);
+    if (found != entry->second.end()) kept = &found->second;
+  }
+  change.isNew = kept == nullptr || !sameContent(*kept->section, section);
   // All that can run out of memory comes before anything changes. Those who read the section before
   // keep it.
-  auto held = isKnown && *kept->second.section == section
-                  ? kept->second.section
+  auto held = kept != nullptr && *kept->section == section
+                  ? kept->section
                   : std::make_shared<const Section>(section.begin(), section.end());
-  if (isKnown) {
-    kept->second.heard->time = now;
-    kept->second.heard->put = ++puts_;
-    heard_.splice(heard_.end(), heard_, kept->second.heard);
+  if (kept != nullptr) {
+    kept->heard->time = now;
+    kept->heard->put = ++puts_;
+    heard_.splice(heard_.end(), heard_, kept->heard);
   } else {
     std::list<Heard> heard = {{table, number, now, puts_ + 1}};
-    kept = numbers.emplace(number, Kept{held, heard.begin()}).first;
+    Numbers fresh;
+    kept = &fresh.emplace(number, Kept{held, heard.begin()}).first->second;
+    // Last, and without any effect where it throws. The elements stay where they are.
+    if (entry == tables_.end()) entry = tables_.try_emplace(table).first;
+    entry->second.merge(fresh);
     heard_.splice(heard_.end(), heard);
     ++puts_;
   }
   const std::size_t cost = overhead + section.size() + further;
-  bytes_ += cost - std::exchange(kept->second.cost, cost);
-  kept->second.section = std::move(held);
+  bytes_ += cost - std::exchange(kept->cost, cost);
+  kept->section = std::move(held);
+  Numbers& numbers = entry->second;
   for (auto beyond = numbers.upper_bound(psi_get_lastsection(section.data()));
        beyond != numbers.end();) {
     beyond = erase(numbers, beyond);

@@ -47,7 +47,8 @@ class SectionStore {
     bool mapHasGone = false;  ///< a program map had to go for want of room
   };
   /// Keeps a section of the long form whose number is not beyond the last one that it names, and
-  /// drops those of its sub-table that are. `further`: bytes that count besides its own.
+  /// drops those of its sub-table that are. `further`: bytes that count besides its own. Where
+  /// memory has run out, it throws and changes nothing.
   Change put(const SubTable& table, const Section& section, Time now, std::size_t further = 0);
 
   /// Drops what has not come since `oldest`, but no PAT and no PMT: these go with the next PAT.
