@@ -361,15 +361,16 @@ void ServiceInformation::store(std::uint16_t pid, const Section& section) {
                 isEit(tableId) ? countEvents(section) * ServiceInformation::eventOverhead : 0);
   if (change.isNew) ++counters_.changes;
   if (tableId == PAT_TABLE_ID) {
+    patIsNew_ = patIsNew_ || change.isNew;
+    if (patIsNew_ || patVersion_ != psi_get_version(section.data())) followPat();
     lastPat_ = tables_.puts();
-    if (change.isNew || patVersion_ != psi_get_version(section.data())) followPat();
+    if (std::exchange(patIsNew_, false)) ++programGeneration_;
   }
-  const bool isOfPrograms = tableId == PAT_TABLE_ID || tableId == PMT_TABLE_ID;
-  if ((change.isNew && isOfPrograms) || change.mapHasGone) {
-    ++programGeneration_;
-  }
+  if ((change.isNew && tableId == PMT_TABLE_ID) || change.mapHasGone) ++programGeneration_;
   const bool tellsTheTexts = tableId == NIT_TABLE_ID_ACTUAL || tableId == SDT_TABLE_ID_ACTUAL;
-  if (!tableIsGiven_ && change.isNew && tellsTheTexts) table_ = findTable();
+  textsAreNew_ = textsAreNew_ || (change.isNew && tellsTheTexts);
+  if (!tableIsGiven_ && textsAreNew_) table_ = findTable();
+  textsAreNew_ = false;
 }
 
 /// Drops what has been off air for long.
@@ -421,30 +422,40 @@ void ServiceInformation::leaveStream(std::uint16_t next) {
   ++streamGeneration_;
 }
 
+/// Where memory runs out, it throws, and all is as it was before, apart from PIDs that are read
+/// without need.
 void ServiceInformation::followPat() {
-  programs_.clear();
-  programOrder_.clear();
+  std::map<std::uint16_t, std::uint16_t> programs;
+  std::vector<std::uint16_t> programOrder;
   std::set<std::uint16_t> pids(std::begin(basicPids), std::end(basicPids));
-  networkPid_ = NIT_PID;
+  std::uint16_t networkPid = NIT_PID;
+  int transportStreamId = -1;
+  int version = -1;
   tables_.forEach([&](const SubTable& table, const Section& section) {
     if (table.tableId != PAT_TABLE_ID) return;
-    transportStreamId_ = table.extension;
+    transportStreamId = table.extension;
     Section copy = section;
-    patVersion_ = psi_get_version(copy.data());
+    version = psi_get_version(copy.data());
     for (std::uint8_t index = 0; std::uint8_t* const entry = pat_get_program(copy.data(), index);
          ++index) {
       const std::uint16_t program = patn_get_program(entry);
       const std::uint16_t pid = patn_get_pid(entry);
       pids.insert(pid);
       if (program == 0) {
-        networkPid_ = pid;
-      } else if (programs_.insert_or_assign(program, pid).second) {
-        programOrder_.push_back(program);
+        networkPid = pid;
+      } else if (programs.insert_or_assign(program, pid).second) {
+        programOrder.push_back(program);
       }
     }
   });
-  std::erase_if(assemblers_, [&](const auto& entry) { return !pids.contains(entry.first); });
   for (const std::uint16_t pid : pids) assemblers_.try_emplace(pid);
+  // Nothing from here on needs memory.
+  std::erase_if(assemblers_, [&](const auto& entry) { return !pids.contains(entry.first); });
+  programs_.swap(programs);
+  programOrder_.swap(programOrder);
+  networkPid_ = networkPid;
+  transportStreamId_ = transportStreamId;
+  patVersion_ = version;
   tables_.eraseIf([&](const SubTable& table, std::uint64_t) {
     const auto program = programs_.find(table.extension);
     return table.tableId == PMT_TABLE_ID &&

@@ -209,6 +209,8 @@ class ServiceInformation : public PacketSink {
   std::uint16_t networkPid_;
   int transportStreamId_ = -1;
   int patVersion_ = -1;
+  bool patIsNew_ = false;     ///< and has not been followed to its end
+  bool textsAreNew_ = false;  ///< what tells their character table, which has not been found since
   /// Of tables_: when the PAT came last.
   std::uint64_t lastPat_ = 0;
   std::optional<std::int64_t> time_;

@@ -3,14 +3,22 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstdlib>
+#include <initializer_list>
 #include <limits>
+#include <map>
 #include <new>
+#include <set>
+#include <sstream>
+#include <string>
 #include <tuple>
 #include <utility>
 #include <vector>
 
 #include "receiver/SectionStore.h"
+#include "receiver/ServiceInformation.h"
+#include "receiver/StreamFile.h"
 #include "sample/carousel_sections.h"
 
 namespace {
@@ -120,6 +128,197 @@ TEST(ShortOfMemory, ASectionThatCannotBeKeptLeavesTheStoreAsItWas) {
       return true;
     });
   }
+}
+
+using Packets = std::vector<std::uint8_t>;
+
+/// Hands the packets to `take`.
+template <class Take>
+void play(const Packets& packets, Take&& take) {
+  for (std::size_t begin = 0; begin < packets.size(); begin += packetSize) {
+    attempt([&] { take(Packet(packets.data() + begin, packetSize)); });
+  }
+}
+
+/// The packets of a file on some PIDs, or on all.
+Packets packetsOf(const char* path, const std::set<std::uint16_t>& pids = {}) {
+  StreamFile file(path);
+  Packets packets;
+  while (const auto packet = file.next()) {
+    if (!pids.empty() && !pids.contains(pidOf(*packet))) continue;
+    packets.insert(packets.end(), packet->begin(), packet->end());
+  }
+  return packets;
+}
+
+/// The services, programs, events and networks as lines.
+std::string textOf(const ServiceInformation& information) {
+  std::ostringstream text;
+  text << "stream " << information.transportStreamId() << " version " << information.patVersion()
+       << " service " << information.currentService() << '\n';
+  for (const Service& service : information.services()) {
+    text << "service " << service.id << ' ' << service.name << ' ' << service.isInPat << '\n';
+  }
+  for (const Event& event : information.events()) {
+    text << "event " << event.service << ' ' << event.id << ' ' << event.name << '\n';
+  }
+  for (const auto& networks : {information.networks(), information.bouquets()}) {
+    for (const Network& network : networks) {
+      text << "network " << network.name << ' ' << network.transportStreams.size() << '\n';
+    }
+  }
+  for (const int system : information.caSystems()) text << "CA system " << system << '\n';
+  return text.str();
+}
+
+std::string textOf(const std::vector<ProgramMap>& maps) {
+  std::ostringstream text;
+  for (const ProgramMap& map : maps) {
+    text << "program " << map.program << ' ' << map.pcrPid << ' ' << map.components.size() << '\n';
+  }
+  return text.str();
+}
+
+/// Service information, and somebody who reads the programs when they are said to have changed.
+class Information {
+ public:
+  void play(const Packets& packets) {
+    receiver::play(packets, [this](Packet packet) {
+      information_.take(packet);
+      follow();
+    });
+  }
+  [[nodiscard]] std::string text() const { return textOf(information_) + textOf(maps_); }
+
+ private:
+  void follow() {
+    const std::uint64_t generation = information_.programGeneration();
+    if (generation == generation_) return;
+    maps_ = information_.programMaps();
+    generation_ = generation;
+  }
+
+  const std::chrono::steady_clock::time_point now_{};
+  ServiceInformation information_{std::nullopt, [this] { return now_; }};
+  std::uint64_t generation_ = 0;
+  std::vector<ProgramMap> maps_;
+};
+
+/// Whether the information recovers from each refusal while `first` is played, by `then`.
+void expectInformationRecovers(const Packets& first, const Packets& then, int stride) {
+  Information undisturbed;
+  undisturbed.play(first);
+  undisturbed.play(then);
+  const std::string expected = undisturbed.text();
+  withEachRefusal(stride, [&](int number) {
+    Information information;
+    bool hasCome = false;
+    {
+      const OneRefusal refusal(number);
+      information.play(first);
+      hasCome = OneRefusal::hasCome();
+    }
+    information.play(then);
+    EXPECT_EQ(information.text(), expected) << "allocation " << number;
+    return hasCome;
+  });
+}
+
+TEST(ShortOfMemory, TheServicesOfTheSampleAreThereAfterwards) {
+  const Packets sample = packetsOf(TABLES);
+  expectInformationRecovers(sample, sample, TEST_STRIDE);
+}
+
+/// Packets with a section each.
+class Broadcast {
+ public:
+  void add(std::uint16_t pid, const Section& section) {
+    Packets packet{syncByte, static_cast<std::uint8_t>(0x40U | pid >> 8U),
+                   static_cast<std::uint8_t>(pid),
+                   static_cast<std::uint8_t>(0x10U | (counters_[pid]++ & 15U)), 0};
+    packet.insert(packet.end(), section.begin(), section.end());
+    packet.resize(packetSize, 0xff);
+    packets_.insert(packets_.end(), packet.begin(), packet.end());
+  }
+  void addPat(std::uint16_t stream, std::initializer_list<std::uint16_t> programs) {
+    Bytes body;
+    for (const std::uint16_t program : programs) {
+      body.number(program, 2).number(0xe000U | mapPid(program), 2);
+    }
+    add(0, section(0x00, stream, body));
+  }
+  /// A map with pictures.
+  void addMap(std::uint16_t program) {
+    add(mapPid(program),
+        section(0x02, program, Bytes().number(0xe101f000, 4).number(0x02e102f000, 5)));
+  }
+  /// The name has a letter in the character table that addNetwork() tells.
+  void addName(std::uint16_t stream, std::uint16_t service) {
+    add(0x11, section(0x42, stream,
+                      Bytes()
+                          .number(0x0001ff, 3)
+                          .number(service, 2)
+                          .number(0xfc8006, 3)
+                          .number(0x4804010001e9, 6)));
+  }
+  /// With the delivery of ISDB.
+  void addNetwork(std::uint16_t stream) {
+    add(0x10, section(0x40, 1,
+                      Bytes()
+                          .number(0xf000f00c, 4)
+                          .number(stream, 2)
+                          .number(1, 2)
+                          .number(0xf006fa04, 4)
+                          .number(0, 4)));
+  }
+  void addStream(std::uint16_t stream, std::uint16_t program) {
+    addPat(stream, {program});
+    addMap(program);
+    addName(stream, program);
+    addNetwork(stream);
+  }
+  /// What has been added since the last call.
+  Packets packets() { return std::exchange(packets_, {}); }
+
+ private:
+  using Bytes = sample::ByteBuilder;
+  static std::uint16_t mapPid(std::uint16_t program) { return program; }
+
+  Packets packets_;
+  std::map<std::uint16_t, std::uint8_t> counters_;
+};
+
+TEST(ShortOfMemory, TheTextsAreReadInTheNetworksCharacterTable) {
+  Broadcast stream;
+  stream.addStream(5, 500);
+  const Packets first = stream.packets();
+  Information undisturbed;
+  undisturbed.play(first);
+  EXPECT_NE(undisturbed.text().find("service 500 é"), std::string::npos) << undisturbed.text();
+  stream.addStream(5, 500);
+  expectInformationRecovers(first, stream.packets(), 1);
+}
+
+TEST(ShortOfMemory, AnotherStreamIsFollowed) {
+  Broadcast stream;
+  stream.addStream(5, 500);
+  stream.addStream(5, 500);
+  stream.addStream(6, 600);
+  const Packets first = stream.packets();
+  stream.addStream(6, 600);
+  expectInformationRecovers(first, stream.packets(), 1);
+}
+
+TEST(ShortOfMemory, AProgramThatHasGoneIsMissed) {
+  Broadcast stream;
+  stream.addPat(5, {500, 501});
+  stream.addMap(500);
+  stream.addMap(501);
+  stream.addPat(5, {500});
+  const Packets first = stream.packets();
+  stream.addPat(5, {500});
+  stream.addMap(500);
+  expectInformationRecovers(first, stream.packets(), 1);
 }
 
 }  // namespace
