@@ -1,6 +1,7 @@
 #include "receiver/DataBroadcast.h"
 
 #include <algorithm>
+#include <type_traits>
 
 namespace receiver {
 namespace {
@@ -50,7 +51,9 @@ std::shared_ptr<const CarouselTree> DataBroadcast::treeAt(const CarouselPlace& p
     const Component& component = entry->second;
     const bool isThere =
         place.componentTag == -1 ? component.isFirst : component.tag == place.componentTag;
-    if (component.carousel && isThere) return carousels_.at(*component.carousel).objects.tree();
+    if (!component.carousel || !isThere) continue;
+    const auto carousel = carousels_.find(*component.carousel);
+    return carousel == carousels_.end() ? nullptr : carousel->second.objects.tree();
   }
   return nullptr;
 }
@@ -79,7 +82,6 @@ void DataBroadcast::interrupted(bool isOther) {
   for (auto& [pid, assembler] : assemblers_) assembler.reset();
   // What is broadcast once more from its beginning brings the same events again.
   beginEvents();
-  isAsked_ = true;
 }
 
 /// What comes has nothing to do with what was.
@@ -89,9 +91,12 @@ void DataBroadcast::forgetOthers() {
   assemblers_.clear();
 }
 
+/// Forgets the components: they come back with the next follow(), with events that begin. To begin
+/// them here would need memory.
 void DataBroadcast::beginEvents() {
   ++beginning_;
-  for (auto& [key, component] : components_) component.events = {};
+  components_.clear();
+  isAsked_ = true;
 }
 
 /// Looks up which PIDs have what is to be read.
@@ -99,37 +104,35 @@ void DataBroadcast::follow() {
   const std::uint64_t generation = information_.programGeneration();
   const int service = information_.currentService();
   if (!isAsked_ && generation == generation_ && service == service_) return;
-  isAsked_ = false;
-  generation_ = generation;
+  // Where memory runs out, the next packet does this once more.
+  isAsked_ = true;
   // Another transport stream can have the same services and PIDs.
   const int transportStream = information_.transportStreamId();
   const int streamBefore = std::exchange(transportStream_, transportStream);
   if (streamBefore != -1 && streamBefore != transportStream) forgetOthers();
   if (std::exchange(service_, service) != service) beginEvents();
   followServices(information_.programMaps());
-  hasFollowed_ = true;
+  generation_ = generation;
+  isAsked_ = false;
+  mayHaveTrees_ = true;
 }
 
 void DataBroadcast::followServices(const std::vector<ProgramMap>& maps) {
-  Components before = std::exchange(components_, {});
+  Components components;
   const std::set<std::uint16_t> severalCarousels = pidsOfSeveralCarousels(maps);
   std::set<CarouselKey> carousels;
   std::set<std::uint16_t> pids;
-  clockPid_ = -1;
+  int clockPid = -1;
   for (const ProgramMap& map : maps) {
     const bool isCurrent = map.program == service_;
-    if (isCurrent) clockPid_ = map.pcrPid;
+    if (isCurrent) clockPid = map.pcrPid;
     const auto wanted = wanted_.lower_bound({map.program, -1});
     const bool isWanted = wanted != wanted_.end() && wanted->first.service == map.program;
     if (!isCurrent && !isWanted) continue;
     bool isFirst = true;
     for (const receiver::Component& stream : map.components) {
       if (!carriesData(stream.streamType)) continue;
-      const std::pair key(int{map.program}, stream.pid);
-      Component& component = components_[key];
-      if (const auto known = before.find(key); known != before.end()) {
-        component.events = std::move(known->second.events);
-      }
+      Component& component = components[{map.program, stream.pid}];
       component.tag = stream.tag;
       pids.insert(stream.pid);
       if (stream.streamType != carouselType) continue;
@@ -141,9 +144,17 @@ void DataBroadcast::followServices(const std::vector<ProgramMap>& maps) {
       carousels_.try_emplace(*component.carousel, memory_, number);
     }
   }
+  for (const std::uint16_t pid : pids) assemblers_.try_emplace(pid);
+  // Nothing from here on needs memory.
+  static_assert(std::is_nothrow_move_assignable_v<StreamEvents>);
+  for (auto& [key, component] : components) {
+    const auto known = components_.find(key);
+    if (known != components_.end()) component.events = std::move(known->second.events);
+  }
+  components_.swap(components);
+  clockPid_ = clockPid;
   std::erase_if(carousels_, [&](const auto& entry) { return !carousels.contains(entry.first); });
   std::erase_if(assemblers_, [&](const auto& entry) { return !pids.contains(entry.first); });
-  for (const std::uint16_t pid : pids) assemblers_.try_emplace(pid);
 }
 
 void DataBroadcast::take(Packet packet) {
@@ -152,18 +163,27 @@ void DataBroadcast::take(Packet packet) {
   {
     const std::lock_guard lock(mutex_);
     follow();
-    if (std::exchange(hasFollowed_, false)) handOver(trees);
     const bool isDamaged = packet[0] != syncByte || (packet[1] & 0x80U) != 0;
-    if (isDamaged) return;
-    const std::uint16_t pid = pidOf(packet);
-    if (const auto found = assemblers_.find(pid); found != assemblers_.end()) {
-      found->second.feed(packet, errors_,
-                         [&](const Section& section) { takeSection(pid, section, trees, due); });
-    }
-    if (pid == clockPid_) takeClock(packet, due);
+    if (!isDamaged) takePacket(packet, due);
+    if (mayHaveTrees_) trees = newTrees();
+    // Until there is none any more: a tree whose handler throws is handed over once more.
+    mayHaveTrees_ = !trees.empty();
   }
-  for (const auto& [place, tree] : trees) treeHandler_(place, tree);
+  for (const auto& [place, tree] : trees) {
+    treeHandler_(place, tree);
+    const std::lock_guard lock(mutex_);
+    if (const auto wanted = wanted_.find(place); wanted != wanted_.end()) wanted->second = tree;
+  }
   for (const auto& [eventName, event] : due) eventHandler_(eventName, event);
+}
+
+void DataBroadcast::takePacket(Packet packet, Due& due) {
+  const std::uint16_t pid = pidOf(packet);
+  if (const auto found = assemblers_.find(pid); found != assemblers_.end()) {
+    found->second.feed(packet, errors_,
+                       [&](const Section& section) { takeSection(pid, section, due); });
+  }
+  if (pid == clockPid_) takeClock(packet, due);
 }
 
 void DataBroadcast::takeClock(Packet packet, Due& due) {
@@ -177,21 +197,26 @@ void DataBroadcast::takeClock(Packet packet, Due& due) {
   }
 }
 
-void DataBroadcast::takeSection(std::uint16_t pid, const Section& section, Trees& trees, Due& due) {
+void DataBroadcast::takeSection(std::uint16_t pid, const Section& section, Due& due) {
   if (section[0] == descriptorTable) {
     const auto found = components_.find({service_, pid});
     if (found != components_.end()) name(found->second, found->second.events.take(section), due);
     return;
   }
-  bool isComplete = false;
   for (auto entry = carousels_.lower_bound({pid, std::nullopt});
        entry != carousels_.end() && entry->first.first == pid; ++entry) {
     Carousel& carousel = entry->second;
-    if (!carousel.objects.take(section)) continue;
-    isComplete = true;
-    carousel.readEventNames();
+    try {
+      if (!carousel.objects.take(section)) continue;
+      carousel.readEventNames();
+    } catch (...) {
+      // Half of the section may have been taken: the carousel begins anew.
+      carousels_.erase(entry);
+      isAsked_ = true;
+      throw;
+    }
+    mayHaveTrees_ = true;
   }
-  if (isComplete) handOver(trees);
 }
 
 void DataBroadcast::Carousel::readEventNames() {
@@ -207,13 +232,14 @@ void DataBroadcast::Carousel::readEventNames() {
   }
 }
 
-void DataBroadcast::handOver(Trees& trees) {
-  for (auto& [place, last] : wanted_) {
+/// The trees that have not been handed over.
+DataBroadcast::Trees DataBroadcast::newTrees() const {
+  Trees trees;
+  for (const auto& [place, last] : wanted_) {
     auto tree = treeAt(place);
-    if (tree == nullptr || tree == last.lock()) continue;
-    last = tree;
-    trees.emplace_back(place, std::move(tree));
+    if (tree != nullptr && tree != last.lock()) trees.emplace_back(place, std::move(tree));
   }
+  return trees;
 }
 
 /// Finds the events' names: stream event objects speak of the component by its tag.
@@ -227,7 +253,9 @@ void DataBroadcast::name(const Component& component, std::vector<StreamEvent> ev
     for (auto entry = components_.lower_bound({service_, 0});
          entry != components_.end() && entry->first.first == service_; ++entry) {
       if (!entry->second.carousel) continue;
-      const auto& known = carousels_.at(*entry->second.carousel).eventNames;
+      const auto carousel = carousels_.find(*entry->second.carousel);
+      if (carousel == carousels_.end()) continue;
+      const auto& known = carousel->second.eventNames;
       const auto found = known.find({component.tag, event.id});
       if (found != known.end()) names.insert(found->second.begin(), found->second.end());
     }

@@ -46,7 +46,8 @@ class DataBroadcast : public PacketSink {
   void onEvent(EventHandler handler) { eventHandler_ = std::move(handler); }
 
   /// Asks for the place's trees: each is handed over as it becomes complete, and one that is
-  /// complete already is returned. Null where there is none yet.
+  /// complete already is returned. Null where there is none yet. Where memory has run out, it
+  /// throws, and the trees may be handed over all the same.
   std::shared_ptr<const CarouselTree> want(const CarouselPlace& place);
   void leave(const CarouselPlace& place);
 
@@ -83,11 +84,12 @@ class DataBroadcast : public PacketSink {
   void followServices(const std::vector<ProgramMap>& maps);
   void forgetOthers();
   void beginEvents();
-  void takeSection(std::uint16_t pid, const Section& section, Trees& trees, Due& due);
+  void takePacket(Packet packet, Due& due);
+  void takeSection(std::uint16_t pid, const Section& section, Due& due);
   void takeClock(Packet packet, Due& due);
   void name(const Component& component, std::vector<StreamEvent> events, Due& due) const;
   [[nodiscard]] std::shared_ptr<const CarouselTree> treeAt(const CarouselPlace& place) const;
-  void handOver(Trees& trees);
+  [[nodiscard]] Trees newTrees() const;
 
   const ServiceInformation& information_;
   TreeHandler treeHandler_ = [](const auto&, auto) {};
@@ -98,8 +100,8 @@ class DataBroadcast : public PacketSink {
   int transportStream_ = -1;
   int service_ = -1;
   int clockPid_ = -1;
-  bool isAsked_ = false;      ///< something is wanted that was not before
-  bool hasFollowed_ = false;  ///< a wanted place may have got a tree
+  bool isAsked_ = false;       ///< the services are to be followed, whatever they are
+  bool mayHaveTrees_ = false;  ///< a wanted place may have got a tree
   /// With the tree that was handed over last.
   std::map<CarouselPlace, std::weak_ptr<const CarouselTree>> wanted_;
   std::shared_ptr<MemoryBudget> memory_ = std::make_shared<MemoryBudget>(maxMemory);

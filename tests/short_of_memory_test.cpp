@@ -16,6 +16,7 @@
 #include <utility>
 #include <vector>
 
+#include "receiver/DataBroadcast.h"
 #include "receiver/SectionStore.h"
 #include "receiver/ServiceInformation.h"
 #include "receiver/StreamFile.h"
@@ -319,6 +320,108 @@ TEST(ShortOfMemory, AProgramThatHasGoneIsMissed) {
   stream.addPat(5, {500});
   stream.addMap(500);
   expectInformationRecovers(first, stream.packets(), 1);
+}
+
+/// What the receiver's parts make of a stream.
+class Data {
+ public:
+  Data() {
+    data_.onTree([this](const CarouselPlace& place, std::shared_ptr<const CarouselTree> tree) {
+      trees[place] = std::move(tree);
+    });
+    data_.onEvent([this](const std::string& name, const StreamEvent& event) {
+      events.push_back(name + " " + std::to_string(event.id) + " " +
+                       std::string(event.data.begin(), event.data.end()));
+    });
+  }
+
+  void select(int service) { information_.selectService(service); }
+  void want() {
+    for (const CarouselPlace& place : places) data_.want(place);
+  }
+
+  void play(const Packets& packets) {
+    receiver::play(packets, [this](Packet packet) {
+      attempt([&] { information_.take(packet); });
+      data_.take(packet);
+    });
+  }
+  /// What comes next is the beginning once more. Needs no memory.
+  void beginAgain() {
+    events.clear();
+    information_.interrupted(false);
+    data_.interrupted(false);
+  }
+
+  static constexpr CarouselPlace places[] = {{1001, 0x40}, {1001, -1}};
+  std::map<CarouselPlace, std::shared_ptr<const CarouselTree>> trees;
+  /// Since the beginning.
+  std::vector<std::string> events;
+
+ private:
+  const std::chrono::steady_clock::time_point now_{};
+  ServiceInformation information_{std::nullopt, [this] { return now_; }};
+  DataBroadcast data_{information_};
+};
+
+/// The PAT, the first program's map, its carousel and its stream events. Only the first half: then
+/// the carousel changes, and a tree that was lost would be followed by another one.
+Packets sampleOfData() {
+  Packets sample = packetsOf(SAMPLE, {0, 0x100, 0x710, 0x711});
+  sample.resize(sample.size() / packetSize / 2 * packetSize);
+  return sample;
+}
+
+TEST(ShortOfMemory, TheCarouselsAndStreamEventsOfTheSampleAreThereAfterwards) {
+  const Packets sample = sampleOfData();
+  Data undisturbed;
+  undisturbed.want();
+  undisturbed.play(sample);
+  undisturbed.beginAgain();
+  undisturbed.play(sample);
+  ASSERT_EQ(undisturbed.trees.size(), std::size(Data::places));
+  ASSERT_FALSE(undisturbed.events.empty());
+  for (const bool isFirst : {true, false}) {
+    withEachRefusal(TEST_STRIDE, [&](int number) {
+      SCOPED_TRACE("allocation " + std::to_string(number));
+      Data data;
+      data.want();
+      if (!isFirst) data.play(sample);
+      bool hasCome = false;
+      {
+        const OneRefusal refusal(number);
+        if (!isFirst) data.beginAgain();
+        data.play(sample);
+        hasCome = OneRefusal::hasCome();
+      }
+      data.play(sample);
+      EXPECT_EQ(data.trees.size(), undisturbed.trees.size());
+      for (const auto& [place, tree] : data.trees) EXPECT_EQ(*tree, *undisturbed.trees.at(place));
+      data.beginAgain();
+      data.play(sample);
+      EXPECT_EQ(data.events, undisturbed.events);
+      return hasCome;
+    });
+  }
+}
+
+TEST(ShortOfMemory, WhatIsWantedOfAnotherServiceComesAfterwards) {
+  const Packets sample = sampleOfData();
+  withEachRefusal(1, [&](int number) {
+    Data data;
+    data.select(1002);
+    data.play(sample);
+    bool hasCome = false;
+    {
+      const OneRefusal refusal(number);
+      attempt([&] { data.want(); });
+      hasCome = OneRefusal::hasCome();
+    }
+    data.play(sample);
+    // The first allocation is for what is wanted itself.
+    EXPECT_EQ(data.trees.empty(), number == 0) << "allocation " << number;
+    return hasCome;
+  });
 }
 
 }  // namespace
