@@ -87,10 +87,11 @@ TEST(Bench, MeasuresEveryRowInBothPlacementsAndWritesItsFigures) {
   for (const auto& [name, bytes] : figures["sizes"].items()) EXPECT_GT(bytes, 0) << name;
   // Resident is also what the kernel maps along of files that it holds; written is the process's
   // own.
-  EXPECT_LT(figures["sizes"]["resident memory of a process, more with the adapter"], 4 << 20);
+  EXPECT_LT(figures["sizes"]["resident memory of a process, more with the adapter"], 2 << 20);
   EXPECT_LT(figures["sizes"]["of that, written to"], 256 << 10);
   // The pieces of a list lie on it.
   EXPECT_LT(figures["sizes"]["stack used by ipc-control"], 64 << 10);
+  EXPECT_LT(figures["sizes"]["stack used by ipc-demux"], 64 << 10);
 }
 
 TEST(Bench, SaysWhatIsWrongWithItsArguments) {
