@@ -327,8 +327,9 @@ TEST_F(WholeSample, AWatchingClientAnswersAnApplicationState) {
 TEST_F(WholeSample, TheShellOnATerminalShowsItsPromptAgainAndEndsWithControlD) {
   if (HAS_EDITLINE == 0) GTEST_SKIP() << "libedit is not there for this processor";
   const std::string prompt = "quillwork> ";
-  Program shell({CLIENT, "--time-limit", patiently, "shell"},
-                {"/bin/bash", "-c", R"(TERM=xterm exec script -qec "$*" /dev/null)", "bash"});
+  Program shell(
+      {CLIENT, "--time-limit", patiently, "shell"},
+      {"/bin/bash", "-c", R"(HOME=/dev/shm TERM=xterm exec script -qec "$*" /dev/null)", "bash"});
   ASSERT_TRUE(shell.awaitOutput(prompt));
   shell.give("tuned\r");
   ASSERT_TRUE(shell.awaitOutput("8193\r\n" + prompt)) << shell.output();
