@@ -82,8 +82,11 @@ std::uint64_t StreamFile::bytesBehindLastPacket(std::uint64_t size) const {
     framer.add(static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
     framer.end();
     std::optional<std::uint64_t> behind;
-    while (framer.next()) behind = begin + framer.position();
-    // The next packet's place, where it would have a time stamp.
+    while (framer.next()) {
+      // The next sync byte has its packet's time stamp before it.
+      const std::size_t stamp = framer.stride() == 192 ? 4 : 0;
+      behind = begin + framer.position() - stamp;
+    }
     if (behind) return size - std::min(size, *behind);
     if (begin == 0) break;
     end = begin + overlap;

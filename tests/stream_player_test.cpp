@@ -323,13 +323,16 @@ TEST(StreamFiles, AFileThatIsCutIsPlayedAndSaysSo) {
   EXPECT_EQ(readFile("some other thing" + whole + "G12").notice, said(16, 3));
 }
 
+/// Ten packets at the file's beginning, and ten where so many MiB have passed.
+void writeWithHole(int mebibytes) {
+  std::ofstream file(readPath, std::ios::binary);
+  file << tenBetween("", "");
+  file.seekp(mebibytes << 20);
+  file << tenBetween("", "");
+}
+
 TEST(StreamFiles, AHoleOf256MebibytesIsTheEndUntilItIsRewound) {
-  {
-    std::ofstream file(readPath, std::ios::binary);
-    file << tenBetween("", "");
-    file.seekp(300 << 20);
-    file << tenBetween("", "");
-  }
+  writeWithHole(300);
   FileSource source(readPath);
   EXPECT_EQ(source.notice(), "");
   const CaughtStream errors(stderr);
@@ -351,6 +354,7 @@ TEST(StreamFiles, WhatIsBehindTheLastPacketIsCounted) {
   };
   const auto zeros = [](int count) { return std::string(static_cast<std::size_t>(count), '\0'); };
   for (const int count : {1, 187}) EXPECT_EQ(readFile(whole + zeros(count)).notice, said(count));
+  EXPECT_EQ(readFile(tenBetween("\x01\x02\x03\x04", "") + zeros(100)).notice, said(100));
   // The last packet before so many has none behind it that would bear it out.
   for (const int count : {1000, 300'000, 1'000'000}) {
     EXPECT_EQ(readFile(whole + zeros(count)).notice, said(count + 188));
@@ -358,12 +362,7 @@ TEST(StreamFiles, WhatIsBehindTheLastPacketIsCounted) {
 }
 
 TEST(StreamFiles, ALongHoleIsSearchedUntilSomebodyInterrupts) {
-  {
-    std::ofstream file(readPath, std::ios::binary);
-    file << tenBetween("", "");
-    file.seekp(100 << 20);
-    file << tenBetween("", "");
-  }
+  writeWithHole(100);
   FileSource source(readPath);
   // The last packet before a gap has none behind it that would bear it out.
   EXPECT_EQ(numbers(source), "0123456780123456789");
