@@ -37,6 +37,7 @@
 #include "support/Manager.h"
 #include "support/RawClient.h"
 #include "support/RecordingListener.h"
+#include "support/RefusingNew.h"
 #include "support/StandardStreams.h"
 #include "support/Watchdog.h"
 
@@ -51,12 +52,6 @@ thread_local bool isTheTests = false;
 constexpr int unlimited = std::numeric_limits<int>::max();
 thread_local int allowance = unlimited;
 
-bool isRefused() {
-  const Starving who = starving;
-  if (who == Starving::everybody || (who == Starving::others && !isTheTests)) return true;
-  return allowance != unlimited && allowance-- <= 0;
-}
-
 /// Takes the memory away for a scope.
 class NoMemory {
  public:
@@ -70,6 +65,12 @@ class NoMemory {
 };
 
 }  // namespace
+
+bool isRefused() {
+  const Starving who = starving;
+  if (who == Starving::everybody || (who == Starving::others && !isTheTests)) return true;
+  return allowance != unlimited && allowance-- <= 0;
+}
 
 // A sanitizer has a malloc of its own.
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) && defined(__GLIBC__)
@@ -93,19 +94,6 @@ void* realloc(void* memory, std::size_t size) {
 #else
 std::atomic<bool> libraryStarves{false};
 #endif
-
-// Not inlined: the compiler would see memory that new has given passed to free().
-[[gnu::noinline]] void* operator new(std::size_t size) {
-  if (isRefused()) throw std::bad_alloc();
-  void* const memory = std::malloc(size);
-  if (memory == nullptr) throw std::bad_alloc();
-  return memory;
-}
-[[gnu::noinline]] void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-  return isRefused() ? nullptr : std::malloc(size);
-}
-[[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
-[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
 
 // The host of this test: facades that need no memory themselves.
 namespace {

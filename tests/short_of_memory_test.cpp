@@ -23,18 +23,13 @@
 #include "receiver/StreamFile.h"
 #include "receiver/Text.h"
 #include "sample/carousel_sections.h"
+#include "support/RefusingNew.h"
 
 namespace {
 
 constexpr int unlimited = std::numeric_limits<int>::max();
 // How many more allocations the calling thread gets before one is refused.
 thread_local int allowance = unlimited;
-
-bool isRefused() {
-  if (allowance == unlimited || allowance-- > 0) return false;
-  allowance = unlimited;
-  return true;
-}
 
 /// Refuses one allocation of a scope: the first one behind so many.
 class OneRefusal {
@@ -49,17 +44,11 @@ class OneRefusal {
 
 }  // namespace
 
-// Not inlined: the compiler would see memory that new has given passed to free().
-[[gnu::noinline]] void* operator new(std::size_t size) {
-  void* const memory = isRefused() ? nullptr : std::malloc(size);
-  if (memory == nullptr) throw std::bad_alloc();
-  return memory;
+bool isRefused() {
+  if (allowance == unlimited || allowance-- > 0) return false;
+  allowance = unlimited;
+  return true;
 }
-[[gnu::noinline]] void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-  return isRefused() ? nullptr : std::malloc(size);
-}
-[[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
-[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
 
 namespace receiver {
 namespace {
