@@ -191,6 +191,7 @@ class Bench {
                        [&once = floors[index].once, &peer = *peers[index]] { return once(peer); },
                        {}});
     }
+    // Seven sets together take a little more than twice the rounds of one.
     Effort part = effort();
     part.rounds = std::max(3, part.rounds / 3);
     comparison.takeTurns(part,
